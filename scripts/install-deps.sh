@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages mrpcalc builds and tests with. Safe to run
+# again: it only asks apt for what is missing.
+#   scripts/install-deps.sh          build and run
+#   scripts/install-deps.sh --test   also the test framework and PostgreSQL
+set -euo pipefail
+
+packages=(build-essential cmake pkg-config libsqlite3-dev unixodbc-dev odbc-postgresql tdsodbc
+          nlohmann-json3-dev libcli11-dev libfmt-dev libinih-dev libcpp-httplib-dev
+          libxlsxwriter-dev)
+if [[ "${1:-}" == "--test" ]]; then
+  packages+=(libgtest-dev postgresql)
+fi
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if ((${#missing[@]})); then
+  sudo_cmd=()
+  [[ $(id -u) -ne 0 ]] && sudo_cmd=(sudo)
+  echo "installing: ${missing[*]}"
+  "${sudo_cmd[@]}" apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi

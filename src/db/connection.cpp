@@ -1,0 +1,117 @@
+// Engine-independent parts of the database layer.
+#include "db/connection.h"
+
+#include <charconv>
+#include <limits>
+
+#include "db/backends.h"
+#include "frame/record/error.h"
+#include "frame/record/text.h"
+
+namespace mrpcalc::db {
+
+Variant Connection::QueryValue(std::string_view sql, const Params& params) {
+  auto rs = Query(sql, params);
+  if (rs->Eof() || rs->columns().empty()) return Variant();
+  return rs->rows()[0][0];
+}
+
+bool Connection::TableExists(std::string_view table) {
+  switch (dialect().engine()) {
+    case Engine::kSqlite:
+      return !Query("select 1 from sqlite_master where type='table' and lower(name)=lower(?)",
+                    {Variant(table)})
+                  ->Eof();
+    case Engine::kPostgres:
+      return !Query("select 1 from information_schema.tables where table_schema=current_schema() "
+                    "and table_name=lower(?)",
+                    {Variant(table)})
+                  ->Eof();
+    case Engine::kSqlServer:
+      return !Query("select 1 from information_schema.tables where table_name=?", {Variant(table)})
+                  ->Eof();
+  }
+  return false;
+}
+
+ConnectionPtr Open(std::string_view dsn, const OpenOptions& options) {
+  const size_t colon = dsn.find(':');
+  const std::string scheme = colon == std::string_view::npos ? "" : FoldKey(dsn.substr(0, colon));
+  const std::string_view rest = colon == std::string_view::npos ? "" : dsn.substr(colon + 1);
+  if (scheme == "sqlite") {
+    if (rest.empty()) ThrowInvalid("connection description \"sqlite:\" names no database file");
+    return OpenSqlite(std::string(rest), options);
+  }
+  if (scheme == "odbc") {
+    if (Trim(rest).empty()) ThrowInvalid("connection description \"odbc:\" has no connection string");
+    return OpenOdbc(std::string(rest), options);
+  }
+  ThrowInvalid("connection description must start with \"sqlite:\" or \"odbc:\"");
+}
+
+Transaction::Transaction(Connection& connection) : connection_(connection) { connection_.Begin(); }
+
+Transaction::~Transaction() {
+  if (!done_) {
+    try {
+      connection_.Rollback();
+    } catch (...) {
+      // A failed rollback leaves the connection unusable; the original error matters more.
+    }
+  }
+}
+
+void Transaction::Commit() {
+  connection_.Commit();
+  done_ = true;
+}
+
+std::vector<int32_t> ParseIdList(std::string_view text, std::string_view what) {
+  std::vector<int32_t> ids;
+  if (Trim(text).empty()) return ids;
+  size_t pos = 0;
+  while (true) {
+    size_t comma = text.find(',', pos);
+    if (comma == std::string_view::npos) comma = text.size();
+    const std::string piece = Trim(text.substr(pos, comma - pos));
+    int64_t value = 0;
+    const char* begin = piece.data();
+    const char* end = piece.data() + piece.size();
+    if (!piece.empty() && *begin == '+') ++begin;
+    auto [ptr, ec] = std::from_chars(begin, end, value);
+    if (piece.empty() || ec != std::errc() || ptr != end ||
+        value < std::numeric_limits<int32_t>::min() ||
+        value > std::numeric_limits<int32_t>::max()) {
+      ThrowInvalid(std::string(what) + " \"" + std::string(text) +
+                   "\" is not a comma-separated list of integer ids: \"" + piece +
+                   "\" is not an id");
+    }
+    ids.push_back(static_cast<int32_t>(value));
+    if (comma == text.size()) break;
+    pos = comma + 1;
+  }
+  return ids;
+}
+
+std::string JoinIds(const std::vector<int32_t>& ids) {
+  std::string out;
+  for (size_t i = 0; i < ids.size(); ++i) {
+    if (i) out += ',';
+    out += std::to_string(ids[i]);
+  }
+  return out;
+}
+
+const std::string& CheckIdentifier(const std::string& name, std::string_view what) {
+  bool ok = !name.empty() && name.size() <= 128;
+  for (size_t i = 0; ok && i < name.size(); ++i) {
+    const char c = name[i];
+    const bool letter = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_';
+    const bool digit = c >= '0' && c <= '9';
+    ok = letter || (digit && i > 0);
+  }
+  if (!ok) ThrowInvalid(std::string(what) + " \"" + name + "\" is not a valid SQL identifier");
+  return name;
+}
+
+}  // namespace mrpcalc::db

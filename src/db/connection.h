@@ -1,0 +1,95 @@
+// Our thin database interface over the sqlite3 and ODBC C APIs: a connection
+// runs statements with bound parameters and returns typed rows.
+//
+// Values map to variants by the declared column type where the engine gives
+// one (decimal, numeric, float, real -> Double; int -> Long; char, text ->
+// String; date, datetime -> Date), else by the value itself. No caller text is
+// ever spliced into SQL: values travel as parameters, id lists through
+// ParseIdList, identifiers through CheckIdentifier.
+//
+// A Connection is used from one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "db/dialect.h"
+#include "frame/record/recordset.h"
+#include "frame/record/variant.h"
+
+namespace mrpcalc::db {
+
+using Params = std::vector<Variant>;
+
+// A statement prepared once and run many times (bulk inserts).
+class Statement {
+ public:
+  virtual ~Statement() = default;
+  virtual int64_t Execute(const Params& params) = 0;
+};
+
+class Connection {
+ public:
+  virtual ~Connection() = default;
+
+  virtual const Dialect& dialect() const = 0;
+  // The description this connection was opened with, without secrets.
+  virtual std::string description() const = 0;
+
+  // Runs one statement and returns every row it produced, cursor on the first.
+  virtual RecordSetPtr Query(std::string_view sql, const Params& params = {}) = 0;
+  // Runs one statement; returns the number of rows it changed (0 for DDL).
+  virtual int64_t Execute(std::string_view sql, const Params& params = {}) = 0;
+  virtual std::unique_ptr<Statement> Prepare(std::string_view sql) = 0;
+
+  virtual void Begin() = 0;
+  virtual void Commit() = 0;
+  virtual void Rollback() = 0;
+  virtual bool InTransaction() const = 0;
+
+  // Convenience: first column of the first row, Empty when there is no row.
+  Variant QueryValue(std::string_view sql, const Params& params = {});
+  bool TableExists(std::string_view table);
+};
+
+using ConnectionPtr = std::unique_ptr<Connection>;
+
+struct OpenOptions {
+  int login_timeout_seconds = 5;   // ODBC: SQL_ATTR_LOGIN_TIMEOUT
+  int busy_timeout_ms = 30000;     // SQLite: wait for another writer
+};
+
+// Opens "sqlite:PATH" or "odbc:CONNECTION-STRING". Throws a database error
+// with the engine's text when the connection fails, invalid input when the
+// description names no known engine.
+ConnectionPtr Open(std::string_view dsn, const OpenOptions& options = {});
+
+// Rolls back on scope exit unless Commit() was called.
+class Transaction {
+ public:
+  explicit Transaction(Connection& connection);
+  ~Transaction();
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+  void Commit();
+
+ private:
+  Connection& connection_;
+  bool done_ = false;
+};
+
+// Parses "3,5" (blanks around ids allowed) into integers. An empty or blank
+// text gives an empty list. Anything else throws invalid input naming `what`
+// and the offending piece.
+std::vector<int32_t> ParseIdList(std::string_view text, std::string_view what);
+// Joins ids with "," (no blanks), the ERP's stored form.
+std::string JoinIds(const std::vector<int32_t>& ids);
+
+// Identifiers read from configuration (table and column names) must match
+// [A-Za-z_][A-Za-z0-9_]* and be at most 128 characters; throws otherwise.
+const std::string& CheckIdentifier(const std::string& name, std::string_view what);
+
+}  // namespace mrpcalc::db

@@ -1,0 +1,77 @@
+// Engine differences, in one place. Callers never test which engine they
+// talk to; they ask the dialect for the piece of SQL that differs.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace mrpcalc::db {
+
+enum class Engine { kSqlite, kPostgres, kSqlServer };
+
+// Abstract column types of the ERP schema and of working tables.
+enum class ColumnType {
+  kInt,       // 32-bit integer
+  kSmallInt,  // 16-bit integer
+  kBigInt,
+  kDecimal,   // decimal(23,10): quantities and prices
+  kMoney,     // decimal(18,4): amounts stored by the ERP
+  kFloat,     // float: rates
+  kVarchar,   // varchar(length)
+  kText,      // long text
+  kDateTime,
+  kBit,
+};
+
+struct ColumnDef {
+  std::string name;
+  ColumnType type;
+  int length = 0;            // kVarchar only
+  std::string default_sql;   // a literal such as "0" or "''", empty for none
+  bool not_null = false;
+};
+
+class Dialect {
+ public:
+  virtual ~Dialect() = default;
+  virtual Engine engine() const = 0;
+  virtual const char* name() const = 0;
+
+  virtual std::string TypeName(ColumnType type, int length) const = 0;
+  std::string ColumnSql(const ColumnDef& column) const;
+  std::string CreateTable(std::string_view table, const std::vector<ColumnDef>& columns,
+                          const std::vector<std::string>& primary_key = {}) const;
+
+  // Session-local working tables. TempTable("Data2222") gives the name to use
+  // in statements ("#Data2222" on SQL Server, "Data2222" elsewhere).
+  virtual std::string TempTable(std::string_view name) const = 0;
+  virtual std::string CreateTempTable(std::string_view name,
+                                      const std::vector<ColumnDef>& columns) const = 0;
+  virtual std::string DropTempTableIfExists(std::string_view name) const = 0;
+
+  // "select <rest> ... limit n" in whatever form the engine takes. The select
+  // list and the tail (from, where, order by) are given apart.
+  virtual std::string SelectTop(int n, std::string_view select_list,
+                                std::string_view tail) const = 0;
+  virtual std::string Concat(const std::vector<std::string>& parts) const = 0;
+  // The server's local date and time.
+  virtual std::string Now() const = 0;
+  // Insert that leaves an existing row with the same key alone.
+  virtual std::string InsertIgnore(std::string_view table, std::string_view columns,
+                                   std::string_view values,
+                                   std::string_view key_columns) const = 0;
+  // True when the engine folds unquoted names to lower case in result labels.
+  virtual bool FoldsNames() const { return false; }
+};
+
+std::unique_ptr<Dialect> MakeDialect(Engine engine);
+// Chooses the dialect from the DBMS name an ODBC driver reports
+// ("PostgreSQL", "Microsoft SQL Server", ...); throws for engines we do not speak.
+Engine EngineFromDbmsName(std::string_view dbms_name);
+
+// "?,?,?" for n parameters.
+std::string Placeholders(size_t n);
+
+}  // namespace mrpcalc::db

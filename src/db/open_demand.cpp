@@ -1,0 +1,56 @@
+// Open demand query.
+#include "db/open_demand.h"
+
+namespace mrpcalc::db {
+namespace {
+
+constexpr const char* kOpenSalesLines =
+    "select v.FBillNo, u.FInterID, u.FEntryID, u.FItemID, i.FNumber, i.FName,"
+    " u.FQty - u.FCommitQty, m.FName, u.FDate"
+    " from SEOrderEntry u inner join SEOrder v on u.FInterID = v.FInterID"
+    " inner join t_ICItem i on u.FItemID = i.FItemID"
+    " left join t_MeasureUnit m on i.FUnitID = m.FMeasureUnitID"
+    " where v.FStatus in (1,2) and u.FQty > u.FCommitQty"
+    " order by v.FBillNo, u.FEntryID";
+
+// The task tables share one layout; the table name comes from code only.
+std::string OpenTasks(const char* table) {
+  return std::string(
+             "select t.FBillNo, t.FInterID, 0, t.FItemID, i.FNumber, i.FName,"
+             " t.FQty - t.FStockFinishQty, m.FName, t.FBeginDate from ") +
+         table +
+         " t inner join t_ICItem i on t.FItemID = i.FItemID"
+         " left join t_MeasureUnit m on i.FUnitID = m.FMeasureUnitID"
+         " where t.FStatus in (1,2) order by t.FBillNo";
+}
+
+void Collect(Connection& c, const std::string& sql, int tran_type,
+             std::vector<OpenDemandLine>& out) {
+  auto rs = c.Query(sql);
+  for (const auto& row : rs->rows()) {
+    OpenDemandLine line;
+    line.tran_type = tran_type;
+    line.bill_no = row[0].ToText();
+    line.inter_id = row[1].ToLong();
+    line.entry_id = row[2].ToLong();
+    line.item_id = row[3].ToLong();
+    line.item_number = row[4].IsNull() ? "" : row[4].ToText();
+    line.item_name = row[5].IsNull() ? "" : row[5].ToText();
+    line.open_qty = row[6].IsNull() ? 0 : row[6].ToDouble();
+    line.unit_name = row[7].IsNull() ? "" : row[7].ToText();
+    line.date = row[8].AsDate() ? *row[8].AsDate() : Date();
+    out.push_back(std::move(line));
+  }
+}
+
+}  // namespace
+
+std::vector<OpenDemandLine> ListOpenDemand(Connection& connection) {
+  std::vector<OpenDemandLine> out;
+  Collect(connection, kOpenSalesLines, kTranSalesOrder, out);
+  Collect(connection, OpenTasks("ICMO"), kTranProductionTask, out);
+  Collect(connection, OpenTasks("ICOutMO"), kTranOutsourcingTask, out);
+  return out;
+}
+
+}  // namespace mrpcalc::db

@@ -1,0 +1,282 @@
+// ERP table definitions. Types follow the ERP's own where the original
+// statements reveal them (decimal(23,10) quantities, varchar codes).
+#include "db/schema.h"
+
+#include <unordered_map>
+
+#include "db/backends.h"
+#include "frame/record/error.h"
+
+namespace mrpcalc::db {
+namespace {
+
+ColumnDef Int(const char* name, const char* def = "") { return {name, ColumnType::kInt, 0, def}; }
+ColumnDef Small(const char* name, const char* def = "0") {
+  return {name, ColumnType::kSmallInt, 0, def};
+}
+ColumnDef Qty(const char* name, const char* def = "0") {
+  return {name, ColumnType::kDecimal, 0, def};
+}
+ColumnDef Money(const char* name) { return {name, ColumnType::kMoney, 0, "0"}; }
+ColumnDef Rate(const char* name) { return {name, ColumnType::kFloat, 0, "0"}; }
+ColumnDef Str(const char* name, int length, const char* def = "") {
+  return {name, ColumnType::kVarchar, length, def};
+}
+ColumnDef When(const char* name) { return {name, ColumnType::kDateTime, 0, ""}; }
+
+std::vector<TableDef> BuildErpTables() {
+  return {
+      // Base data.
+      {"t_MeasureUnit",
+       {Int("FMeasureUnitID"), Int("FItemID"), Str("FNumber", 30), Str("FName", 80),
+        Qty("FCoefficient", "1"), Int("FUnitGroupID", "0")},
+       {"FMeasureUnitID"}},
+      {"t_ICItem",
+       {Int("FItemID"), Str("FNumber", 80), Str("FName", 255), Str("FModel", 255),
+        Int("FErpClsID"), Int("FUnitID"), Int("FOrderUnitID", "0"), Qty("FSecInv"),
+        Small("FQtyDecimal", "0"), Small("FPriceDecimal", "2"), Qty("FOrderPrice"),
+        Rate("FTaxRate"), Int("FSource", "0"), Int("FAuxClassID", "0"), Small("FDeleted", "0")},
+       {"FItemID"}},
+      {"t_AuxItem", {Int("FItemID"), Str("FNumber", 80), Str("FName", 255), Int("FItemClassID", "0")},
+       {"FItemID"}},
+      {"t_Item",
+       {Int("FItemID"), Int("FItemClassID"), Str("FNumber", 80), Str("FName", 255),
+        Int("FParentID", "0"), Small("FDetail", "1"), Small("FLevel", "1"), Small("FDeleted", "0"),
+        Str("FRightUserID", 1000, "''")},
+       {"FItemID"}},
+      {"t_Stock",
+       {Int("FItemID"), Str("FNumber", 80), Str("FName", 255), Int("FTypeID", "500"),
+        Int("FParentID", "0")},
+       {"FItemID"}},
+      {"t_Supplier",
+       {Int("FItemID"), Str("FNumber", 80), Str("FName", 255), Str("FRightUserID", 1000, "''"),
+        Small("FDeleted", "0"), Rate("FValueAddRate"), Money("FCreditDegree"),
+        Int("FDepartment", "0"), Int("FEmployee", "0")},
+       {"FItemID"}},
+      {"t_SupplyEntry",
+       {Int("FSupID"), Int("FEntryID"), Int("FItemID"), Qty("FPrice"), Qty("FStartQty"),
+        Qty("FEndQty")},
+       {"FSupID", "FEntryID"}},
+      {"t_Currency",
+       {Int("FCurrencyID"), Str("FNumber", 30), Str("FName", 80), Small("FScale", "2")},
+       {"FCurrencyID"}},
+      {"t_Settle", {Int("FItemID"), Str("FNumber", 30), Str("FName", 80)}, {"FItemID"}},
+      {"t_SubMessage",
+       {Int("FInterID"), Int("FTypeID"), Str("FID", 30), Str("FName", 80)},
+       {"FInterID"}},
+      {"t_SystemProfile",
+       {Str("FCategory", 30), Str("FKey", 100), Str("FValue", 255), Str("FDescription", 255)},
+       {"FCategory", "FKey"}},
+      // Users and rights.
+      {"t_User", {Int("FUserID"), Str("FName", 80)}, {"FUserID"}},
+      {"t_Group", {Int("FGroupID"), Int("FUserID")}, {"FGroupID", "FUserID"}},
+      {"t_GroupAccess",
+       {Int("FGroupID"), Int("FUserID"), Int("FType", "1"), Str("FSubSys", 30, "''")}, {}},
+      {"t_GroupAccessType",
+       {Str("FSubSys", 30), Str("FAccess", 80), Int("FGroupID"), Int("FMask", "0")}, {}},
+      // Bills of material.
+      {"ICBOM",
+       {Int("FInterID"), Str("FBOMNumber", 80), Int("FItemID"), Qty("FQty", "1"),
+        Int("FAuxPropID", "0"), Int("FUnitID", "0"), Int("FUseStatus"), Small("FStatus", "0")},
+       {"FInterID"}},
+      {"ICBOMChild",
+       {Int("FInterID"), Int("FEntryID"), Int("FItemID"), Qty("FQty"), Qty("FScrap"),
+        Int("FAuxPropID", "0"), Int("FUnitID", "0"), Str("FNote", 255, "''")},
+       {"FInterID", "FEntryID"}},
+      // Demand: sales orders, production and outsourcing tasks.
+      {"SEOrder",
+       {Int("FInterID"), Str("FBillNo", 50), Int("FTranType", "81"), When("FDate"),
+        Small("FStatus", "0"), Int("FCustID", "0")},
+       {"FInterID"}},
+      {"SEOrderEntry",
+       {Int("FInterID"), Int("FEntryID"), Int("FItemID"), Int("FAuxPropID", "0"), Qty("FQty"),
+        Qty("FAuxQty"), Qty("FCommitQty"), Int("FUnitID"), When("FDate"),
+        Qty("FStockFinishQty"), Qty("FBaseUnitStockFinishQty"),
+        Str("FPurchasePlanBillNo", 500, "''")},
+       {"FInterID", "FEntryID"}},
+      {"ICMO",
+       {Int("FInterID"), Str("FBillNo", 50), Int("FTranType", "85"), Small("FStatus", "0"),
+        Int("FItemID"), Int("FAuxPropID", "0"), Qty("FQty"), Qty("FAuxQty"), Int("FUnitID"),
+        Qty("FStockFinishQty"), When("FBeginDate"), When("FDate"),
+        Str("FPurchasePlanBillNo", 500, "''")},
+       {"FInterID"}},
+      {"ICMOEntry",
+       {Int("FInterID"), Int("FEntryID"), Int("FItemID"), Qty("FPlanQty"), Int("FAuxPropID", "0"),
+        Qty("FScrapRate"), Int("FUnitID", "0"), Str("FNote", 255, "''")},
+       {"FInterID", "FEntryID"}},
+      {"ICOutMO",
+       {Int("FInterID"), Str("FBillNo", 50), Int("FTranType", "91"), Small("FStatus", "0"),
+        Int("FItemID"), Int("FAuxPropID", "0"), Qty("FQty"), Qty("FAuxQty"), Int("FUnitID"),
+        Qty("FStockFinishQty"), When("FBeginDate"), When("FDate"),
+        Str("FPurchasePlanBillNo", 500, "''")},
+       {"FInterID"}},
+      {"ICOutMOEntry",
+       {Int("FInterID"), Int("FEntryID"), Int("FItemID"), Qty("FPlanQty"), Int("FAuxPropID", "0"),
+        Qty("FScrapRate"), Int("FUnitID", "0"), Str("FNote", 255, "''")},
+       {"FInterID", "FEntryID"}},
+      // Stock.
+      {"ICInventory",
+       {Int("FItemID"), Int("FAuxPropID", "0"), Int("FStockID"), Qty("FQty"),
+        Str("FBatchNo", 80, "''")},
+       {}},
+      {"ICStockBill",
+       {Int("FInterID"), Str("FBillNo", 50), Int("FTranType"), When("FDate"),
+        Int("FSupplyID", "0"), Int("FCheckerID", "0")},
+       {"FInterID"}},
+      {"ICStockBillEntry",
+       {Int("FInterID"), Int("FEntryID"), Int("FItemID"), Int("FAuxPropID", "0"), Qty("FQty"),
+        Qty("FPrice"), Qty("FAuxPrice"), Int("FUnitID", "0"), Int("FSourceInterId", "0"),
+        Int("FSourceEntryID", "0")},
+       {"FInterID", "FEntryID"}},
+      // Purchasing.
+      {"POOrder",
+       {Str("FBrNo", 10, "'0'"), Int("FInterID"), Str("FBillNo", 50), Int("FTranType", "71"),
+        Int("FSupplyID"), When("FDate"), Int("FCurrencyID", "1"), Rate("FExchangeRate"),
+        Int("FBillerID", "0"), Int("FCheckerID", "0"), Small("FCancellation", "0"),
+        Small("FStatus", "0"), Int("FPOStyle", "252"), Int("FSettleID", "0"),
+        Int("FAreaPs", "20302"), When("FSettleDate"), Int("FEmpID", "0"), Int("FDeptID", "0"),
+        Int("FMangerID", "0"), Int("FRelateBrID", "0"), Int("FBrID", "0"),
+        Str("FPOOrdBillNo", 50, "''")},
+       {"FInterID"}},
+      {"POOrderEntry",
+       {Str("FBrNo", 10, "'0'"), Int("FInterID"), Int("FEntryID"), Int("FItemID"), When("FDate"),
+        Int("FAuxPropID", "0"), Int("FUnitID", "0"), Qty("FQty"), Qty("FAuxQty"),
+        Qty("FCommitQty"), Qty("FStockQty"), Qty("FAuxStockQty"), Qty("FPrice"), Qty("FAuxPrice"),
+        Qty("FTaxPrice"), Qty("FAuxTaxPrice"), Rate("FCess"), Rate("FTaxRate"), Money("FAmount"),
+        Qty("FPriceDiscount"), Qty("FAuxPriceDiscount"), Money("FDescount"), Money("FAllAmount"),
+        Money("FTaxAmount"), Str("FNote", 255, "''"), Str("FPurchasePlanBillNo", 500, "''"),
+        Str("FPurchasePlanKey", 500, "''")},
+       {"FInterID", "FEntryID"}},
+      {"ICPurchase",
+       {Int("FInterID"), Str("FBillNo", 50), Int("FTranType", "75"), When("FDate"),
+        Int("FSupplyID")},
+       {"FInterID"}},
+      {"ICPurchaseEntry",
+       {Int("FInterID"), Int("FEntryID"), Int("FItemID"), Qty("FQty"), Qty("FPrice"),
+        Qty("FTaxPrice"), Qty("FAuxTaxPrice"), Int("FUnitID", "0")},
+       {"FInterID", "FEntryID"}},
+      // Purchase plans.
+      {"PurchasePlan",
+       {Int("FInterID"), Str("FBillNo", 30), When("FDate"), Int("FBillerID", "0")},
+       {"FInterID"}},
+      {"PurchasePlanEntry",
+       {Str("FBillNo", 30), Int("FInterID"), Int("FEntryID"), Int("FItemID"),
+        Int("FAuxPropID", "0"), Int("FSupplyID", "0"), Qty("FQty"), Qty("FPrice"), Money("FAmount"),
+        Int("FUnitID", "0"), Qty("FAuxQty"), Qty("FAuxPrice"), Rate("FTaxRate"), Rate("FCess"),
+        Money("FTaxAmount"), When("FDate"), Str("FNote", 255, "''"), Qty("FPushQty"),
+        Qty("FPurchaseFinishQty"), Small("FClosed", "0")},
+       {"FInterID", "FEntryID"}},
+      {"PurchaseLink",
+       {Str("FBillNo", 30), Int("FInterID"), Int("FEntryID"), Int("FSourceTranType"),
+        Int("FSourceInterId"), Int("FSourceFEntryID", "0"), Qty("FQty")},
+       {}},
+      {"PurchasePlanOrder",
+       {Int("FInterID"), Int("FItemID"), Str("FPurchasePlanKey", 500), Int("FPurchasePlanInterID"),
+        Int("FPurchasePlanEntryID"), Qty("FQty")},
+       {}},
+      // Form settings.
+      {"ICMrpStockPlan",
+       {Str("FUserID", 20), Str("FStockStr", 4000, "''"), Str("FStockKey", 4000, "''"),
+        Str("FStockInfo", 4000, "''"), Small("FFrmType", "0"), Str("FSubID", 50, "''")},
+       {}},
+      {"ICChatBillTitle",
+       {Int("FTypeID"), Str("FColCaption", 100), Small("FVisible", "0")}, {}},
+      {"ICSchemeProfile",
+       {Int("FSchemeID"), Small("FStatus", "0"), Int("FTranType"), Int("FUserID")},
+       {"FSchemeID"}},
+      {"ICSchemeProfileEntry",
+       {Int("FSchemeID"), Str("FKey", 100), Str("FValue", 4000, "''")}, {}},
+      {"ICTemplate",
+       {Str("FID", 10), Str("FFieldName", 80), Small("FDefaultCtl", "0"), Int("FCtlType", "0"),
+        Small("FNeedSave", "0"), Str("FRelationID", 500, "''"), Str("FAction", 100, "''")},
+       {}},
+      {"ICTemplateEntry",
+       {Str("FID", 10), Str("FFieldName", 80), Small("FMustInput", "0"),
+        Small("FDefaultCtl", "0"), Int("FCtlType", "0"), Small("FNeedSave", "0"),
+        Str("FRelationID", 500, "''"), Str("FAction", 100, "''")},
+       {}},
+  };
+}
+
+std::vector<TableDef> BuildOwnTables() {
+  return {
+      // Next interior id per bill table, for engines without the ERP's
+      // stored procedure.
+      {"mrpcalc_InteriorID", {Str("FTableName", 128), Int("FLastID", "0")}, {"FTableName"}},
+      // Bill number counters per bill type and day.
+      {"mrpcalc_BillNumber",
+       {Str("FBillType", 30), Str("FDay", 8), Int("FLastSerial", "0")},
+       {"FBillType", "FDay"}},
+  };
+}
+
+// Result labels that our own queries produce besides table columns.
+const char* const kExtraLabels[] = {
+    "FAuxPropName", "FBSUnitID",       "FAuxUnitID",   "FBSUnitName",   "FAllStockQty",
+    "FActualQty",   "FStockQty",       "FItemName",    "FItemNumber",   "FItemModel",
+    "FSupplyName",  "FSupplyNumber",   "FOrderQty",    "FPlanQty",      "FVDate",
+    "FFinishDate",  "FKey",            "FIsMerge",     "FStartKey",     "FEndKey",
+    "FMergeSumQty", "FPurchaseUnFinishQty", "FClose", "FMemo",        "FDiscountRate",
+    "FBOMItemID",   "FBomInterID",     "FBomEntryID",  "FPItemID",      "FSuggestQty",
+    "FChildQty",    "FSourceNO",       "FUnitName",    "FAuxProp",      "FItemProp",
+    "FItemPropID",  "FNeedQty",        "FOpenQty",     "FDestroyRate",  "FFinal",
+};
+
+}  // namespace
+
+const std::vector<TableDef>& ErpTables() {
+  static const std::vector<TableDef> tables = BuildErpTables();
+  return tables;
+}
+
+const std::vector<TableDef>& OwnTables() {
+  static const std::vector<TableDef> tables = BuildOwnTables();
+  return tables;
+}
+
+std::string CanonicalLabel(const std::string& label) {
+  static const std::unordered_map<std::string, std::string> names = [] {
+    std::unordered_map<std::string, std::string> map;
+    for (const char* extra : kExtraLabels) map.emplace(FoldKey(extra), extra);
+    for (const auto* list : {&ErpTables(), &OwnTables()}) {
+      for (const auto& table : *list) {
+        for (const auto& column : table.columns) map.emplace(FoldKey(column.name), column.name);
+      }
+    }
+    return map;
+  }();
+  auto it = names.find(FoldKey(label));
+  return it == names.end() ? label : it->second;
+}
+
+void CreateErpSchema(Connection& connection, bool replace) {
+  Transaction tx(connection);
+  for (const auto* list : {&ErpTables(), &OwnTables()}) {
+    for (const auto& table : *list) {
+      if (connection.TableExists(table.name)) {
+        if (!replace) {
+          throw Error(ErrorCategory::kInvalidInput,
+                      "table " + table.name +
+                          " already exists; use --replace to drop and create the ERP tables again");
+        }
+        connection.Execute("drop table " + table.name);
+      }
+      connection.Execute(connection.dialect().CreateTable(table.name, table.columns, table.primary_key));
+    }
+  }
+  tx.Commit();
+}
+
+void EnsureOwnTables(Connection& connection) {
+  for (const auto& table : OwnTables()) {
+    if (connection.TableExists(table.name)) continue;
+    try {
+      connection.Execute(connection.dialect().CreateTable(table.name, table.columns, table.primary_key));
+    } catch (const Error&) {
+      // Another process may have created it between the check and the create.
+      if (!connection.TableExists(table.name)) throw;
+    }
+  }
+}
+
+}  // namespace mrpcalc::db

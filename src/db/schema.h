@@ -1,0 +1,34 @@
+// The ERP tables and columns that mrpcalc reads or writes, and the tables it
+// owns. mrpcalc works on any database holding these columns, whatever their
+// declared types and with extra columns allowed; `mrpcalc init` creates them
+// for a database that has nothing yet.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "db/connection.h"
+
+namespace mrpcalc::db {
+
+struct TableDef {
+  std::string name;
+  std::vector<ColumnDef> columns;
+  std::vector<std::string> primary_key;
+};
+
+// Every ERP table the component touches, in creation order.
+const std::vector<TableDef>& ErpTables();
+// Tables that mrpcalc itself owns (numbering); created when missing.
+const std::vector<TableDef>& OwnTables();
+
+// Creates every ERP table and owned table in one transaction. Throws when a
+// table already exists, unless `replace` drops it first.
+void CreateErpSchema(Connection& connection, bool replace);
+// Creates the owned tables that are missing; safe to call on every start.
+void EnsureOwnTables(Connection& connection);
+
+// Fills a freshly created database with a small manufacturer (see demo.cpp).
+void LoadDemoData(Connection& connection);
+
+}  // namespace mrpcalc::db

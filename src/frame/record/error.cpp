@@ -1,0 +1,35 @@
+// Error root implementation.
+#include "frame/record/error.h"
+
+namespace mrpcalc {
+
+const char* CategoryName(ErrorCategory category) {
+  switch (category) {
+    case ErrorCategory::kInvalidInput: return "invalid input";
+    case ErrorCategory::kNotFound: return "not found";
+    case ErrorCategory::kDatabase: return "database";
+    case ErrorCategory::kNotImplemented: return "not implemented";
+    case ErrorCategory::kInternal: return "internal";
+  }
+  return "internal";
+}
+
+Error::Error(ErrorCategory category, const std::string& description, long number,
+             std::string native_state, long native_code)
+    : std::runtime_error(description),
+      category_(category),
+      number_(number),
+      native_state_(std::move(native_state)),
+      native_code_(native_code) {}
+
+Error& Error::AddContext(const std::string& where) {
+  if (!context_.empty()) context_ += "\n";
+  context_ += where;
+  return *this;
+}
+
+void ThrowInvalid(const std::string& description) {
+  throw Error(ErrorCategory::kInvalidInput, description);
+}
+
+}  // namespace mrpcalc

@@ -1,0 +1,76 @@
+// Text cutters.
+#include "frame/record/text.h"
+
+namespace mrpcalc {
+
+std::string Trim(std::string_view text) {
+  size_t b = 0, e = text.size();
+  while (b < e && text[b] == ' ') ++b;
+  while (e > b && text[e - 1] == ' ') --e;
+  return std::string(text.substr(b, e - b));
+}
+
+std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {
+  std::string out;
+  if (from.empty()) return std::string(text);
+  size_t pos = 0;
+  while (true) {
+    const size_t hit = text.find(from, pos);
+    if (hit == std::string_view::npos) break;
+    out.append(text.substr(pos, hit - pos));
+    out.append(to);
+    pos = hit + from.size();
+  }
+  out.append(text.substr(pos));
+  return out;
+}
+
+std::string SplitFirst(std::string& text, std::string_view delimiter) {
+  if (text.empty()) return {};
+  const size_t hit = delimiter.empty() ? std::string::npos : text.find(delimiter);
+  if (hit == std::string::npos) {
+    std::string all = std::move(text);
+    text.clear();
+    return all;
+  }
+  std::string head = text.substr(0, hit);
+  text.erase(0, hit + delimiter.size());
+  return head;
+}
+
+std::string ParseName(std::string& text) { return Trim(SplitFirst(text, "=")); }
+
+std::string ParseValue(std::string& text) {
+  text = Trim(text);
+  std::string value;
+  if (!text.empty() && text.front() == '{') {
+    text.erase(0, 1);
+    value = SplitFirst(text, "}");
+    SplitFirst(text, ";");
+  } else {
+    value = SplitFirst(text, ";");
+  }
+  return Trim(value);
+}
+
+std::string ComposeMessage(std::string_view text,
+                           const std::function<std::string(const std::string&)>& load_key) {
+  static constexpr std::string_view kSeparator = "^|^";
+  static constexpr std::string_view kKeyMark = "~$~";
+  std::string out;
+  size_t pos = 0;
+  while (pos <= text.size()) {
+    size_t hit = text.find(kSeparator, pos);
+    if (hit == std::string_view::npos) hit = text.size();
+    const std::string_view piece = text.substr(pos, hit - pos);
+    if (piece.substr(0, kKeyMark.size()) == kKeyMark) {
+      out += load_key(std::string(piece.substr(kKeyMark.size())));
+    } else {
+      out += piece;
+    }
+    pos = hit + kSeparator.size();
+  }
+  return out;
+}
+
+}  // namespace mrpcalc

@@ -1,0 +1,230 @@
+// Variant conversions and the two collections.
+#include "frame/record/variant.h"
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+
+#include "frame/record/error.h"
+
+namespace mrpcalc {
+
+const char* VariantTypeName(VariantType type) {
+  switch (type) {
+    case VariantType::kEmpty: return "Empty";
+    case VariantType::kNull: return "Null";
+    case VariantType::kBoolean: return "Boolean";
+    case VariantType::kLong: return "Long";
+    case VariantType::kDouble: return "Double";
+    case VariantType::kString: return "String";
+    case VariantType::kDate: return "Date";
+    case VariantType::kDictionary: return "Dictionary";
+    case VariantType::kVector: return "Vector";
+    case VariantType::kObject: return "Object";
+  }
+  return "Empty";
+}
+
+Variant Variant::FromInt64(int64_t value) {
+  if (value >= std::numeric_limits<int32_t>::min() &&
+      value <= std::numeric_limits<int32_t>::max()) {
+    return Variant(static_cast<int32_t>(value));
+  }
+  return Variant(static_cast<double>(value));
+}
+
+DictionaryPtr Variant::AsDictionary() const {
+  const auto* p = std::get_if<DictionaryPtr>(&value_);
+  return p ? *p : nullptr;
+}
+VectorPtr Variant::AsVector() const {
+  const auto* p = std::get_if<VectorPtr>(&value_);
+  return p ? *p : nullptr;
+}
+ObjectPtr Variant::AsObject() const {
+  const auto* p = std::get_if<ObjectPtr>(&value_);
+  return p ? *p : nullptr;
+}
+
+std::string FormatDouble(double value) {
+  if (value == 0) return "0";
+  char buf[40];
+  std::snprintf(buf, sizeof buf, "%.15g", value);
+  std::string text(buf);
+  // %.15g may fall back to exponent form for very small or large values;
+  // that form reads back in every engine, so it stays.
+  return text;
+}
+
+namespace {
+
+[[noreturn]] void CannotConvert(const Variant& v, const char* target) {
+  std::string shown = v.AsString() ? "\"" + *v.AsString() + "\"" : VariantTypeName(v.type());
+  ThrowInvalid(std::string("cannot convert ") + shown + " to " + target);
+}
+
+std::optional<double> ParseNumber(std::string_view text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+  if (text.empty()) return std::nullopt;
+  double value = 0;
+  const char* begin = text.data();
+  if (*begin == '+') ++begin;
+  auto [ptr, ec] = std::from_chars(begin, text.data() + text.size(), value);
+  if (ec != std::errc() || ptr != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+int32_t RoundToLong(double value, const Variant& source) {
+  const double rounded = std::nearbyint(value);  // default mode: half to even
+  if (!std::isfinite(rounded) || rounded < std::numeric_limits<int32_t>::min() ||
+      rounded > std::numeric_limits<int32_t>::max()) {
+    CannotConvert(source, "Long (out of range)");
+  }
+  return static_cast<int32_t>(rounded);
+}
+
+}  // namespace
+
+int32_t Variant::ToLong() const {
+  switch (type()) {
+    case VariantType::kEmpty: return 0;
+    case VariantType::kBoolean: return *AsBoolean() ? -1 : 0;
+    case VariantType::kLong: return *AsLong();
+    case VariantType::kDouble: return RoundToLong(*AsDouble(), *this);
+    case VariantType::kString: {
+      if (auto n = ParseNumber(*AsString())) return RoundToLong(*n, *this);
+      CannotConvert(*this, "Long");
+    }
+    default: CannotConvert(*this, "Long");
+  }
+}
+
+double Variant::ToDouble() const {
+  switch (type()) {
+    case VariantType::kEmpty: return 0;
+    case VariantType::kBoolean: return *AsBoolean() ? -1 : 0;
+    case VariantType::kLong: return *AsLong();
+    case VariantType::kDouble: return *AsDouble();
+    case VariantType::kString: {
+      if (auto n = ParseNumber(*AsString())) return *n;
+      CannotConvert(*this, "Double");
+    }
+    default: CannotConvert(*this, "Double");
+  }
+}
+
+double Variant::ToValue() const {
+  if (const auto* s = AsString()) {
+    size_t i = 0;
+    while (i < s->size() && ((*s)[i] == ' ' || (*s)[i] == '\t')) ++i;
+    const char* begin = s->data() + i;
+    char* end = nullptr;
+    const double value = std::strtod(begin, &end);
+    return end == begin ? 0 : value;
+  }
+  if (IsNull() || type() >= VariantType::kDate) return 0;
+  return ToDouble();
+}
+
+std::string Variant::ToText() const {
+  switch (type()) {
+    case VariantType::kEmpty: return "";
+    case VariantType::kBoolean: return *AsBoolean() ? "True" : "False";
+    case VariantType::kLong: return std::to_string(*AsLong());
+    case VariantType::kDouble: return FormatDouble(*AsDouble());
+    case VariantType::kString: return *AsString();
+    case VariantType::kDate: return AsDate()->ToString();
+    default: CannotConvert(*this, "String");
+  }
+}
+
+bool Variant::ToBoolean() const {
+  switch (type()) {
+    case VariantType::kEmpty: return false;
+    case VariantType::kBoolean: return *AsBoolean();
+    case VariantType::kLong: return *AsLong() != 0;
+    case VariantType::kDouble: return *AsDouble() != 0;
+    case VariantType::kString: {
+      const std::string folded = FoldKey(*AsString());
+      if (folded == "true") return true;
+      if (folded == "false") return false;
+      if (auto n = ParseNumber(*AsString())) return *n != 0;
+      CannotConvert(*this, "Boolean");
+    }
+    default: CannotConvert(*this, "Boolean");
+  }
+}
+
+Date Variant::ToDate() const {
+  switch (type()) {
+    case VariantType::kEmpty: return Date();
+    case VariantType::kDate: return *AsDate();
+    case VariantType::kString: {
+      if (auto d = Date::Parse(*AsString())) return *d;
+      CannotConvert(*this, "Date");
+    }
+    default: CannotConvert(*this, "Date");
+  }
+}
+
+std::string FoldKey(std::string_view key) {
+  std::string folded(key);
+  for (char& c : folded) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return folded;
+}
+
+const Variant* Dictionary::Find(std::string_view key) const {
+  auto it = index_.find(FoldKey(key));
+  return it == index_.end() ? nullptr : &items_[it->second].second;
+}
+
+Variant Dictionary::Get(std::string_view key) const {
+  const Variant* v = Find(key);
+  return v ? *v : Variant();
+}
+
+Variant Dictionary::GetOr(std::string_view key, Variant fallback) const {
+  const Variant* v = Find(key);
+  return v ? *v : fallback;
+}
+
+void Dictionary::Set(std::string_view key, Variant value) {
+  auto [it, inserted] = index_.try_emplace(FoldKey(key), items_.size());
+  if (inserted) {
+    items_.emplace_back(std::string(key), std::move(value));
+  } else {
+    items_[it->second].second = std::move(value);
+  }
+}
+
+bool Dictionary::Remove(std::string_view key) {
+  auto it = index_.find(FoldKey(key));
+  if (it == index_.end()) return false;
+  const size_t pos = it->second;
+  items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(pos));
+  index_.erase(it);
+  for (auto& [k, p] : index_) {
+    if (p > pos) --p;
+  }
+  return true;
+}
+
+const DictionaryPtr& Vector::Item(int32_t position) const {
+  if (position < 1 || position > Count()) {
+    ThrowInvalid("Vector position " + std::to_string(position) + " is outside 1.." +
+                 std::to_string(Count()));
+  }
+  return rows_[static_cast<size_t>(position - 1)];
+}
+
+void Vector::Remove(int32_t position) {
+  Item(position);  // range check
+  rows_.erase(rows_.begin() + (position - 1));
+}
+
+}  // namespace mrpcalc

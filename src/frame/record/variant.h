@@ -1,0 +1,160 @@
+// The variant value that crosses every public interface, and the two
+// collection types built on it: the keyed Dictionary row and the 1-based
+// Vector of rows. Dictionaries and Vectors are reference types, as in the
+// ERP host: copying a Variant copies the reference, not the rows.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "frame/record/date.h"
+
+namespace mrpcalc {
+
+class Dictionary;
+class Vector;
+class Object;
+using DictionaryPtr = std::shared_ptr<Dictionary>;
+using VectorPtr = std::shared_ptr<Vector>;
+using ObjectPtr = std::shared_ptr<Object>;
+
+enum class VariantType {
+  kEmpty,  // never assigned (an omitted optional argument, a missing key)
+  kNull,   // a database NULL
+  kBoolean,
+  kLong,  // 32-bit signed
+  kDouble,
+  kString,  // UTF-8
+  kDate,
+  kDictionary,
+  kVector,
+  kObject,  // opaque object, in practice a record set
+};
+
+const char* VariantTypeName(VariantType type);
+
+// An opaque object held by a Variant (a record set, for instance).
+class Object {
+ public:
+  virtual ~Object() = default;
+  virtual std::string TypeName() const = 0;
+};
+
+class Variant {
+ public:
+  struct EmptyTag {
+    bool operator==(const EmptyTag&) const = default;
+  };
+  struct NullTag {
+    bool operator==(const NullTag&) const = default;
+  };
+
+  Variant() = default;
+  Variant(bool value) : value_(value) {}
+  Variant(int32_t value) : value_(value) {}
+  Variant(double value) : value_(value) {}
+  Variant(const char* value) : value_(std::string(value)) {}
+  Variant(std::string value) : value_(std::move(value)) {}
+  Variant(std::string_view value) : value_(std::string(value)) {}
+  Variant(Date value) : value_(value) {}
+  Variant(DictionaryPtr value) : value_(std::move(value)) {}
+  Variant(VectorPtr value) : value_(std::move(value)) {}
+  Variant(ObjectPtr value) : value_(std::move(value)) {}
+
+  static Variant Null() { return Variant(NullTag{}); }
+  // Long when the value fits 32 bits, Double otherwise.
+  static Variant FromInt64(int64_t value);
+
+  VariantType type() const { return static_cast<VariantType>(value_.index()); }
+  bool IsEmpty() const { return type() == VariantType::kEmpty; }
+  bool IsNull() const { return type() == VariantType::kNull; }
+  bool IsNumeric() const {
+    return type() == VariantType::kLong || type() == VariantType::kDouble ||
+           type() == VariantType::kBoolean;
+  }
+
+  // Strict accessors: nullptr when the variant holds another type.
+  const bool* AsBoolean() const { return std::get_if<bool>(&value_); }
+  const int32_t* AsLong() const { return std::get_if<int32_t>(&value_); }
+  const double* AsDouble() const { return std::get_if<double>(&value_); }
+  const std::string* AsString() const { return std::get_if<std::string>(&value_); }
+  const Date* AsDate() const { return std::get_if<Date>(&value_); }
+  DictionaryPtr AsDictionary() const;
+  VectorPtr AsVector() const;
+  ObjectPtr AsObject() const;
+
+  // Conversions in the manner of the host's automation: Empty converts to 0,
+  // "" or the zero date; Null and unconvertible values throw an invalid-input
+  // Error that names the value. Doubles convert to Long by rounding half to even.
+  int32_t ToLong() const;
+  double ToDouble() const;
+  std::string ToText() const;
+  bool ToBoolean() const;
+  Date ToDate() const;
+  // The numeric value of a text the way the ERP's Val() reads it: leading
+  // number, anything else 0. Never throws.
+  double ToValue() const;
+
+  bool operator==(const Variant& other) const { return value_ == other.value_; }
+
+ private:
+  explicit Variant(NullTag tag) : value_(tag) {}
+  std::variant<EmptyTag, NullTag, bool, int32_t, double, std::string, Date, DictionaryPtr,
+               VectorPtr, ObjectPtr>
+      value_;
+};
+
+// Text form of a double as the host prints it: up to 15 significant digits,
+// no trailing zeros, "." as decimal point whatever the locale.
+std::string FormatDouble(double value);
+
+// A keyed record. Keys keep their first spelling and insertion order; lookup
+// ignores ASCII letter case ("FBillNO" finds "FBillNo").
+class Dictionary {
+ public:
+  static DictionaryPtr Create() { return std::make_shared<Dictionary>(); }
+
+  size_t size() const { return items_.size(); }
+  bool empty() const { return items_.empty(); }
+  bool Contains(std::string_view key) const { return Find(key) != nullptr; }
+  const Variant* Find(std::string_view key) const;
+  // The value under key; Empty when absent.
+  Variant Get(std::string_view key) const;
+  Variant GetOr(std::string_view key, Variant fallback) const;
+  // Inserts at the end, or overwrites in place keeping the stored spelling.
+  void Set(std::string_view key, Variant value);
+  bool Remove(std::string_view key);
+  const std::vector<std::pair<std::string, Variant>>& items() const { return items_; }
+
+ private:
+  std::vector<std::pair<std::string, Variant>> items_;
+  std::unordered_map<std::string, size_t> index_;  // folded key -> position
+};
+
+// An ordered list of Dictionary rows. Its public interface is 1-based, like
+// the host's collection; internal code iterates rows() from 0.
+class Vector {
+ public:
+  static VectorPtr Create() { return std::make_shared<Vector>(); }
+
+  int32_t Count() const { return static_cast<int32_t>(rows_.size()); }
+  void Add(DictionaryPtr row) { rows_.push_back(std::move(row)); }
+  // Throws invalid input when position is outside 1..Count().
+  const DictionaryPtr& Item(int32_t position) const;
+  void Remove(int32_t position);
+  const std::vector<DictionaryPtr>& rows() const { return rows_; }
+
+ private:
+  std::vector<DictionaryPtr> rows_;
+};
+
+std::string FoldKey(std::string_view key);
+
+}  // namespace mrpcalc
