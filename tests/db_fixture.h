@@ -1,0 +1,36 @@
+// One database suite, every engine: a test derives from DbTest and runs once
+// per engine on a fresh, empty database.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "db/connection.h"
+
+namespace mrpcalc::testing {
+
+// "sqlite", and "postgres" when MRPCALC_TEST_PG_DSN names a server.
+std::vector<std::string> Engines();
+
+// A DSN for a fresh, empty database of the engine. For SQLite a new file in
+// a temporary folder; for PostgreSQL the test server with its public schema
+// dropped and created again.
+std::string FreshDsn(const std::string& engine);
+
+class DbTest : public ::testing::TestWithParam<std::string> {
+ protected:
+  void SetUp() override;
+  db::Connection& conn() { return *connection_; }
+  const std::string& dsn() const { return dsn_; }
+
+ private:
+  std::string dsn_;
+  db::ConnectionPtr connection_;
+};
+
+#define MRPCALC_ALL_ENGINES(Suite)                                      \
+  INSTANTIATE_TEST_SUITE_P(Engines, Suite, ::testing::ValuesIn(::mrpcalc::testing::Engines()), \
+                           [](const auto& info) { return info.param; })
+
+}  // namespace mrpcalc::testing

@@ -1,0 +1,214 @@
+// The database suite: the same tests on SQLite and on PostgreSQL via ODBC.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "db/open_demand.h"
+#include "db/schema.h"
+#include "db_fixture.h"
+#include "frame/record/error.h"
+
+namespace mrpcalc::testing {
+namespace {
+
+using db::Params;
+
+class Database : public DbTest {};
+MRPCALC_ALL_ENGINES(Database);
+
+void CreateProbe(db::Connection& c) {
+  c.Execute(c.dialect().CreateTable(
+      "t_Probe", {{"FID", db::ColumnType::kInt},
+                  {"FQty", db::ColumnType::kDecimal},
+                  {"FRate", db::ColumnType::kFloat},
+                  {"FName", db::ColumnType::kVarchar, 80},
+                  {"FDate", db::ColumnType::kDateTime}}));
+}
+
+TEST_P(Database, ValuesMapByDeclaredType) {
+  CreateProbe(conn());
+  conn().Execute("insert into t_Probe (FID, FQty, FRate, FName, FDate) values (?,?,?,?,?)",
+                 {int32_t{7}, 5.0, 13.0, "铝管", *Date::Parse("2026-11-22 08:30:00")});
+  conn().Execute("insert into t_Probe (FID, FQty, FRate, FName, FDate) values (?,?,?,?,?)",
+                 {int32_t{8}, Variant::Null(), Variant(), Variant::Null(), Variant::Null()});
+  auto rs = conn().Query("select FID, FQty, FRate, FName, FDate from t_Probe order by FID");
+  ASSERT_EQ(rs->RecordCount(), 2u);
+  const auto& r = rs->rows()[0];
+  // A decimal holding a whole number still reads as Double, as declared.
+  EXPECT_EQ(r[0], Variant(int32_t{7}));
+  EXPECT_EQ(r[1], Variant(5.0));
+  EXPECT_EQ(r[2], Variant(13.0));
+  EXPECT_EQ(r[3], Variant("铝管"));
+  EXPECT_EQ(r[4], Variant(*Date::Parse("2026-11-22 08:30:00")));
+  for (size_t i = 1; i < rs->rows()[1].size(); ++i) EXPECT_TRUE(rs->rows()[1][i].IsNull()) << i;
+  // Labels keep the schema's spelling whatever the engine does with case.
+  EXPECT_EQ(rs->columns()[0], "FID");
+  EXPECT_EQ(rs->columns()[1], "FQty");
+}
+
+TEST_P(Database, ExpressionsTypeByValue) {
+  auto rs = conn().Query("select 1+1 as n, 2.5 as d, 'x' as s");
+  EXPECT_EQ(rs->rows()[0][0], Variant(int32_t{2}));
+  EXPECT_EQ(rs->rows()[0][1], Variant(2.5));
+  EXPECT_EQ(rs->rows()[0][2], Variant("x"));
+  EXPECT_TRUE(conn().QueryValue("select 1 where 1=0").IsEmpty());
+}
+
+TEST_P(Database, ApostrophesAndQuotesRoundTrip) {
+  db::CreateErpSchema(conn(), false);
+  const std::string name = "O'Brien \"Fasteners\"; drop table t_Supplier;--";
+  conn().Execute("insert into t_Supplier (FItemID, FNumber, FName) values (?,?,?)",
+                 {int32_t{9}, "S'09", name});
+  EXPECT_EQ(conn().QueryValue("select FName from t_Supplier where FNumber = ?", {"S'09"}).ToText(),
+            name);
+  EXPECT_TRUE(conn().TableExists("t_Supplier"));
+}
+
+TEST_P(Database, IdListsAreParsedNeverSpliced) {
+  db::CreateErpSchema(conn(), false);
+  try {
+    db::ParseIdList("1,2);drop table t_Item;--", "warehouse list");
+    FAIL() << "a malformed list must be refused";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.category(), ErrorCategory::kInvalidInput);
+    EXPECT_STREQ(e.what(),
+                 "warehouse list \"1,2);drop table t_Item;--\" is not a comma-separated list of "
+                 "integer ids: \"2);drop table t_Item;--\" is not an id");
+  }
+  EXPECT_TRUE(conn().TableExists("t_Item"));
+  EXPECT_EQ(db::ParseIdList(" 3, 5 ", "list"), (std::vector<int32_t>{3, 5}));
+  EXPECT_TRUE(db::ParseIdList("  ", "list").empty());
+  EXPECT_THROW(db::ParseIdList("3,,5", "list"), Error);
+  EXPECT_THROW(db::ParseIdList("99999999999", "list"), Error);
+  EXPECT_EQ(db::JoinIds({3, 5}), "3,5");
+  EXPECT_THROW(db::CheckIdentifier("POOrder;drop", "table"), Error);
+  EXPECT_EQ(db::CheckIdentifier("POOrder", "table"), "POOrder");
+}
+
+TEST_P(Database, TransactionsRollBackUnlessCommitted) {
+  CreateProbe(conn());
+  {
+    db::Transaction tx(conn());
+    conn().Execute("insert into t_Probe (FID) values (?)", {int32_t{1}});
+  }
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Probe").ToLong(), 0);
+  {
+    db::Transaction tx(conn());
+    conn().Execute("insert into t_Probe (FID) values (?)", {int32_t{2}});
+    // A failed statement inside the transaction: the server may refuse
+    // everything after it until the rollback; the guard takes care of that.
+    EXPECT_THROW(conn().Execute("insert into t_NoSuchTable values (1)"), Error);
+  }
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Probe").ToLong(), 0);
+  {
+    db::Transaction tx(conn());
+    conn().Execute("insert into t_Probe (FID) values (?)", {int32_t{3}});
+    tx.Commit();
+  }
+  EXPECT_EQ(conn().QueryValue("select FID from t_Probe").ToLong(), 3);
+}
+
+TEST_P(Database, ErrorsCarryTheEngineText) {
+  try {
+    conn().Query("select * from t_NoSuchTable");
+    FAIL();
+  } catch (const Error& e) {
+    EXPECT_EQ(e.category(), ErrorCategory::kDatabase);
+    const std::string text = e.what();
+    EXPECT_TRUE(text.find("no such table") != std::string::npos ||
+                text.find("does not exist") != std::string::npos)
+        << text;
+    EXPECT_FALSE(e.context().empty());
+  }
+}
+
+TEST_P(Database, PreparedStatementsRunManyTimes) {
+  CreateProbe(conn());
+  db::Transaction tx(conn());
+  auto stmt = conn().Prepare("insert into t_Probe (FID, FQty, FName) values (?,?,?)");
+  for (int i = 0; i < 100; ++i) stmt->Execute({int32_t{i}, i * 0.5, "n" + std::to_string(i)});
+  tx.Commit();
+  auto rs = conn().Query("select count(*), sum(FQty) from t_Probe");
+  EXPECT_EQ(rs->rows()[0][0].ToLong(), 100);
+  EXPECT_DOUBLE_EQ(rs->rows()[0][1].ToDouble(), 2475.0);
+}
+
+TEST_P(Database, DemoDatabaseHoldsEveryCase) {
+  db::CreateErpSchema(conn(), false);
+  db::LoadDemoData(conn());
+  EXPECT_THROW(db::CreateErpSchema(conn(), false), Error);  // never over existing tables
+  // Every material class, a bill not in use, a virtual warehouse, a negative
+  // balance, a deleted supplier.
+  EXPECT_EQ(conn().QueryValue("select count(distinct FErpClsID) from t_ICItem").ToLong(), 4);
+  EXPECT_EQ(conn().QueryValue("select count(*) from ICBOM where FUseStatus <> 1072").ToLong(), 1);
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Stock where FTypeID = 502").ToLong(), 1);
+  EXPECT_EQ(conn().QueryValue("select count(*) from ICInventory where FQty < 0").ToLong(), 1);
+  EXPECT_EQ(conn().QueryValue("select FName from t_Supplier where FDeleted = 1").ToText(),
+            "南方橡胶厂");
+  // Dates stored by the demo come back as dates on every engine.
+  EXPECT_EQ(conn().QueryValue("select FBeginDate from ICMO where FBillNo = ?", {"WORK000001"}),
+            Variant(*Date::Parse("2026-12-01")));
+
+  const auto demand = db::ListOpenDemand(conn());
+  ASSERT_EQ(demand.size(), 7u);
+  EXPECT_EQ(demand[1].bill_no, "SEORD000001");
+  EXPECT_EQ(demand[1].entry_id, 2);
+  EXPECT_DOUBLE_EQ(demand[1].open_qty, 6.0);  // 10 ordered, 4 delivered
+  EXPECT_EQ(demand.back().tran_type, db::kTranOutsourcingTask);
+  EXPECT_EQ(demand.back().item_name, "车轮组件");
+
+  db::CreateErpSchema(conn(), true);  // --replace starts again from empty tables
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_ICItem").ToLong(), 0);
+}
+
+TEST(DatabaseOpen, RefusesUnknownDescriptions) {
+  EXPECT_THROW(db::Open("mysql:whatever"), Error);
+  EXPECT_THROW(db::Open("sqlite:"), Error);
+  EXPECT_THROW(db::Open("odbc:  "), Error);
+  EXPECT_THROW(db::Open("sqlite:/nonexistent-dir/x/y.db"), Error);
+}
+
+TEST(DatabaseOpen, SqliteReadsDateOnlyText) {
+  auto c = db::Open(FreshDsn("sqlite"));
+  c->Execute("create table t_D (FDate datetime)");
+  c->Execute("insert into t_D values ('2026-11-22')");
+  EXPECT_EQ(c->QueryValue("select FDate from t_D"), Variant(*Date::Parse("2026-11-22")));
+}
+
+// A server that accepts the connection and never answers must not hang the
+// caller: the login timeout ends the attempt within a few seconds.
+TEST(DatabaseOpen, OdbcLoginTimesOutOnASilentServer) {
+  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  ASSERT_GE(listener, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  ASSERT_EQ(::listen(listener, 8), 0);
+  socklen_t len = sizeof addr;
+  ::getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len);
+  const int port = ntohs(addr.sin_port);
+
+  db::OpenOptions options;
+  options.login_timeout_seconds = 2;
+  const auto start = std::chrono::steady_clock::now();
+  try {
+    db::Open("odbc:Driver={PostgreSQL Unicode};Servername=127.0.0.1;Port=" + std::to_string(port) +
+                 ";Database=erp;UID=nobody;",
+             options);
+    ADD_FAILURE() << "connected to a server that never answers";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.category(), ErrorCategory::kDatabase);
+    EXPECT_NE(e.context().find("while connecting to"), std::string::npos) << e.context();
+  }
+  const auto seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  EXPECT_LT(seconds, 8.0);
+  ::close(listener);
+}
+
+}  // namespace
+}  // namespace mrpcalc::testing

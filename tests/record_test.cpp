@@ -1,0 +1,180 @@
+// Record types, text cutters and the JSON form.
+#include <gtest/gtest.h>
+
+#include "frame/record/error.h"
+#include "frame/record/json.h"
+#include "frame/record/recordset.h"
+#include "frame/record/text.h"
+#include "frame/record/variant.h"
+
+namespace mrpcalc {
+namespace {
+
+TEST(Variant, KeepsEmptyNullAndEmptyTextApart) {
+  Variant empty;
+  Variant null = Variant::Null();
+  Variant text("");
+  EXPECT_EQ(empty.type(), VariantType::kEmpty);
+  EXPECT_EQ(null.type(), VariantType::kNull);
+  EXPECT_EQ(text.type(), VariantType::kString);
+  EXPECT_FALSE(empty == null);
+  EXPECT_FALSE(empty == text);
+  // Empty converts like an unassigned host variant; Null refuses.
+  EXPECT_EQ(empty.ToLong(), 0);
+  EXPECT_EQ(empty.ToText(), "");
+  EXPECT_THROW(null.ToLong(), Error);
+  EXPECT_THROW(null.ToText(), Error);
+}
+
+TEST(Variant, Conversions) {
+  EXPECT_EQ(Variant("  42 ").ToLong(), 42);
+  EXPECT_EQ(Variant(2.5).ToLong(), 2);  // half to even, as the host rounds
+  EXPECT_EQ(Variant(3.5).ToLong(), 4);
+  EXPECT_DOUBLE_EQ(Variant("1.25").ToDouble(), 1.25);
+  EXPECT_EQ(Variant(0.1 + 0.2).ToText(), "0.3");
+  EXPECT_EQ(Variant(100.0).ToText(), "100");
+  EXPECT_EQ(Variant(int32_t{-7}).ToText(), "-7");
+  EXPECT_DOUBLE_EQ(Variant("12abc").ToValue(), 12);
+  EXPECT_DOUBLE_EQ(Variant("").ToValue(), 0);
+  EXPECT_THROW(Variant("abc").ToLong(), Error);
+  EXPECT_THROW(Variant(3e10).ToLong(), Error);
+  EXPECT_EQ(Variant::FromInt64(5).type(), VariantType::kLong);
+  EXPECT_EQ(Variant::FromInt64(int64_t{1} << 40).type(), VariantType::kDouble);
+  EXPECT_TRUE(Variant("True").ToBoolean());
+  EXPECT_FALSE(Variant(int32_t{0}).ToBoolean());
+  EXPECT_EQ(Variant("2026-11-22").ToDate(), Date::FromParts(2026, 11, 22));
+}
+
+TEST(Date, ParsesAndPrints) {
+  auto d = Date::Parse("2026-02-28 13:04:05");
+  ASSERT_TRUE(d);
+  EXPECT_EQ(d->ToString(), "2026-02-28 13:04:05");
+  EXPECT_EQ(Date::Parse("2024-2-29")->ToString(), "2024-02-29 00:00:00");
+  EXPECT_EQ(Date::Parse("2026-11-22T08:00:00.123")->ToString(), "2026-11-22 08:00:00");
+  EXPECT_FALSE(Date::Parse("2026-02-29"));
+  EXPECT_FALSE(Date::Parse("2026-13-01"));
+  EXPECT_FALSE(Date::Parse("22/11/2026"));
+  EXPECT_EQ(Date().ToString(), "1899-12-30 00:00:00");  // the zero date
+  EXPECT_LT(*Date::Parse("1999-12-31"), *Date::Parse("2000-01-01"));
+  EXPECT_EQ(Date::Parse("2026-11-22 23:59:59")->StartOfDay(), *Date::Parse("2026-11-22"));
+}
+
+TEST(Dictionary, OrderAndCaseInsensitiveKeys) {
+  Dictionary d;
+  d.Set("FItemID", int32_t{1});
+  d.Set("FBillNo", "SE01");
+  d.Set("fitemid", int32_t{2});  // overwrites in place, keeps the first spelling
+  ASSERT_EQ(d.size(), 2u);
+  EXPECT_EQ(d.items()[0].first, "FItemID");
+  EXPECT_EQ(d.Get("FITEMID").ToLong(), 2);
+  EXPECT_EQ(d.Get("FBillNO").ToText(), "SE01");
+  EXPECT_TRUE(d.Get("Missing").IsEmpty());
+  EXPECT_EQ(d.GetOr("SubID", int32_t{0}).ToLong(), 0);
+  EXPECT_TRUE(d.Remove("fbillno"));
+  EXPECT_FALSE(d.Contains("FBillNo"));
+  d.Set("Later", "x");
+  EXPECT_EQ(d.items().back().first, "Later");
+  EXPECT_EQ(d.Get("later").ToText(), "x");
+}
+
+TEST(Vector, OneBasedWithRemoval) {
+  auto v = Vector::Create();
+  for (int i = 1; i <= 3; ++i) {
+    auto row = Dictionary::Create();
+    row->Set("N", int32_t{i});
+    v->Add(row);
+  }
+  EXPECT_EQ(v->Item(1)->Get("N").ToLong(), 1);
+  v->Remove(2);
+  EXPECT_EQ(v->Count(), 2);
+  EXPECT_EQ(v->Item(2)->Get("N").ToLong(), 3);
+  EXPECT_THROW(v->Item(0), Error);
+  EXPECT_THROW(v->Item(3), Error);
+  EXPECT_THROW(v->Remove(3), Error);
+}
+
+TEST(RecordSet, ConversionStartsAtTheCurrentRow) {
+  RecordSet rs({"A", "B"}, {{int32_t{1}, "x"}, {int32_t{2}, Variant::Null()}, {int32_t{3}, "z"}});
+  rs.Move(2);
+  auto tail = RecordsetToVector(rs);
+  ASSERT_EQ(tail->Count(), 1);
+  EXPECT_EQ(tail->Item(1)->Get("A").ToLong(), 3);
+  EXPECT_TRUE(rs.Eof());
+  // Already at EOF: an empty Vector, never nothing.
+  auto none = RecordsetToVector(rs);
+  ASSERT_TRUE(none);
+  EXPECT_EQ(none->Count(), 0);
+  rs.MoveFirst();
+  rs.MoveNext();
+  auto row = RowToDictionary(rs);
+  EXPECT_TRUE(row->Get("B").IsNull());
+  EXPECT_EQ(rs.position(), 1u);  // RowToDictionary does not move
+  RecordSet no_fields({}, {});
+  EXPECT_TRUE(RowToDictionary(no_fields)->empty());
+}
+
+TEST(Text, SplitFirst) {
+  std::string t = "a;b;c";
+  EXPECT_EQ(SplitFirst(t, ";"), "a");
+  EXPECT_EQ(t, "b;c");
+  t = "abc";
+  EXPECT_EQ(SplitFirst(t, ";"), "abc");
+  EXPECT_EQ(t, "");
+  EXPECT_EQ(SplitFirst(t, ";"), "");
+  EXPECT_EQ(t, "");
+  t = "x^|^y";
+  EXPECT_EQ(SplitFirst(t, "^|^"), "x");
+  EXPECT_EQ(t, "y");
+}
+
+TEST(Text, ParseNameAndValue) {
+  std::string t = " {1;2} ; x=3";
+  EXPECT_EQ(ParseValue(t), "1;2");
+  EXPECT_EQ(t, " x=3");
+  t = "7";
+  EXPECT_EQ(ParseValue(t), "7");
+  EXPECT_EQ(t, "");
+  t = "a={x;y};b=2";
+  EXPECT_EQ(ParseName(t), "a");
+  EXPECT_EQ(ParseValue(t), "x;y");
+  EXPECT_EQ(t, "b=2");
+  EXPECT_EQ(ParseName(t), "b");
+  EXPECT_EQ(ParseValue(t), "2");
+}
+
+TEST(Text, ComposeMessage) {
+  auto load = [](const std::string& key) { return "<" + key + ">"; };
+  EXPECT_EQ(ComposeMessage("~$~K1^|^ text ^|^~$~K2", load), "<K1> text <K2>");
+  EXPECT_EQ(ComposeMessage("", load), "");
+  EXPECT_EQ(ComposeMessage("plain", load), "plain");
+  EXPECT_EQ(ComposeMessage("a^|^^|^b", load), "ab");
+}
+
+TEST(Json, RoundTripsEveryKind) {
+  auto row = Dictionary::Create();
+  row->Set("Z", int32_t{1});
+  row->Set("A", 2.5);
+  row->Set("S", "O'Brien 供应商");
+  row->Set("D", *Date::Parse("2026-11-22 10:00:00"));
+  row->Set("N", Variant::Null());
+  row->Set("B", true);
+  auto rows = Vector::Create();
+  rows->Add(row);
+  const Json j = ToJson(Variant(rows));
+  EXPECT_EQ(j.dump(),
+            R"([{"Z":1,"A":2.5,"S":"O'Brien 供应商","D":"2026-11-22 10:00:00","N":null,"B":true}])");
+  Variant back = FromJson(j);
+  ASSERT_TRUE(back.AsVector());
+  auto r = back.AsVector()->Item(1);
+  EXPECT_EQ(r->items()[0].first, "Z");  // key order survives
+  EXPECT_EQ(r->Get("Z").type(), VariantType::kLong);
+  EXPECT_EQ(r->Get("A").type(), VariantType::kDouble);
+  EXPECT_EQ(r->Get("D").type(), VariantType::kString);  // a Date only where declared
+  EXPECT_TRUE(r->Get("N").IsNull());
+  EXPECT_EQ(FromJson(Json(3.0)).type(), VariantType::kLong);
+  EXPECT_EQ(FromJson(Json(int64_t{1} << 40)).type(), VariantType::kDouble);
+  EXPECT_THROW(FromJson(Json::parse("[1,2]")), Error);
+}
+
+}  // namespace
+}  // namespace mrpcalc
