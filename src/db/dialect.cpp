@@ -168,6 +168,11 @@ class SqlServerDialect : public Dialect {
     return out;
   }
   std::string Now() const override { return "getdate()"; }
+  std::string InteriorIdProcedure() const override {
+    return "set nocount on; declare @FInterID int; "
+           "exec GetICMaxNum @TableName = ?, @FInterID = @FInterID output; "
+           "select @FInterID as FInterID";
+  }
   std::string InsertIgnore(std::string_view table, std::string_view columns,
                            std::string_view values, std::string_view) const override {
     // Callers hold the key in their own transaction; a duplicate raises and

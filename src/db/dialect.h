@@ -62,6 +62,10 @@ class Dialect {
   virtual std::string InsertIgnore(std::string_view table, std::string_view columns,
                                    std::string_view values,
                                    std::string_view key_columns) const = 0;
+  // A batch that reserves the next interior id of a table through the ERP's
+  // own stored procedure (one parameter: the table name; one row back), or
+  // empty where the ERP database has no such procedure.
+  virtual std::string InteriorIdProcedure() const { return {}; }
   // True when the engine folds unquoted names to lower case in result labels.
   virtual bool FoldsNames() const { return false; }
 };

@@ -1,0 +1,101 @@
+// Stand-alone transaction context and caller-held units of work.
+#include "frame/context.h"
+
+#include "frame/record/error.h"
+
+namespace mrpcalc {
+namespace {
+thread_local UnitOfWork* current_unit = nullptr;
+}  // namespace
+
+UnitOfWork::UnitOfWork(const std::string& dsn, const db::OpenOptions& options)
+    : dsn_(dsn), connection_(db::Open(dsn, options)), previous_(current_unit) {
+  transaction_ = std::make_unique<db::Transaction>(*connection_);
+  current_unit = this;
+}
+
+UnitOfWork::~UnitOfWork() {
+  transaction_.reset();  // rolls back unless committed
+  current_unit = previous_;
+}
+
+void UnitOfWork::Commit() {
+  if (aborted_) {
+    transaction_.reset();
+    throw Error(ErrorCategory::kInvalidInput,
+                "the unit of work was aborted by a call inside it and has been rolled back");
+  }
+  transaction_->Commit();
+}
+
+UnitOfWork* UnitOfWork::Find(const std::string& dsn) {
+  for (UnitOfWork* u = current_unit; u; u = u->previous_) {
+    if (u->dsn_ == dsn) return u;
+  }
+  return nullptr;
+}
+
+StandaloneContext::~StandaloneContext() {
+  if (own_ && own_->InTransaction()) {
+    try {
+      own_->Rollback();
+    } catch (...) {
+    }
+  }
+}
+
+void StandaloneContext::Bind(const std::string& dsn) {
+  if (depth_ > 0 && dsn == dsn_) {
+    ++depth_;  // a nested call on the same session
+    return;
+  }
+  if (depth_ > 0) {
+    throw Error(ErrorCategory::kInvalidInput,
+                "a call nested in a unit of work on " + dsn_ + " cannot bind to another database");
+  }
+  aborted_ = false;
+  if (UnitOfWork* unit = UnitOfWork::Find(dsn)) {
+    joined_ = unit;
+  } else {
+    joined_ = nullptr;
+    if (!own_ || dsn != dsn_) own_ = db::Open(dsn, options_);
+    own_->Begin();
+  }
+  dsn_ = dsn;
+  depth_ = 1;
+}
+
+db::Connection& StandaloneContext::connection() {
+  if (joined_) return joined_->connection();
+  if (!own_ || depth_ == 0) {
+    throw Error(ErrorCategory::kInternal, "the transaction context is not bound to a database");
+  }
+  return *own_;
+}
+
+void StandaloneContext::SetAbort() {
+  if (depth_ == 0) return;
+  aborted_ = true;
+  if (--depth_ == 0) EndTransaction(false);
+}
+
+void StandaloneContext::SetComplete() {
+  if (depth_ == 0) return;
+  if (--depth_ == 0) EndTransaction(!aborted_);
+}
+
+void StandaloneContext::EndTransaction(bool commit) {
+  if (joined_) {
+    if (!commit) joined_->MarkAborted();
+    joined_ = nullptr;
+    return;
+  }
+  if (!own_) return;
+  if (commit) {
+    own_->Commit();
+  } else {
+    own_->Rollback();
+  }
+}
+
+}  // namespace mrpcalc

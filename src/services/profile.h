@@ -1,0 +1,21 @@
+// System profile (t_SystemProfile) and the base currency's amount scale.
+#pragma once
+
+#include <string>
+
+#include "db/connection.h"
+
+namespace mrpcalc {
+
+// FValue of (category, key) as text; fallback when there is no row or the
+// value is NULL.
+std::string GetSystemProfile(db::Connection& connection, const std::string& category,
+                             const std::string& key, const std::string& fallback);
+
+inline constexpr int kDefaultAmountScale = 2;
+
+// Decimals of the base currency (system profile GL/FBWB); 2 when the
+// profile or the currency row is missing.
+int BaseCurrencyScale(db::Connection& connection);
+
+}  // namespace mrpcalc
