@@ -1,0 +1,206 @@
+// The frame's unit of work, rights checks and numbering on every engine.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <set>
+
+#include "db/schema.h"
+#include "db_fixture.h"
+#include "frame/component.h"
+#include "services/host_config.h"
+#include "services/numbering.h"
+#include "services/profile.h"
+#include "services/rights.h"
+
+namespace mrpcalc::testing {
+namespace {
+
+class Services : public DbTest {
+ protected:
+  void SetUp() override {
+    DbTest::SetUp();
+    if (IsSkipped()) return;
+    db::CreateErpSchema(conn(), false);
+    db::LoadDemoData(conn());
+  }
+};
+MRPCALC_ALL_ENGINES(Services);
+
+class NoDataRights : public DataRights {
+ public:
+  bool Applies(int32_t, int16_t) override { return false; }
+};
+
+TEST_P(Services, Rights) {
+  // User 1 is in group 1 and has nothing in t_GroupAccess.
+  EXPECT_TRUE(IsAdministrator(conn(), 1));
+  EXPECT_FALSE(HoldsRightsGroupOneRight(conn(), 1));
+  // User 16 holds rights group 1 through his user group 20.
+  EXPECT_FALSE(IsAdministrator(conn(), 16));
+  EXPECT_TRUE(HoldsRightsGroupOneRight(conn(), 16));
+  // User 17's only right has FType 0; user 99 has no rows at all.
+  EXPECT_FALSE(HoldsRightsGroupOneRight(conn(), 17));
+  EXPECT_FALSE(IsAdministrator(conn(), 99));
+  EXPECT_FALSE(HoldsRightsGroupOneRight(conn(), 99));
+  // A right held directly counts; one inherited with FType 0 does not.
+  conn().Execute("insert into t_GroupAccess (FGroupID, FUserID, FType) values (1, 17, 1)");
+  EXPECT_TRUE(HoldsRightsGroupOneRight(conn(), 17));
+  NoDataRights none;
+  const UserRights r = CheckUserRights(conn(), none, 16, kDataRightSuppliers);
+  EXPECT_FALSE(r.SeesNothing());
+  EXPECT_FALSE(r.Filtered());
+  conn().Execute("update t_GroupAccess set FType = 0 where FUserID = 20");
+  EXPECT_FALSE(HoldsRightsGroupOneRight(conn(), 16));
+  EXPECT_TRUE(CheckUserRights(conn(), none, 16, kDataRightSuppliers).SeesNothing());
+  EXPECT_TRUE(RightsTextNamesUser("11,12,", 1));  // the ERP's substring test, kept
+  EXPECT_FALSE(RightsTextNamesUser("16,", 17));
+}
+
+TEST_P(Services, SystemProfileAndCurrencyScale) {
+  EXPECT_EQ(GetSystemProfile(conn(), "IC", "BOMType", "9"), "1");
+  EXPECT_EQ(GetSystemProfile(conn(), "IC", "NoSuchKey", "9"), "9");
+  EXPECT_EQ(BaseCurrencyScale(conn()), 2);
+  conn().Execute("update t_Currency set FScale = 3");
+  EXPECT_EQ(BaseCurrencyScale(conn()), 3);
+  conn().Execute("delete from t_Currency");
+  EXPECT_EQ(BaseCurrencyScale(conn()), 2);
+}
+
+TEST_P(Services, InteriorIdsNeverRepeatTheTablesOwn) {
+  DatabaseNumbering numbering;
+  db::Transaction tx(conn());
+  // The demo's purchase orders hold ids 1..3.
+  EXPECT_EQ(numbering.NextInteriorId(conn(), "POOrder"), 4);
+  EXPECT_EQ(numbering.NextInteriorId(conn(), "POOrder"), 5);
+  conn().Execute("insert into POOrder (FInterID, FBillNo, FSupplyID) values (500, 'X', 1)");
+  EXPECT_EQ(numbering.NextInteriorId(conn(), "POOrder"), 501);
+  EXPECT_EQ(numbering.NextInteriorId(conn(), "PurchasePlan"), 1);
+  EXPECT_THROW(numbering.NextInteriorId(conn(), "POOrder; drop table t_Item"), Error);
+  const Date day = *Date::Parse("2026-11-22 15:00:00");
+  EXPECT_EQ(numbering.NewBillNumber(conn(), "71", day), "POORD202611220001");
+  EXPECT_EQ(numbering.NewBillNumber(conn(), "71", day), "POORD202611220002");
+  EXPECT_EQ(numbering.NewBillNumber(conn(), "71", *Date::Parse("2026-11-23")), "POORD202611230001");
+  EXPECT_EQ(numbering.NewBillNumber(conn(), "85", day), "B85-202611220001");
+  tx.Commit();
+}
+
+// Two processes draw 1,000 ids and 1,000 bill numbers each, every draw in a
+// unit of work of its own, at the same time; all 2,000 must differ.
+TEST_P(Services, ConcurrentProcessesNeverShareANumber) {
+  constexpr int kDraws = 1000;
+  std::vector<std::string> files;
+  std::vector<pid_t> children;
+  for (int p = 0; p < 2; ++p) {
+    files.push_back(::testing::TempDir() + "draws-" + std::to_string(::getpid()) + "-" +
+                    std::to_string(p));
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      int status = 0;
+      try {
+        auto c = db::Open(dsn());
+        DatabaseNumbering numbering;
+        std::ofstream out(files.back());
+        const Date day = *Date::Parse("2026-11-22");
+        for (int i = 0; i < kDraws; ++i) {
+          db::Transaction tx(*c);
+          const int32_t id = numbering.NextInteriorId(*c, "POOrder");
+          const std::string bill = numbering.NewBillNumber(*c, "71", day);
+          tx.Commit();
+          out << id << " " << bill << "\n";
+        }
+      } catch (const std::exception& e) {
+        std::fprintf(stderr, "child %d: %s\n", p, e.what());
+        status = 1;
+      }
+      ::_exit(status);
+    }
+    children.push_back(pid);
+  }
+  for (pid_t pid : children) {
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  std::set<int32_t> ids;
+  std::set<std::string> bills;
+  for (const auto& f : files) {
+    std::ifstream in(f);
+    int32_t id;
+    std::string bill;
+    while (in >> id >> bill) {
+      ids.insert(id);
+      bills.insert(bill);
+    }
+    std::remove(f.c_str());
+  }
+  EXPECT_EQ(ids.size(), 2u * kDraws);
+  EXPECT_EQ(bills.size(), 2u * kDraws);
+}
+
+// A class of our own whose method writes and then fails half-way.
+class Writer : public ComponentObject {
+ public:
+  using ComponentObject::ComponentObject;
+  void WriteThenFail(const std::string& dsn) {
+    Run(dsn, [](db::Connection& c) {
+      c.Execute("insert into t_Settle (FItemID, FNumber, FName) values (9, '09', 'written')");
+      c.Execute("insert into t_NoSuchTable (FItemID) values (1)");
+    });
+  }
+  void Write(const std::string& dsn, int id) {
+    Run(dsn, [id](db::Connection& c) {
+      c.Execute("insert into t_Settle (FItemID, FNumber, FName) values (?, 'n', 'x')", {id});
+    });
+  }
+};
+
+TEST_P(Services, AFailedMethodLeavesTheDatabaseAsItWas) {
+  std::string engine_text;
+  try {
+    conn().Execute("insert into t_NoSuchTable (FItemID) values (1)");
+  } catch (const Error& e) {
+    engine_text = e.what();
+  }
+  ASSERT_FALSE(engine_text.empty());
+
+  Writer writer(MakeStandaloneHost(HostConfig{}));
+  try {
+    writer.WriteThenFail(dsn());
+    FAIL();
+  } catch (const Error& e) {
+    EXPECT_EQ(e.category(), ErrorCategory::kDatabase);
+    EXPECT_EQ(std::string(e.what()), engine_text);  // the database's own text
+  }
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 9").ToLong(), 0);
+  // The same instance works again afterwards.
+  writer.Write(dsn(), 10);
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 10").ToLong(), 1);
+}
+
+TEST_P(Services, CallsJoinTheCallersUnitOfWork) {
+  Writer writer(MakeStandaloneHost(HostConfig{}));
+  {
+    UnitOfWork unit(dsn());
+    writer.Write(dsn(), 21);
+    writer.Write(dsn(), 22);
+    // Not committed behind the caller's back.
+    auto other = db::Open(dsn());
+    EXPECT_EQ(other->QueryValue("select count(*) from t_Settle where FItemID > 20").ToLong(), 0);
+    unit.Commit();
+  }
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID > 20").ToLong(), 2);
+  {
+    UnitOfWork unit(dsn());
+    writer.Write(dsn(), 23);
+    EXPECT_THROW(writer.WriteThenFail(dsn()), Error);
+    EXPECT_TRUE(unit.aborted());
+    EXPECT_THROW(unit.Commit(), Error);
+  }
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 23").ToLong(), 0);
+}
+
+}  // namespace
+}  // namespace mrpcalc::testing
