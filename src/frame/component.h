@@ -100,7 +100,7 @@ struct ClassSpec {
 
 class Registry {
  public:
-  void Add(ClassSpec spec) { classes_.push_back(std::move(spec)); }
+  void Add(ClassSpec cls) { classes_.push_back(std::move(cls)); }
   const ClassSpec* Find(const std::string& prog_id) const;  // ignores case
   const std::vector<ClassSpec>& classes() const { return classes_; }
 
