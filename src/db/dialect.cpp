@@ -64,6 +64,9 @@ class SqliteDialect : public Dialect {
   std::string DropTempTableIfExists(std::string_view name) const override {
     return "drop table if exists temp." + std::string(name);
   }
+  std::string TempTableExists() const override {
+    return "select 1 from sqlite_temp_master where type = 'table' and lower(name) = lower(?)";
+  }
   std::string SelectTop(int n, std::string_view select_list,
                         std::string_view tail) const override {
     return "select " + std::string(select_list) + " " + std::string(tail) + " limit " +
@@ -109,6 +112,10 @@ class PostgresDialect : public Dialect {
   }
   std::string DropTempTableIfExists(std::string_view name) const override {
     return "drop table if exists pg_temp." + std::string(name);
+  }
+  std::string TempTableExists() const override {
+    return "select 1 from pg_catalog.pg_class c where c.relnamespace = pg_my_temp_schema()"
+           " and c.relname = lower(?)";
   }
   std::string SelectTop(int n, std::string_view select_list,
                         std::string_view tail) const override {
@@ -156,6 +163,9 @@ class SqlServerDialect : public Dialect {
   std::string DropTempTableIfExists(std::string_view name) const override {
     return "if object_id('tempdb..#" + std::string(name) + "') is not null drop table #" +
            std::string(name);
+  }
+  std::string TempTableExists() const override {
+    return "select 1 where object_id('tempdb..#' + ?) is not null";
   }
   std::string SelectTop(int n, std::string_view select_list,
                         std::string_view tail) const override {

@@ -50,6 +50,9 @@ class Dialect {
   virtual std::string CreateTempTable(std::string_view name,
                                       const std::vector<ColumnDef>& columns) const = 0;
   virtual std::string DropTempTableIfExists(std::string_view name) const = 0;
+  // A query taking the bare name as its one parameter; a row when this
+  // session holds that working table.
+  virtual std::string TempTableExists() const = 0;
 
   // "select <rest> ... limit n" in whatever form the engine takes. The select
   // list and the tail (from, where, order by) are given apart.

@@ -1,25 +1,224 @@
-// Method table of MrpDataInfo.
+// MrpDataInfo: loads the calculation's input, runs the core, shapes rows.
 #include "mrp/mrp_data_info.h"
 
+#include <algorithm>
+#include <set>
+
+#include "frame/record/text.h"
+#include "mrp/calculation.h"
+#include "mrp/loader.h"
+#include "services/profile.h"
+#include "services/rights.h"
+
 namespace mrpcalc {
+namespace {
+
+constexpr const char* kBomLoopMessage = "以下产品的Bom子件存在死循环,请修改！";
+constexpr const char* kMessageCaption = "Zorvik提示";
+
+// A switch of dctFilter is on when it equals 1 (a Boolean True counts too).
+bool SwitchOn(const DictionaryPtr& filter, const char* key) {
+  const Variant v = filter->Get(key);
+  if (const bool* b = v.AsBoolean()) return *b;
+  return v.ToValue() == 1;
+}
+
+Variant Cell(const mrp::OptInt& v) { return v ? Variant(*v) : Variant::Null(); }
+Variant Cell(const mrp::OptNum& v) { return v ? Variant(*v) : Variant::Null(); }
+Variant Cell(const mrp::OptText& v) { return v ? Variant(*v) : Variant::Null(); }
+Variant Cell(const std::optional<Date>& v) { return v ? Variant(*v) : Variant::Null(); }
+
+DictionaryPtr ToDictionary(const mrp::ReportRow& r) {
+  const Variant cells[] = {
+      Cell(r.item_id),      Cell(r.bom_item_id),  Cell(r.inter_id),       Cell(r.entry_id),
+      Cell(r.bom_inter_id), Cell(r.bom_entry_id), Cell(r.tran_type),      Cell(r.item_prop_id),
+      Cell(r.item_prop),    Cell(r.item_number),  Cell(r.item_name),      Cell(r.item_model),
+      Cell(r.aux_prop_id),  Cell(r.aux_prop),     Cell(r.unit_id),        Cell(r.unit_name),
+      Cell(r.destroy_rate), Cell(r.qty_decimal),  Cell(r.need_qty),       Cell(r.save_qty),
+      Cell(r.current_qty),  Cell(r.moving_qty),   Cell(r.unstock_qty),    Cell(r.producing_qty),
+      Cell(r.produc_qty),   Cell(r.mid_stock_qty), Cell(r.suggest_qty),   Cell(r.qty),
+      Cell(r.source_no),    Cell(r.supply_number), Cell(r.supply_name),   Cell(r.memo),
+      Cell(r.final),        Cell(r.date)};
+  auto row = Dictionary::Create();
+  const auto& columns = mrp::ReportColumns();
+  for (size_t i = 0; i < columns.size(); ++i) row->Set(columns[i], cells[i]);
+  return row;
+}
+
+std::vector<std::string> BillNumbers(const std::string& bill_no) {
+  std::vector<std::string> out;
+  std::string rest = bill_no;
+  do {
+    out.push_back(SplitFirst(rest, "/"));
+  } while (!rest.empty());
+  return out;
+}
+
+}  // namespace
+
+int MrpDataInfo::BomType(db::Connection& c) {
+  if (!bom_type_) {
+    bom_type_ = static_cast<int>(Variant(GetSystemProfile(c, "IC", "BOMType", "1")).ToValue());
+  }
+  return *bom_type_;
+}
+
+VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr& lines,
+                                        const DictionaryPtr& dctFilter, const std::string& sStockKey,
+                                        int32_t user_id, int frm_type) {
+  return Run(dsn, [&](db::Connection& c) {
+    if (!lines) ThrowInvalid("vctListData is Nothing: the MRP calculation needs demand lines");
+    const DictionaryPtr filter = dctFilter ? dctFilter : Dictionary::Create();
+    mrp::Input in;
+    mrp::Options& o = in.options;
+    o.task = mrp::TaskKindFromSubId(filter->GetOr("SubID", int32_t{0}).ToText());
+    o.expand = SwitchOn(filter, "Expand");
+    o.user_id = user_id;
+    o.frm_type = frm_type;
+    if (o.task.code == 0) {
+      ThrowInvalid("dctFilter \"SubID\" must be \"SC\" (production tasks) or \"WW\" (outsourcing "
+                   "tasks), not \"" + filter->Get("SubID").ToText() + "\"");
+    }
+    const std::vector<int32_t> warehouses =
+        db::ParseIdList(Trim(sStockKey).empty() ? "0" : sStockKey, "warehouse list sStockKey");
+
+    std::vector<int32_t> demand_items, demand_tasks;
+    for (const auto& row : lines->rows()) {
+      demand_items.push_back(row->Get("FItemID").ToLong());
+      if (row->Get("Ftrantype").ToLong() == o.task.code) demand_tasks.push_back(row->Get("FinterID").ToLong());
+    }
+    std::sort(demand_tasks.begin(), demand_tasks.end());
+    demand_tasks.erase(std::unique(demand_tasks.begin(), demand_tasks.end()), demand_tasks.end());
+    mrp::LoadTasks(c, demand_tasks, in);
+    for (const auto& e : in.task_entries) demand_items.push_back(e.item_id);
+    mrp::LoadBoms(c, demand_items, in);
+
+    if (o.expand) {
+      // Lines whose product's bills lead back to it are dropped, last first,
+      // and named to the planner; the calculation goes on without them.
+      const mrp::BomIndex boms(in);
+      std::string looping;
+      for (int32_t i = lines->Count(); i >= 1; --i) {
+        const DictionaryPtr& row = lines->Item(i);
+        if (mrp::BomLoopsBackToItem(boms, row->Get("FItemID").ToLong())) {
+          looping += row->Get("FItemName").ToText() + "(" + row->Get("FItemNumber").ToText() + ")\r\n";
+          lines->Remove(i);
+        }
+      }
+      if (!looping.empty() && host_.messages) {
+        host_.messages->Show(std::string(kBomLoopMessage) + "\r\n" + looping, kMessageCaption);
+      }
+    }
+    o.bom_type = BomType(c);
+    const bool count_unchecked =
+        Variant(GetSystemProfile(c, "IC", "UPSTOCKWHENSAVE", "1")).ToValue() != 0;
+
+    std::vector<std::vector<std::string>> numbers;
+    for (const auto& row : lines->rows()) numbers.push_back(BillNumbers(row->Get("FBillNo").ToText()));
+    const Variant source = filter->Get("SourceData");
+    const mrp::DemandDates dates(c, source.AsVector(), numbers);
+    for (size_t i = 0; i < lines->rows().size(); ++i) {
+      const DictionaryPtr& row = lines->rows()[i];
+      mrp::DemandLine d;
+      d.tran_type = row->Get("Ftrantype").ToLong();
+      d.item_id = row->Get("FItemID").ToLong();
+      d.inter_id = row->Get("FinterID").ToLong();
+      d.entry_id = row->Get("FEntryID").ToLong();
+      d.bill_no = row->Get("FBillNo").ToText();
+      d.qty = row->Get("FQty").ToDouble();
+      d.date = dates.For(numbers[i]);
+      in.demand.push_back(std::move(d));
+      for (const auto& n : numbers[i]) in.demand_bill_numbers.push_back(n);
+    }
+    o.now_stock = SwitchOn(filter, "NowStock");
+    o.save_stock = SwitchOn(filter, "SaveStock");
+    o.moving = SwitchOn(filter, "Moving");
+    o.unsale = SwitchOn(filter, "UnSale");
+    o.producing = SwitchOn(filter, "Producing");
+    o.produc = SwitchOn(filter, "Produc");
+    o.mid_stock = SwitchOn(filter, "MidStockQty");
+    const bool count_virtual = filter->Get("Virtual").ToValue() != 0;
+    mrp::LoadSupply(c, demand_tasks, warehouses, count_virtual, count_unchecked, in);
+    if (frm_type == 0) {
+      in.rights.administrator = IsAdministrator(c, user_id);
+      in.rights.group_right = HoldsRightsGroupOneRight(c, user_id);
+      in.rights.supplier_data_rights =
+          host_.data_rights && host_.data_rights->Applies(user_id, kDataRightSuppliers);
+    }
+    auto out = Vector::Create();
+    for (const auto& r : mrp::Calculate(in)) out->Add(ToDictionary(r));
+    return out;
+  });
+}
+
+void MrpDataInfo::GetBomAllChildRs(const std::string& dsn, int32_t bom_inter_id, int32_t p_item_id,
+                                   double suggest_qty, double qty, const std::string& date_text) {
+  Run(dsn, [&](db::Connection& c) {
+    if (Trim(date_text).empty()) {
+      ThrowInvalid("GetBomAllChildRs needs strDate, the required date of the rows");
+    }
+    const auto date = Date::Parse(date_text);
+    if (!date) ThrowInvalid("strDate \"" + date_text + "\" is not a date");
+    mrp::Input in;
+    const Variant item = c.QueryValue("select FItemID from ICBOM where FInterID = ?", {bom_inter_id});
+    if (!item.IsEmpty() && !item.IsNull()) mrp::LoadBoms(c, {item.ToLong()}, in);
+    const mrp::BomIndex boms(in);
+    const auto rows =
+        mrp::ExpandBomChildren(boms, BomType(c), bom_inter_id, p_item_id, suggest_qty, qty, *date);
+
+    const db::Dialect& d = c.dialect();
+    const std::string table = d.TempTable("Data2222");
+    if (c.Query(d.TempTableExists(), {"Data2222"})->Eof()) {
+      using T = db::ColumnType;
+      c.Execute(d.CreateTempTable(
+          "Data2222", {{"FItemID", T::kInt},      {"FBomInterID", T::kInt},
+                       {"FPItemID", T::kInt},     {"FInterID", T::kInt},
+                       {"FEntryID", T::kInt},     {"FSuggestQty", T::kDecimal, 0, "0"},
+                       {"FAuxPropID", T::kInt},   {"FQty", T::kDecimal, 0, "0"},
+                       {"FChildQty", T::kDecimal, 0, "0"}, {"FScrap", T::kDecimal, 0, "0"},
+                       {"Fdate", T::kDateTime},   {"FNote", T::kVarchar, 355, "''"}}));
+    }
+    auto insert = c.Prepare("insert into " + table +
+                            " (FItemID, FInterID, FEntryID, FPItemID, FSuggestQty, FAuxPropID, FQty,"
+                            " FChildQty, FScrap, Fdate, FNote) values (?,?,?,?,?,?,?,?,?,?,?)");
+    auto num = [](const mrp::OptNum& v) { return v ? Variant(*v) : Variant::Null(); };
+    for (const auto& r : rows) {
+      insert->Execute({r.item_id, r.inter_id, r.entry_id, r.p_item_id, num(r.suggest_qty),
+                       r.aux_prop_id ? Variant(*r.aux_prop_id) : Variant::Null(), num(r.qty),
+                       num(r.child_qty), num(r.scrap), r.date ? Variant(*r.date) : Variant::Null(),
+                       r.note ? Variant(*r.note) : Variant::Null()});
+    }
+  });
+}
 
 ClassSpec MrpDataInfoClass() {
   const std::string id = kMrpDataInfoProgId;
   using T = ParamType;
+  auto self = [](ComponentObject& o) -> MrpDataInfo& { return static_cast<MrpDataInfo&>(o); };
   return {id,
           [](const Host& host) { return std::make_unique<MrpDataInfo>(host); },
           {
               TransModeMethod(),
-              Unbuilt(id, "GetMrpReportData",
-                      {In("sDsn", T::kString), In("vctListData", T::kVector),
-                       OptRef("dctFilter", T::kDictionary), OptRef("strGroupBy", T::kString, ""),
-                       Opt("sStockKey", T::kString, ""), Opt("UserID", T::kLong, int32_t{0}),
-                       OptRef("FrmType", T::kInteger, int32_t{0})},
-                      "Vector"),
-              Unbuilt(id, "GetBomAllChildRs",
-                      {In("sDsn", T::kString), In("BomInterID", T::kLong), In("PItemID", T::kLong),
-                       In("SuggestQty", T::kDouble), In("Qty", T::kDouble),
-                       Opt("strDate", T::kString, "")}),
+              {"GetMrpReportData",
+               {In("sDsn", T::kString), In("vctListData", T::kVector),
+                OptRef("dctFilter", T::kDictionary), OptRef("strGroupBy", T::kString, ""),
+                Opt("sStockKey", T::kString, ""), Opt("UserID", T::kLong, int32_t{0}),
+                OptRef("FrmType", T::kInteger, int32_t{0})},
+               "Vector",
+               [self](ComponentObject& o, Args& a) {
+                 return Variant(self(o).GetMrpReportData(a[0].ToText(), a[1].AsVector(),
+                                                         a[2].AsDictionary(), a[4].ToText(),
+                                                         a[5].ToLong(), a[6].ToLong()));
+               }},
+              {"GetBomAllChildRs",
+               {In("sDsn", T::kString), In("BomInterID", T::kLong), In("PItemID", T::kLong),
+                In("SuggestQty", T::kDouble), In("Qty", T::kDouble), Opt("strDate", T::kString, "")},
+               "",
+               [self](ComponentObject& o, Args& a) {
+                 self(o).GetBomAllChildRs(a[0].ToText(), a[1].ToLong(), a[2].ToLong(),
+                                          a[3].ToDouble(), a[4].ToDouble(), a[5].ToText());
+                 return Variant();
+               }},
           }};
 }
 

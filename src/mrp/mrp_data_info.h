@@ -1,6 +1,8 @@
 // ZUVMMrpCalculate.MrpDataInfo: the MRP calculation report and BOM expansion.
 #pragma once
 
+#include <optional>
+
 #include "frame/component.h"
 
 namespace mrpcalc {
@@ -10,6 +12,30 @@ inline constexpr const char* kMrpDataInfoProgId = "ZUVMMrpCalculate.MrpDataInfo"
 class MrpDataInfo : public ComponentObject {
  public:
   using ComponentObject::ComponentObject;
+
+  // The MRP report for the demand lines of vctListData: one row per
+  // material, auxiliary property and memo, keyed by every column of the
+  // working table, in material-code order. dctFilter holds "SubID" ("SC" or
+  // "WW"), "Expand" (1 = all BOM levels), "SourceData" (the selected source
+  // rows) and the netting switches "NowStock", "SaveStock", "Moving",
+  // "UnSale", "Producing", "Produc", "MidStockQty" (each on when 1) and
+  // "Virtual" (0: virtual warehouses do not count). sStockKey lists the
+  // warehouses whose stock counts ("" = none). With Expand 1, a demand line
+  // whose product's bills lead back to it is removed from vctListData and
+  // named in a message; the others are still calculated.
+  VectorPtr GetMrpReportData(const std::string& dsn, const VectorPtr& vctListData,
+                             const DictionaryPtr& dctFilter, const std::string& sStockKey,
+                             int32_t user_id, int frm_type);
+
+  // Writes every leaf component of the bill, over all levels, into the
+  // session's working table Data2222 (created when the caller has not).
+  void GetBomAllChildRs(const std::string& dsn, int32_t bom_inter_id, int32_t p_item_id,
+                        double suggest_qty, double qty, const std::string& date);
+
+ private:
+  // System profile IC/BOMType, read once per instance.
+  int BomType(db::Connection& connection);
+  std::optional<int> bom_type_;
 };
 
 ClassSpec MrpDataInfoClass();

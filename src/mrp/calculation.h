@@ -1,0 +1,56 @@
+// The MRP calculation core: explodes the demand through the bills of
+// material, folds it into one row per material, nets it against supply and
+// suggests suppliers. Pure: in-memory input, result rows out.
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "mrp/model.h"
+
+namespace mrpcalc::mrp {
+
+// Indexes over the bills of material of an Input.
+class BomIndex {
+ public:
+  explicit BomIndex(const Input& input);
+
+  const Input& input() const { return input_; }
+  // In-use bills (FUseStatus 1072) of an item, by interior id.
+  const std::vector<const BomHeader*>& InUse(int32_t item_id) const;
+  const BomHeader* Bill(int32_t inter_id) const;
+  // Lines of a bill, by line id.
+  const std::vector<const BomChild*>& Lines(int32_t inter_id) const;
+  // The approved bill of a made component: use status coded 'zt01' and
+  // FStatus 1, lowest interior id first; nullptr when there is none.
+  const BomHeader* Approved(int32_t item_id) const;
+  // True when the item has an in-use bill with FStatus 1.
+  bool HasApprovedInUse(int32_t item_id) const;
+  const Item* FindItem(int32_t item_id) const;
+
+ private:
+  const Input& input_;
+  std::unordered_map<int32_t, std::vector<const BomHeader*>> in_use_;
+  std::unordered_map<int32_t, const BomHeader*> by_id_;
+  std::unordered_map<int32_t, std::vector<const BomChild*>> lines_;
+  std::unordered_map<int32_t, const BomHeader*> approved_;
+  std::set<int32_t> approved_in_use_;
+};
+
+// The BOM child expansion of one bill: every leaf component over all levels
+// with its quantity grossed up for scrap, each row carrying the top-level
+// parent. Made components (classes 2 and 9) are exploded through their
+// approved bill; those without one are written as leaves. A bill structure
+// that leads back into itself is refused with an error naming the item.
+std::vector<ChildRow> ExpandBomChildren(const BomIndex& boms, int bom_type, int32_t bom_inter_id,
+                                        int32_t p_item_id, double suggest_qty, double qty,
+                                        const std::optional<Date>& date);
+
+// True when the in-use bills below the item lead back to it.
+bool BomLoopsBackToItem(const BomIndex& boms, int32_t item_id);
+
+// The report: one row per material, auxiliary property and memo, in
+// material-code order (rows without a code first).
+std::vector<ReportRow> Calculate(const Input& input);
+
+}  // namespace mrpcalc::mrp

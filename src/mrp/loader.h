@@ -1,0 +1,47 @@
+// Loads what the MRP calculation reads, with a few set-based queries: the
+// bills of material one level per query, master data, and one aggregate
+// query per supply figure. Never one query per row.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "db/connection.h"
+#include "frame/record/variant.h"
+#include "mrp/model.h"
+
+namespace mrpcalc::mrp {
+
+// The bills of material reachable from the items, all levels, with the
+// items they name and the codes that mark approved bills.
+void LoadBoms(db::Connection& connection, const std::vector<int32_t>& item_ids, Input& input);
+
+// The date a demand line's materials are needed: the earliest delivery date
+// of the matching sales-order lines, or the earliest planned start of the
+// named tasks. `bill_numbers` are the line's numbers (its "FBillNo" cut at
+// "/"); `source_data` the rows the planner selected. Throws, as the report
+// always failed, when the source rows name no sales-order line for a sales
+// demand or a source type other than 81, 85 and 91 is in hand.
+class DemandDates {
+ public:
+  DemandDates(db::Connection& connection, const VectorPtr& source_data,
+              const std::vector<std::vector<std::string>>& bill_numbers_per_line);
+  Date For(const std::vector<std::string>& bill_numbers) const;
+
+ private:
+  VectorPtr source_;
+  std::map<std::pair<int32_t, int32_t>, std::optional<Date>> sales_dates_;
+  std::map<std::string, std::optional<Date>> mo_dates_, out_mo_dates_;
+};
+
+// The demand's own tasks (header and material plan) of the task kind.
+void LoadTasks(db::Connection& connection, const std::vector<int32_t>& demand_tasks, Input& input);
+
+// Supply figures, issues, purchase history, suppliers, units.
+// `demand_tasks` are the interior ids of the demand's own tasks;
+// `warehouses` the ids of sStockKey.
+void LoadSupply(db::Connection& connection, const std::vector<int32_t>& demand_tasks,
+                const std::vector<int32_t>& warehouses, bool count_virtual,
+                bool count_unchecked_bills, Input& input);
+
+}  // namespace mrpcalc::mrp

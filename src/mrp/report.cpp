@@ -1,0 +1,598 @@
+// The report: demand rows, explosion, folding, netting and suppliers.
+#include <algorithm>
+#include <cmath>
+#include <map>
+#include <tuple>
+
+#include "frame/record/error.h"
+#include "frame/record/variant.h"
+#include "mrp/calculation.h"
+
+namespace mrpcalc::mrp {
+namespace {
+
+double Dec(double v) { return std::fabs(v) >= 1e8 ? v : std::round(v * 1e10) / 1e10; }
+OptNum Dec(OptNum v) { return v ? OptNum(Dec(*v)) : std::nullopt; }
+OptNum Mul(OptNum a, OptNum b) { return (a && b) ? OptNum(*a * *b) : std::nullopt; }
+OptNum Add(OptNum a, OptNum b) { return (a && b) ? OptNum(*a + *b) : std::nullopt; }
+OptNum Sub(OptNum a, OptNum b) { return (a && b) ? OptNum(*a - *b) : std::nullopt; }
+bool Equal(const OptInt& a, const OptInt& b) { return a && b && *a == *b; }
+
+// SUM over a group: NULLs are skipped; a group of NULLs sums to NULL.
+void SumInto(OptNum& total, const OptNum& v) {
+  if (!v) return;
+  total = total ? OptNum(*total + *v) : v;
+}
+
+[[noreturn]] void DivideByZero(const std::string& where) {
+  throw Error(ErrorCategory::kInvalidInput, "division by zero: " + where);
+}
+
+const char* ItemPropText(const OptInt& cls) {
+  if (cls && *cls == kClsPurchased) return "外购";
+  if (cls && *cls == kClsAssembled) return "组装";
+  if (cls && *cls == kClsSelfMade) return "自制";
+  return "其他";
+}
+
+class Report {
+ public:
+  explicit Report(const Input& input) : in_(input), opt_(input.options), boms_(input) {}
+
+  std::vector<ReportRow> Run() {
+    if (opt_.task.code == 0) {
+      throw Error(ErrorCategory::kInvalidInput,
+                  "SubID must be \"SC\" (production tasks) or \"WW\" (outsourcing tasks)");
+    }
+    if (in_.demand.empty()) {
+      throw Error(ErrorCategory::kInvalidInput, "the MRP calculation needs at least one demand line");
+    }
+    LoadDemand();
+    if (opt_.expand) {
+      ExpandTasks();
+      PushIssuedDownTheLevels();
+      MultiLevel();
+    } else {
+      SingleLevel();
+    }
+    rows_.erase(std::remove_if(rows_.begin(), rows_.end(),
+                               [](const ReportRow& r) { return Equal(r.bom_item_id, 0); }),
+                rows_.end());
+    for (auto& r : rows_) r.need_qty = r.suggest_qty;
+    if (!opt_.expand) produc_ = Grouped(in_.issued);
+    NameAuxProps();
+    UnifyMemos();
+    Fold();
+    MasterData();
+    if (opt_.frm_type == 0) {
+      for (auto& r : rows_) {
+        r.save_qty = 0.0;
+        r.suggest_qty = 0.0;
+      }
+      Suppliers();
+    }
+    if (opt_.mid_stock) MidStock();
+    Supply();
+    Net();
+    Order();
+    return std::move(rows_);
+  }
+
+ private:
+  using Key = ItemAux;
+
+  static std::map<Key, OptNum> Grouped(const std::vector<Issued>& rows) {
+    std::map<Key, OptNum> out;
+    for (const auto& r : rows) {
+      auto [it, inserted] = out.try_emplace({r.item_id, r.aux_prop_id}, r.qty);
+      if (!inserted) SumInto(it->second, r.qty);
+    }
+    return out;
+  }
+
+  void LoadDemand() {
+    for (const auto& d : in_.demand) {
+      ReportRow r;
+      r.tran_type = d.tran_type;
+      r.item_id = d.item_id;
+      r.bom_item_id = 0;
+      r.inter_id = d.inter_id;
+      r.entry_id = d.entry_id;
+      r.source_no = d.bill_no;
+      r.suggest_qty = Dec(d.qty);
+      r.final = 0;
+      r.date = d.date;
+      rows_.push_back(std::move(r));
+    }
+  }
+
+  std::vector<const TaskEntry*> EntriesOf(int32_t inter_id) const {
+    std::vector<const TaskEntry*> out;
+    for (const auto& e : in_.task_entries) {
+      if (e.inter_id == inter_id) out.push_back(&e);
+    }
+    return out;
+  }
+
+  const TaskHeader* Task(const OptInt& inter_id) const {
+    if (!inter_id) return nullptr;
+    auto it = in_.task_headers.find(*inter_id);
+    return it == in_.task_headers.end() ? nullptr : &it->second;
+  }
+
+  // A task's plan quantity for the demand: unchanged when the demand equals
+  // the task quantity, otherwise prorated.
+  OptNum Prorated(const ReportRow& demand, const TaskHeader& task, const TaskEntry& entry,
+                  bool cast_ratio) const {
+    if (demand.suggest_qty && task.qty && *demand.suggest_qty == *task.qty) return entry.plan_qty;
+    if (!entry.plan_qty || !task.qty || !demand.suggest_qty) return std::nullopt;
+    if (*task.qty == 0) {
+      DivideByZero("task " + std::to_string(task.inter_id) + " has quantity 0");
+    }
+    const double ratio = *entry.plan_qty / *task.qty;
+    return (cast_ratio ? Dec(ratio) : ratio) * *demand.suggest_qty;
+  }
+
+  // Demand rows of the task kind become the tasks' own material plans.
+  void ExpandTasks() {
+    std::vector<ReportRow> kept, expanded;
+    for (auto& d : rows_) {
+      if (!Equal(d.tran_type, opt_.task.code)) {
+        kept.push_back(std::move(d));
+        continue;
+      }
+      const TaskHeader* task = Task(d.inter_id);
+      if (!task) continue;
+      for (const TaskEntry* e : EntriesOf(task->inter_id)) {
+        ReportRow r;
+        r.tran_type = d.tran_type;
+        r.item_id = e->item_id;
+        r.bom_item_id = 0;
+        r.inter_id = d.inter_id;
+        r.entry_id = d.entry_id;
+        r.source_no = d.source_no;
+        r.suggest_qty = Dec(Prorated(d, *task, *e, false));
+        r.final = d.final;
+        r.date = d.date;
+        r.aux_prop_id = e->aux_prop_id;
+        r.memo = e->note;
+        expanded.push_back(std::move(r));
+      }
+    }
+    rows_ = std::move(kept);
+    for (auto& r : expanded) rows_.push_back(std::move(r));
+  }
+
+  // Issued quantities move from every parent with an in-use bill to its
+  // children, level by level, until a level yields one row or none (a level
+  // of exactly one row is not exploded further: the report always did so).
+  void PushIssuedDownTheLevels() {
+    struct Level {
+      int32_t item;
+      OptInt aux;
+      OptNum qty;
+      int lev;
+    };
+    std::vector<Level> all;
+    for (const auto& r : in_.issued) all.push_back({r.item_id, r.aux_prop_id, Dec(r.qty), 1});
+    size_t rowcount = all.size();
+    int lev = 1;
+    while (rowcount > 1) {
+      ++lev;
+      if (lev > 10000) {
+        throw Error(ErrorCategory::kInvalidInput,
+                    "issued quantities do not reach the bottom of the bills of material: a bill "
+                    "leads back to itself");
+      }
+      std::vector<Level> added;
+      for (const auto& t3 : all) {
+        if (t3.lev != lev - 1) continue;
+        for (const BomHeader* t1 : boms_.InUse(t3.item)) {
+          if (!Equal(t1->aux_prop_id, t3.aux)) continue;
+          for (const BomChild* t2 : boms_.Lines(t1->inter_id)) {
+            OptNum ratio;
+            if (t2->qty && t1->qty) {
+              if (*t1->qty == 0) DivideByZero("bill " + std::to_string(t1->inter_id) + " has quantity 0");
+              ratio = *t2->qty / *t1->qty;
+            }
+            added.push_back({t2->item_id, t2->aux_prop_id, Dec(Mul(ratio, t3.qty)), lev});
+          }
+        }
+      }
+      rowcount = added.size();
+      for (auto& a : added) all.push_back(a);
+      all.erase(std::remove_if(all.begin(), all.end(),
+                               [&](const Level& l) {
+                                 return l.lev == lev - 1 && !boms_.InUse(l.item).empty();
+                               }),
+                all.end());
+    }
+    produc_.clear();
+    for (const auto& l : all) {
+      auto [it, inserted] = produc_.try_emplace({l.item, l.aux}, l.qty);
+      if (!inserted) SumInto(it->second, l.qty);
+    }
+  }
+
+  void MultiLevel() {
+    // Task materials without an in-use bill are materials at once.
+    for (auto& r : rows_) {
+      if (Equal(r.tran_type, opt_.task.code) && r.item_id && boms_.InUse(*r.item_id).empty()) {
+        r.bom_item_id = r.item_id;
+        r.tran_type = kTranMaterialRow;
+      }
+    }
+    for (const auto& r : rows_) snapshot_.insert({r.item_id.value_or(0), r.aux_prop_id});
+    std::vector<ChildRow> children;
+    for (const auto& r : rows_) {
+      if (!r.item_id) continue;
+      for (const BomHeader* bill : boms_.InUse(*r.item_id)) {
+        if (!r.suggest_qty || !bill->qty || !r.date) {
+          throw Error(ErrorCategory::kInvalidInput,
+                      "cannot explode bill " + std::to_string(bill->inter_id) +
+                          ": the demand quantity, the bill quantity or the required date is NULL");
+        }
+        auto rows = ExpandBomChildren(boms_, opt_.bom_type, bill->inter_id, *r.item_id,
+                                      *r.suggest_qty, *bill->qty, r.date);
+        for (auto& c : rows) children.push_back(std::move(c));
+      }
+    }
+    for (auto& c : children) {
+      ReportRow r;
+      r.tran_type = kTranMaterialRow;
+      r.item_id = c.p_item_id;
+      r.bom_item_id = c.item_id;
+      r.bom_inter_id = c.inter_id;
+      r.bom_entry_id = c.entry_id;
+      r.suggest_qty = c.suggest_qty;
+      r.aux_prop_id = c.aux_prop_id;
+      r.destroy_rate = c.scrap;
+      r.final = 0;
+      r.date = c.date;
+      r.memo = c.note;
+      rows_.push_back(std::move(r));
+    }
+  }
+
+  void SingleLevel() {
+    if (opt_.bom_type != 1 && opt_.bom_type != 2) {
+      throw Error(ErrorCategory::kInvalidInput,
+                  "system profile IC/BOMType is " + std::to_string(opt_.bom_type) +
+                      ": it must be 1 (scrap as a share of the gross need) or 2 (scrap added on "
+                      "top of the net need)");
+    }
+    std::vector<ReportRow> added;
+    // Sales-order demand takes one level of its product's in-use bills.
+    for (const auto& v2 : rows_) {
+      if (!Equal(v2.bom_item_id, 0) || !Equal(v2.tran_type, kTranSalesOrder) || !v2.item_id) continue;
+      for (const BomHeader* v1 : boms_.InUse(*v2.item_id)) {
+        for (const BomChild* u1 : boms_.Lines(v1->inter_id)) {
+          ReportRow r = MaterialOf(v2);
+          r.item_id = v1->item_id;
+          r.bom_item_id = u1->item_id;
+          r.bom_inter_id = u1->inter_id;
+          r.bom_entry_id = u1->entry_id;
+          r.suggest_qty = Dec(SingleLevelQty(v2.suggest_qty, *v1, *u1));
+          r.aux_prop_id = u1->aux_prop_id;
+          r.destroy_rate = u1->scrap;
+          r.memo = u1->note;
+          added.push_back(std::move(r));
+        }
+      }
+    }
+    // Task demand takes the task's own material plan.
+    for (const auto& v2 : rows_) {
+      if (!Equal(v2.tran_type, opt_.task.code)) continue;
+      const TaskHeader* v1 = Task(v2.inter_id);
+      if (!v1) continue;
+      for (const TaskEntry* u1 : EntriesOf(v1->inter_id)) {
+        ReportRow r = MaterialOf(v2);
+        r.item_id = v1->item_id;
+        r.bom_item_id = u1->item_id;
+        r.bom_inter_id = u1->inter_id;
+        r.bom_entry_id = u1->entry_id;
+        r.suggest_qty = Dec(Prorated(v2, *v1, *u1, true));
+        r.aux_prop_id = u1->aux_prop_id;
+        r.destroy_rate = u1->scrap_rate;
+        r.memo = u1->note;
+        added.push_back(std::move(r));
+      }
+    }
+    for (auto& r : added) rows_.push_back(std::move(r));
+  }
+
+  static ReportRow MaterialOf(const ReportRow& demand) {
+    ReportRow r;
+    r.tran_type = demand.tran_type;
+    r.inter_id = demand.inter_id;
+    r.entry_id = demand.entry_id;
+    r.source_no = demand.source_no;
+    r.final = 0;
+    r.date = demand.date;
+    return r;
+  }
+
+  OptNum SingleLevelQty(OptNum suggest, const BomHeader& v1, const BomChild& u1) const {
+    auto where = [&] {
+      return "quantity of " + std::to_string(u1.item_id) + " in bill " +
+             std::to_string(v1.inter_id) + " line " + std::to_string(u1.entry_id);
+    };
+    if (opt_.bom_type == 1) {
+      const OptNum num = Mul(Mul(suggest, u1.qty), 100.0);
+      const OptNum den = Mul(v1.qty, Sub(OptNum(100.0), u1.scrap));
+      if (!num || !den) return std::nullopt;
+      if (*den == 0) DivideByZero(where() + " (scrap 100% under BOMType 1, or bill quantity 0)");
+      return *num / *den;
+    }
+    const OptNum num = Mul(Mul(suggest, u1.qty), Add(OptNum(100.0), u1.scrap));
+    if (!num || !v1.qty) return std::nullopt;
+    if (*v1.qty == 0) DivideByZero(where() + " (bill quantity 0)");
+    return (*num / 100) / *v1.qty;
+  }
+
+  void NameAuxProps() {
+    for (auto& r : rows_) {
+      if (!r.bom_item_id || *r.bom_item_id <= 0 || !r.aux_prop_id) continue;
+      auto it = in_.aux_names.find(*r.aux_prop_id);
+      if (it != in_.aux_names.end()) r.aux_prop = it->second;
+    }
+  }
+
+  // Rows of one material and named property take the memo of the first of
+  // them, so that the memo does not split the material. A property without a
+  // name never compares equal, so those rows keep their own memos.
+  void UnifyMemos() {
+    std::map<std::tuple<int32_t, std::string, int32_t>, OptText> first;
+    for (auto& r : rows_) {
+      if (!r.bom_item_id || !r.aux_prop || !r.aux_prop_id) continue;
+      auto [it, inserted] = first.try_emplace({*r.bom_item_id, *r.aux_prop, *r.aux_prop_id}, r.memo);
+      if (!inserted) r.memo = it->second;
+    }
+  }
+
+  // One row per material, property and memo; NULL keys group together. The
+  // required date is the earliest of the parts.
+  void Fold() {
+    std::map<std::tuple<OptInt, OptText, OptInt, OptText>, size_t> groups;
+    std::vector<ReportRow> folded;
+    for (const auto& r : rows_) {
+      auto [it, inserted] =
+          groups.try_emplace({r.bom_item_id, r.aux_prop, r.aux_prop_id, r.memo}, folded.size());
+      if (inserted) {
+        ReportRow f;
+        f.bom_item_id = r.bom_item_id;
+        f.aux_prop = r.aux_prop;
+        f.aux_prop_id = r.aux_prop_id;
+        f.memo = r.memo;
+        f.final = 1;
+        f.suggest_qty = std::nullopt;
+        f.need_qty = std::nullopt;
+        folded.push_back(std::move(f));
+      }
+      ReportRow& f = folded[it->second];
+      SumInto(f.suggest_qty, r.suggest_qty);
+      SumInto(f.need_qty, r.need_qty);
+      if (r.date && (!f.date || *r.date < *f.date)) f.date = r.date;
+    }
+    for (auto& f : folded) {
+      f.suggest_qty = Dec(f.suggest_qty);
+      f.need_qty = Dec(f.need_qty);
+    }
+    rows_ = std::move(folded);
+  }
+
+  void MasterData() {
+    for (auto& r : rows_) {
+      if (r.bom_item_id && *r.bom_item_id > 0) {
+        auto it = in_.items.find(*r.bom_item_id);
+        if (it != in_.items.end() && it->second.unit_id &&
+            in_.unit_names.count(*it->second.unit_id)) {
+          const Item& item = it->second;
+          r.item_prop_id = item.erp_cls;
+          r.item_number = item.number;
+          r.item_name = item.name;
+          r.item_model = item.model;
+          r.unit_id = item.unit_id;
+          r.unit_name = in_.unit_names.at(*item.unit_id);
+          r.save_qty = Dec(item.sec_inv);
+          r.qty_decimal = item.qty_decimal;
+        }
+      }
+      r.item_prop = ItemPropText(r.item_prop_id);
+    }
+  }
+
+  static void Lookup(ReportRow& r, const std::map<Key, OptNum>& figures, OptNum ReportRow::*column) {
+    if (!r.bom_item_id || *r.bom_item_id <= 0 || !r.aux_prop_id) return;
+    auto it = figures.find({*r.bom_item_id, r.aux_prop_id});
+    if (it != figures.end()) r.*column = Dec(it->second);
+  }
+
+  void Supply() {
+    for (auto& r : rows_) {
+      Lookup(r, in_.stock, &ReportRow::current_qty);
+      Lookup(r, in_.moving, &ReportRow::moving_qty);
+      Lookup(r, in_.unsold, &ReportRow::unstock_qty);
+      Lookup(r, in_.producing, &ReportRow::producing_qty);
+    }
+  }
+
+  void Net() {
+    auto each = [&](bool on, auto&& change) {
+      if (!on) return;
+      for (auto& r : rows_) {
+        if (r.bom_item_id && *r.bom_item_id > 0) r.suggest_qty = Dec(change(r));
+      }
+    };
+    each(opt_.now_stock, [](ReportRow& r) { return Sub(r.suggest_qty, r.current_qty); });
+    each(opt_.save_stock, [](ReportRow& r) { return Add(r.suggest_qty, r.save_qty); });
+    each(opt_.moving, [](ReportRow& r) { return Sub(r.suggest_qty, r.moving_qty); });
+    each(opt_.unsale, [](ReportRow& r) { return Add(r.suggest_qty, r.unstock_qty); });
+    // Production in progress is added, as the report always did.
+    each(opt_.producing, [](ReportRow& r) { return Add(r.suggest_qty, r.producing_qty); });
+    for (auto& r : rows_) {
+      if (!r.bom_item_id || !r.aux_prop_id) continue;
+      auto it = produc_.find({*r.bom_item_id, r.aux_prop_id});
+      if (it != produc_.end()) r.produc_qty = Dec(it->second);
+    }
+    each(opt_.produc, [](ReportRow& r) { return Sub(r.suggest_qty, r.produc_qty); });
+    each(opt_.mid_stock, [](ReportRow& r) { return Sub(r.suggest_qty, r.mid_stock_qty); });
+    for (auto& r : rows_) {
+      if (!r.bom_item_id || *r.bom_item_id <= 0) continue;
+      r.qty = r.suggest_qty;
+      if (r.suggest_qty && *r.suggest_qty < 0) {
+        r.qty = 0.0;
+        r.suggest_qty = 0.0;
+      }
+    }
+  }
+
+  // Stock of made parts below the demand's items covers their materials:
+  // each made part with an approved bill and stock on hand takes its stock
+  // through its bill down to the leaves, once per part.
+  void MidStock() {
+    if (!opt_.expand) {
+      throw Error(ErrorCategory::kInvalidInput,
+                  "the mid-stock figure needs the multi-level explosion (Expand 1)");
+    }
+    for (auto& r : rows_) r.mid_stock_qty = 0.0;
+    std::set<int32_t> made;
+    std::vector<int32_t> todo;
+    for (const auto& [item, aux] : snapshot_) todo.push_back(item);
+    std::set<int32_t> seen(todo.begin(), todo.end());
+    while (!todo.empty()) {
+      const int32_t item = todo.back();
+      todo.pop_back();
+      std::vector<const BomHeader*> bills = boms_.InUse(item);
+      if (const BomHeader* a = boms_.Approved(item)) bills.push_back(a);
+      for (const BomHeader* bill : bills) {
+        for (const BomChild* line : boms_.Lines(bill->inter_id)) {
+          const Item* child = boms_.FindItem(line->item_id);
+          if (!child || !child->erp_cls ||
+              (*child->erp_cls != kClsAssembled && *child->erp_cls != kClsMadeVirtual)) {
+            continue;
+          }
+          if (boms_.Approved(line->item_id)) made.insert(line->item_id);
+          if (seen.insert(line->item_id).second) todo.push_back(line->item_id);
+        }
+      }
+    }
+    std::map<Key, double> covered;
+    for (int32_t m : made) {
+      double on_hand = 0;
+      for (const auto& [key, qty] : in_.stock) {
+        if (key.first == m && qty) on_hand += *qty;
+      }
+      if (on_hand <= 0) continue;
+      const BomHeader* bill = boms_.Approved(m);
+      if (!bill->qty) continue;
+      for (const auto& c : ExpandBomChildren(boms_, opt_.bom_type, bill->inter_id, m, on_hand,
+                                             *bill->qty, Date())) {
+        if (c.suggest_qty) covered[{c.item_id, c.aux_prop_id}] += *c.suggest_qty;
+      }
+    }
+    for (auto& r : rows_) {
+      if (!r.bom_item_id || !r.aux_prop_id) continue;
+      auto it = covered.find({*r.bom_item_id, r.aux_prop_id});
+      if (it != covered.end()) r.mid_stock_qty = Dec(it->second);
+    }
+  }
+
+  // The supplier of the latest purchase document of each material, after
+  // rights and deletions are applied to that latest document only; then the
+  // material's default supplier where none was found.
+  void Suppliers() {
+    std::set<int32_t> materials;
+    for (const auto& r : rows_) {
+      if (r.bom_item_id) materials.insert(*r.bom_item_id);
+    }
+    struct Doc {
+      OptInt supply_id;
+      std::optional<Date> date;
+    };
+    std::map<int32_t, std::vector<Doc>> docs;
+    for (const auto& h : in_.history) {
+      if (materials.count(h.item_id)) docs[h.item_id].push_back({h.supply_id, h.date});
+    }
+    const auto& rights = in_.rights;
+    const std::string user = std::to_string(opt_.user_id);
+    for (auto& [item, list] : docs) {
+      for (auto& d : list) {
+        if (!rights.administrator && !rights.group_right) d.supply_id.reset();
+        if (!rights.administrator && rights.supplier_data_rights && d.supply_id) {
+          auto s = in_.suppliers.find(*d.supply_id);
+          const bool listed = s != in_.suppliers.end() && s->second.right_user_ids &&
+                              s->second.right_user_ids->find(user) != std::string::npos;
+          if (!listed) d.supply_id.reset();
+        }
+        if (d.supply_id) {
+          auto s = in_.suppliers.find(*d.supply_id);
+          if (s != in_.suppliers.end() && Equal(s->second.deleted, 1)) d.supply_id.reset();
+        }
+      }
+    }
+    for (auto& r : rows_) {
+      if (!r.bom_item_id || *r.bom_item_id <= 0) continue;
+      r.supply_number = std::string();
+      auto it = docs.find(*r.bom_item_id);
+      if (it == docs.end()) continue;
+      std::optional<Date> latest;
+      for (const auto& d : it->second) {
+        if (d.date && (!latest || *d.date > *latest)) latest = d.date;
+      }
+      // Several documents on the latest date: the first one found, in the
+      // order orders, receipts, invoices.
+      for (const auto& d : it->second) {
+        if (!latest || !d.date || *d.date != *latest) continue;
+        if (d.supply_id) {
+          auto s = in_.suppliers.find(*d.supply_id);
+          if (s != in_.suppliers.end() && s->second.number) r.supply_number = *s->second.number;
+        }
+        break;
+      }
+    }
+    for (auto& r : rows_) {
+      if (!r.bom_item_id || *r.bom_item_id <= 0) continue;
+      if (r.supply_number && !r.supply_number->empty()) continue;
+      auto item = in_.items.find(*r.bom_item_id);
+      if (item == in_.items.end() || !item->second.source) continue;
+      auto s = in_.suppliers.find(*item->second.source);
+      if (s != in_.suppliers.end() && s->second.number) r.supply_number = s->second.number;
+    }
+    // Name by code; should two suppliers share a code, the lower id answers.
+    std::map<std::string, std::pair<int32_t, OptText>> names;
+    for (const auto& [id, s] : in_.suppliers) {
+      if (!s.number) continue;
+      auto [it, inserted] = names.try_emplace(*s.number, id, s.name);
+      if (!inserted && id < it->second.first) it->second = {id, s.name};
+    }
+    for (auto& r : rows_) {
+      if (!r.supply_number) continue;
+      auto it = names.find(*r.supply_number);
+      if (it != names.end()) r.supply_name = it->second.second;
+    }
+  }
+
+  // By material code, rows without a code first; rows of one code keep
+  // their order.
+  void Order() {
+    std::stable_sort(rows_.begin(), rows_.end(), [](const ReportRow& a, const ReportRow& b) {
+      if (!a.item_number) return b.item_number.has_value();
+      if (!b.item_number) return false;
+      return *a.item_number < *b.item_number;
+    });
+  }
+
+  const Input& in_;
+  const Options& opt_;
+  BomIndex boms_;
+  std::vector<ReportRow> rows_;
+  std::set<Key> snapshot_;
+  std::map<Key, OptNum> produc_;
+};
+
+}  // namespace
+
+std::vector<ReportRow> Calculate(const Input& input) { return Report(input).Run(); }
+
+}  // namespace mrpcalc::mrp
