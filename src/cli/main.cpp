@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <set>
 
 #include <fstream>
 #include <sstream>
@@ -14,6 +15,8 @@
 #include "db/schema.h"
 #include "frame/record/error.h"
 #include "frame/record/json.h"
+#include "frame/record/text.h"
+#include "mrp/mrp_data_info.h"
 #include "services/host_config.h"
 
 namespace {
@@ -50,6 +53,113 @@ void PrintOpenDemand(db::Connection& connection) {
   }
 }
 
+struct MrpOptions {
+  std::string dsn;
+  std::vector<std::string> bills;  // sales orders and tasks, by number
+  std::string sub_id = "SC";
+  bool single_level = false;
+  bool now_stock = false, save_stock = false, moving = false, unsale = false, producing = false,
+       produc = false, mid_stock = false, virtual_stock = false;
+  std::string warehouses;
+  int user = 1;
+  int form = 0;
+  std::string format = "table";
+};
+
+// The demand of the named bills (every open line of a sales order, the open
+// quantity of a task), as the MRP selection form hands it over.
+std::pair<VectorPtr, VectorPtr> DemandOf(db::Connection& c, const MrpOptions& o) {
+  const int task_code = o.sub_id == "WW" ? db::kTranOutsourcingTask : db::kTranProductionTask;
+  auto lines = Vector::Create();
+  auto source = Vector::Create();
+  std::set<std::string> wanted(o.bills.begin(), o.bills.end());
+  for (const auto& l : db::ListOpenDemand(c)) {
+    if (l.tran_type != db::kTranSalesOrder && l.tran_type != task_code) continue;
+    if (!wanted.empty() && !wanted.count(l.bill_no)) continue;
+    auto row = Dictionary::Create();
+    row->Set("Ftrantype", l.tran_type);
+    row->Set("FItemID", l.item_id);
+    row->Set("FinterID", l.inter_id);
+    row->Set("FEntryID", l.entry_id);
+    row->Set("FBillNo", l.bill_no);
+    row->Set("FQty", l.open_qty);
+    row->Set("FItemName", l.item_name);
+    row->Set("FItemNumber", l.item_number);
+    lines->Add(row);
+    auto src = Dictionary::Create();
+    src->Set("FBillNO", l.bill_no);
+    src->Set("Ftrantype", l.tran_type);
+    src->Set("finterid", l.inter_id);
+    src->Set("fentryid", l.entry_id);
+    source->Add(src);
+  }
+  return {lines, source};
+}
+
+std::string Show(const Variant& v) {
+  if (v.IsNull() || v.IsEmpty()) return "";
+  if (const double* d = v.AsDouble()) return fmt::format("{:.2f}", *d);
+  if (const Date* d = v.AsDate()) return d->ToDateString();
+  return v.ToText();
+}
+
+std::string CsvField(const Variant& v) {
+  std::string text = v.IsNull() || v.IsEmpty() ? "" : v.ToText();
+  if (text.find_first_of(",\"\n") == std::string::npos) return text;
+  return "\"" + ReplaceAll(text, "\"", "\"\"") + "\"";
+}
+
+void PrintReport(const VectorPtr& rows, const std::string& format) {
+  if (format == "json") {
+    std::cout << ToJson(Variant(rows)).dump(2) << "\n";
+    return;
+  }
+  if (format == "csv") {
+    const auto& first = rows->Count() ? rows->Item(1)->items() : Dictionary().items();
+    for (size_t i = 0; i < first.size(); ++i) std::cout << (i ? "," : "") << first[i].first;
+    std::cout << "\n";
+    for (const auto& row : rows->rows()) {
+      for (size_t i = 0; i < row->items().size(); ++i) {
+        std::cout << (i ? "," : "") << CsvField(row->items()[i].second);
+      }
+      std::cout << "\n";
+    }
+    return;
+  }
+  fmt::print("{:<6} {:<10} {:<5} {:>10} {:>9} {:>9} {:>9} {:>9} {:>10}  {:<6} {:<10}  {}\n", "item",
+             "name", "prop", "need", "stock", "on order", "in prod", "issued", "suggest", "supplr",
+             "class", "needed on");
+  for (const auto& r : rows->rows()) {
+    fmt::print("{:<6} {:<10} {:<5} {:>10} {:>9} {:>9} {:>9} {:>9} {:>10}  {:<6} {:<10}  {}\n",
+               Show(r->Get("FItemNumber")), Show(r->Get("FItemName")), Show(r->Get("FAuxProp")),
+               Show(r->Get("FNeedQty")), Show(r->Get("FCurrentQty")), Show(r->Get("FMovingQty")),
+               Show(r->Get("FProducingQty")), Show(r->Get("FProducQty")), Show(r->Get("FQty")),
+               Show(r->Get("FSupplyNumber")), Show(r->Get("FItemProp")), Show(r->Get("FDate")));
+  }
+}
+
+int RunMrp(const MrpOptions& o) {
+  auto connection = db::Open(o.dsn);
+  auto [lines, source] = DemandOf(*connection, o);
+  connection.reset();
+  if (lines->Count() == 0) ThrowInvalid("no open demand matches the bills given");
+  auto filter = Dictionary::Create();
+  filter->Set("SubID", o.sub_id);
+  filter->Set("Expand", int32_t{o.single_level ? 0 : 1});
+  filter->Set("SourceData", source);
+  const std::pair<const char*, bool> switches[] = {
+      {"NowStock", o.now_stock}, {"SaveStock", o.save_stock}, {"Moving", o.moving},
+      {"UnSale", o.unsale},      {"Producing", o.producing},  {"Produc", o.produc},
+      {"MidStockQty", o.mid_stock}, {"Virtual", o.virtual_stock}};
+  for (const auto& [key, on] : switches) filter->Set(key, int32_t{on ? 1 : 0});
+  const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
+  MrpDataInfo info(host);
+  const VectorPtr rows = info.GetMrpReportData(o.dsn, lines, filter, o.warehouses, o.user, o.form);
+  for (const auto& m : host.messages->messages()) std::cerr << m << "\n";
+  PrintReport(rows, o.format);
+  return 0;
+}
+
 int RunDemo(const std::string& dsn) {
   auto connection = db::Open(dsn);
   if (!connection->TableExists("t_ICItem")) {
@@ -58,7 +168,16 @@ int RunDemo(const std::string& dsn) {
     fmt::print("created the demo database {}\n", connection->description());
   }
   PrintOpenDemand(*connection);
-  return 0;
+  connection.reset();
+  MrpOptions o;
+  o.dsn = dsn;
+  o.now_stock = o.save_stock = o.moving = o.produc = true;
+  o.warehouses = "11,12,20";
+  o.form = 1;  // a planning form: nets from the gross requirement
+  fmt::print("\nMRP of the open sales orders and production tasks, all BOM levels, netted\n"
+             "against stock in warehouses {}, safety stock, open purchases and issues:\n\n",
+             o.warehouses);
+  return RunMrp(o);
 }
 
 std::string ReadArgs(const std::string& args) {
@@ -144,9 +263,42 @@ int main(int argc, char** argv) {
 
   auto* methods = app.add_subcommand("methods", "list every public class and method");
 
+  MrpOptions mrp;
+  auto* mrp_cmd = app.add_subcommand("mrp", "run the MRP report on chosen sales orders and tasks");
+  mrp_cmd->add_option("--dsn", mrp.dsn, "sqlite:PATH or odbc:CONNECTION-STRING")->required();
+  mrp_cmd->add_option("--bills", mrp.bills, "sales order and task numbers (default: all open)")
+      ->delimiter(',');
+  mrp_cmd->add_option("--sub-id", mrp.sub_id, "task bills: SC production, WW outsourcing")
+      ->check(CLI::IsMember({"SC", "WW"}))
+      ->capture_default_str();
+  mrp_cmd->add_flag("--single-level", mrp.single_level, "explode one BOM level only");
+  mrp_cmd->add_flag("--now-stock", mrp.now_stock, "subtract stock on hand");
+  mrp_cmd->add_flag("--save-stock", mrp.save_stock, "add safety stock");
+  mrp_cmd->add_flag("--moving", mrp.moving, "subtract open purchase orders");
+  mrp_cmd->add_flag("--unsale", mrp.unsale, "add open sales orders");
+  mrp_cmd->add_flag("--producing", mrp.producing, "add production in progress");
+  mrp_cmd->add_flag("--produc", mrp.produc, "subtract quantities already issued to the tasks");
+  mrp_cmd->add_flag("--mid-stock", mrp.mid_stock, "subtract stock of made parts");
+  mrp_cmd->add_flag("--virtual", mrp.virtual_stock, "count virtual warehouses as stock");
+  mrp_cmd->add_option("--warehouses", mrp.warehouses, "warehouse ids whose stock counts, e.g. 11,12");
+  mrp_cmd->add_option("--user", mrp.user, "the planner's user id (supplier rights)")->capture_default_str();
+  mrp_cmd->add_option("--form", mrp.form, "form kind; 0 suggests suppliers and starts netting from 0")
+      ->capture_default_str();
+  mrp_cmd->add_option("--format", mrp.format, "table, csv or json")
+      ->check(CLI::IsMember({"table", "csv", "json"}))
+      ->capture_default_str();
+
   CLI11_PARSE(app, argc, argv);
   if (*call) return RunCall(prog_id, method, call_dsn, call_args);
   if (*methods) return RunMethods();
+  if (*mrp_cmd) {
+    try {
+      return RunMrp(mrp);
+    } catch (const std::exception& e) {
+      std::cerr << "mrpcalc: " << e.what() << "\n";
+      return 1;
+    }
+  }
   try {
     if (*init) return RunInit(dsn, demo, replace);
     if (*demo_cmd) return RunDemo(demo_dsn);

@@ -1,0 +1,197 @@
+// The MRP report on the demo database, on every engine: the whole report is
+// pinned in tests/scenarios/*.expect.json (see scenarios/README.md; set
+// MRPCALC_REGENERATE=1 to write them anew after a reviewed change).
+#include <cmath>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "db/schema.h"
+#include "db_fixture.h"
+#include "frame/record/json.h"
+#include "mrp/mrp_data_info.h"
+#include "services/host_config.h"
+
+namespace mrpcalc::testing {
+namespace {
+
+class Mrp : public DbTest {
+ protected:
+  void SetUp() override {
+    DbTest::SetUp();
+    if (IsSkipped()) return;
+    db::CreateErpSchema(conn(), false);
+    db::LoadDemoData(conn());
+    host_ = MakeStandaloneHost(HostConfig{});
+  }
+
+  static DictionaryPtr Line(int tran, int item, int inter, int entry, const char* bill, double qty,
+                            const char* name, const char* number) {
+    auto d = Dictionary::Create();
+    d->Set("Ftrantype", tran);
+    d->Set("FItemID", item);
+    d->Set("FinterID", inter);
+    d->Set("FEntryID", entry);
+    d->Set("FBillNo", bill);
+    d->Set("FQty", qty);
+    d->Set("FItemName", name);
+    d->Set("FItemNumber", number);
+    return d;
+  }
+
+  // The demo's first sales order lines and the first production task.
+  VectorPtr Demand() {
+    auto v = Vector::Create();
+    v->Add(Line(81, 1001, 1, 1, "SEORD000001", 20, "电动自行车", "1.01"));
+    v->Add(Line(81, 1002, 1, 2, "SEORD000001", 6, "折叠自行车", "1.02"));
+    v->Add(Line(85, 2001, 1, 0, "WORK000001", 10, "车架总成", "2.01"));
+    return v;
+  }
+
+  DictionaryPtr Filter(const VectorPtr& lines, int expand) {
+    auto f = Dictionary::Create();
+    f->Set("SubID", "SC");
+    f->Set("Expand", expand);
+    f->Set("NowStock", 1);
+    f->Set("SaveStock", 1);
+    f->Set("Moving", 1);
+    f->Set("UnSale", 1);
+    f->Set("Producing", 1);
+    f->Set("Produc", 1);
+    f->Set("Virtual", 0);
+    auto source = Vector::Create();
+    for (const auto& l : lines->rows()) {
+      auto s = Dictionary::Create();
+      s->Set("FBillNO", l->Get("FBillNo"));
+      s->Set("Ftrantype", l->Get("Ftrantype"));
+      s->Set("finterid", l->Get("FinterID"));
+      s->Set("fentryid", l->Get("FEntryID"));
+      source->Add(s);
+    }
+    f->Set("SourceData", source);
+    return f;
+  }
+
+  Host host_;
+};
+MRPCALC_ALL_ENGINES(Mrp);
+
+std::string ScenarioPath(const std::string& name) {
+  return std::string(MRPCALC_TEST_DATA_DIR) + "/scenarios/" + name + ".expect.json";
+}
+
+// Numbers compare to 1e-9; everything else exactly, keys in order.
+void ExpectSameJson(const Json& want, const Json& got, const std::string& where) {
+  if (want.is_number() && got.is_number()) {
+    EXPECT_NEAR(want.get<double>(), got.get<double>(), 1e-9) << where;
+    return;
+  }
+  ASSERT_EQ(want.type(), got.type()) << where << ": " << want << " vs " << got;
+  if (want.is_array()) {
+    ASSERT_EQ(want.size(), got.size()) << where;
+    for (size_t i = 0; i < want.size(); ++i) ExpectSameJson(want[i], got[i], where + "[" + std::to_string(i) + "]");
+  } else if (want.is_object()) {
+    std::vector<std::string> wk, gk;
+    for (auto it = want.begin(); it != want.end(); ++it) wk.push_back(it.key());
+    for (auto it = got.begin(); it != got.end(); ++it) gk.push_back(it.key());
+    ASSERT_EQ(wk, gk) << where;
+    for (const auto& k : wk) ExpectSameJson(want[k], got[k], where + "." + k);
+  } else {
+    EXPECT_EQ(want, got) << where;
+  }
+}
+
+void CheckScenario(const std::string& name, const VectorPtr& rows) {
+  const Json got = ToJson(Variant(rows));
+  if (std::getenv("MRPCALC_REGENERATE")) {
+    std::ofstream(ScenarioPath(name)) << got.dump(1) << "\n";
+    return;
+  }
+  std::ifstream in(ScenarioPath(name));
+  ASSERT_TRUE(in) << "missing " << ScenarioPath(name) << "; run with MRPCALC_REGENERATE=1";
+  const Json want = Json::parse(in);
+  ExpectSameJson(want, got, name);
+}
+
+TEST_P(Mrp, MultiLevelReportIsPinned) {
+  MrpDataInfo info(host_);
+  auto lines = Demand();
+  const VectorPtr rows = info.GetMrpReportData(dsn(), lines, Filter(lines, 1), "11,12,20,30", 1, 1);
+  CheckScenario("mrp_multi_level", rows);
+}
+
+TEST_P(Mrp, SingleLevelReportWithSuppliersIsPinned) {
+  MrpDataInfo info(host_);
+  auto lines = Demand();
+  const VectorPtr rows = info.GetMrpReportData(dsn(), lines, Filter(lines, 0), "11,12", 16, 0);
+  CheckScenario("mrp_single_level_form0", rows);
+}
+
+TEST_P(Mrp, ALoopingBomDropsItsLineAndTheRestIsCalculated) {
+  // Battery packs now contain an e-bike: 1001 -> 2003 -> 1001.
+  conn().Execute("insert into ICBOM (FInterID, FBOMNumber, FItemID, FQty, FUseStatus, FStatus)"
+                 " values (9, 'BOM9', 2003, 1, 1072, 1)");
+  conn().Execute("insert into ICBOMChild (FInterID, FEntryID, FItemID, FQty, FScrap)"
+                 " values (9, 1, 1001, 1, 0)");
+  MrpDataInfo info(host_);
+  auto lines = Demand();
+  const VectorPtr rows = info.GetMrpReportData(dsn(), lines, Filter(lines, 1), "", 1, 1);
+  ASSERT_EQ(lines->Count(), 2);  // the caller sees the shortened list
+  EXPECT_EQ(lines->Item(1)->Get("FItemID").ToLong(), 1002);
+  ASSERT_EQ(host_.messages->messages().size(), 1u);
+  EXPECT_EQ(host_.messages->messages()[0],
+            "以下产品的Bom子件存在死循环,请修改！\r\n电动自行车(1.01)\r\n");
+  auto text = [](const Variant& v) { return v.IsNull() ? std::string() : v.ToText(); };
+  bool seat_red = false;
+  for (const auto& r : rows->rows()) {
+    const std::string seat = text(r->Get("FItemNumber")) + text(r->Get("FAuxProp"));
+    EXPECT_NE(seat, "3.08黑色");  // black seats belong to the dropped e-bike only
+    if (seat == "3.08红色") seat_red = true;
+  }
+  EXPECT_TRUE(seat_red);  // the folding bike's seats are still there
+}
+
+TEST_P(Mrp, BadOptionsEndTheCallAndWriteNothing) {
+  MrpDataInfo info(host_);
+  auto lines = Demand();
+  auto filter = Filter(lines, 1);
+  filter->Set("SubID", "XX");
+  EXPECT_THROW(info.GetMrpReportData(dsn(), lines, filter, "", 1, 1), Error);
+  filter->Set("SubID", "SC");
+  try {
+    info.GetMrpReportData(dsn(), lines, filter, "1,2);drop table t_Item;--", 1, 1);
+    FAIL();
+  } catch (const Error& e) {
+    EXPECT_EQ(e.category(), ErrorCategory::kInvalidInput);
+  }
+  EXPECT_TRUE(conn().TableExists("t_Item"));
+  conn().Execute("update t_SystemProfile set FValue = '3' where FKey = 'BOMType'");
+  MrpDataInfo fresh(host_);
+  EXPECT_THROW(fresh.GetMrpReportData(dsn(), lines, filter, "", 1, 1), Error);
+  filter->Set("Expand", 0);
+  EXPECT_THROW(fresh.GetMrpReportData(dsn(), lines, filter, "", 1, 1), Error);
+}
+
+TEST_P(Mrp, BomChildExpansionFillsTheSessionTable) {
+  UnitOfWork unit(dsn());
+  MrpDataInfo info(host_);
+  // Bill 1 (the e-bike) for 10 bikes: wheel sets are exploded through bill 5.
+  info.GetBomAllChildRs(dsn(), 1, 1001, 10, 1, "2026-12-10");
+  const std::string table = unit.connection().dialect().TempTable("Data2222");
+  auto rs = unit.connection().Query("select FItemID, FPItemID, FSuggestQty, Fdate from " + table +
+                                    " order by FInterID, FEntryID");
+  std::map<int32_t, double> qty;
+  for (const auto& r : rs->rows()) {
+    EXPECT_EQ(r[1].ToLong(), 1001);  // every row carries the top-level parent
+    EXPECT_EQ(r[3], Variant(*Date::Parse("2026-12-10")));
+    qty[r[0].ToLong()] += r[2].ToDouble();
+  }
+  EXPECT_NEAR(qty[3004], 20 * 36 / 0.98, 1e-9);  // spokes of 20 wheels, 2 % scrap
+  EXPECT_NEAR(qty[3002], 12 * 10 / 0.95 + 2 * 20, 1e-9);
+  EXPECT_NEAR(qty[2001], 10, 1e-9);  // self-made frames are leaves
+  EXPECT_EQ(qty.count(2002), 0u);    // assembled wheel sets are exploded
+  EXPECT_THROW(info.GetBomAllChildRs(dsn(), 1, 1001, 10, 1, ""), Error);
+}
+
+}  // namespace
+}  // namespace mrpcalc::testing
