@@ -1,0 +1,227 @@
+// The MRP calculation core on in-memory data.
+#include <gtest/gtest.h>
+
+#include "frame/record/error.h"
+#include "mrp/calculation.h"
+
+namespace mrpcalc::mrp {
+namespace {
+
+constexpr int32_t kBike = 1, kWheel = 2, kSpoke = 3, kTyre = 4, kFrame = 5;
+
+// A bike (batch quantity 1) of a wheel set (assembled, its own bill) and a
+// frame (self-made: a leaf); the wheel set of spokes and a tyre.
+Input Bikes(int bom_type = 1) {
+  Input in;
+  in.options.task = TaskKindFromSubId("SC");
+  in.options.bom_type = bom_type;
+  in.options.frm_type = 1;
+  in.unit_names = {{1, "PCS"}};
+  auto item = [&](int32_t id, int cls, const char* number) {
+    in.items[id] = {cls, std::string(number), std::string("n") + number, std::nullopt, 1, 0.0, 0, std::nullopt};
+  };
+  item(kBike, kClsAssembled, "1");
+  item(kWheel, kClsAssembled, "2");
+  item(kSpoke, kClsPurchased, "3");
+  item(kTyre, kClsPurchased, "4");
+  item(kFrame, kClsSelfMade, "5");
+  in.approved_use_status = {kBomInUse};
+  in.boms = {{10, kBike, 1.0, 0, kBomInUse, 1}, {20, kWheel, 1.0, 0, kBomInUse, 1}};
+  in.bom_children = {{10, 1, kWheel, 2.0, 0.0, 0, 1, std::string("")},
+                     {10, 2, kFrame, 1.0, 0.0, 0, 1, std::string("")},
+                     {20, 1, kSpoke, 36.0, 20.0, 0, 1, std::string("")},
+                     {20, 2, kTyre, 1.0, 0.0, 0, 1, std::string("")}};
+  in.demand = {{kTranSalesOrder, kBike, 7, 1, "SE1", 10, *Date::Parse("2026-12-10")}};
+  in.demand_bill_numbers = {"SE1"};
+  return in;
+}
+
+const ReportRow& RowOf(const std::vector<ReportRow>& rows, int32_t item) {
+  for (const auto& r : rows) {
+    if (r.bom_item_id == item) return r;
+  }
+  throw std::runtime_error("no row for item " + std::to_string(item));
+}
+
+TEST(BomExpansion, ScrapModes) {
+  Input in = Bikes();
+  in.bom_children = {{10, 1, kSpoke, 2.0, 20.0, 0, 1, std::string("")}};
+  const BomIndex boms(in);
+  // 100 parents of a bill written for 1, line quantity 2, scrap 20 %.
+  auto mode1 = ExpandBomChildren(boms, 1, 10, kBike, 100, 1, Date());
+  auto mode2 = ExpandBomChildren(boms, 2, 10, kBike, 100, 1, Date());
+  ASSERT_EQ(mode1.size(), 1u);
+  EXPECT_DOUBLE_EQ(*mode1[0].suggest_qty, 250);  // divided by the yield
+  EXPECT_DOUBLE_EQ(*mode2[0].suggest_qty, 240);  // scrap added on top
+  EXPECT_THROW(ExpandBomChildren(boms, 3, 10, kBike, 100, 1, Date()), Error);
+}
+
+TEST(BomExpansion, ExplodesMadePartsAndKeepsTheTopParent) {
+  Input in = Bikes();
+  const BomIndex boms(in);
+  auto rows = ExpandBomChildren(boms, 1, 10, 99, 10, 1, *Date::Parse("2026-12-01"));
+  ASSERT_EQ(rows.size(), 3u);
+  EXPECT_EQ(rows[0].item_id, kFrame);  // leaves of the top bill first
+  EXPECT_EQ(rows[1].item_id, kSpoke);
+  EXPECT_DOUBLE_EQ(*rows[1].suggest_qty, 20 * 36 / 0.8);
+  EXPECT_DOUBLE_EQ(*rows[1].qty, 1);  // the wheel bill's own quantity
+  for (const auto& r : rows) EXPECT_EQ(r.p_item_id, 99);
+  // Without an approved bill in use the wheel set is itself a leaf.
+  in.boms[1].status = 0;
+  const BomIndex unapproved(in);
+  rows = ExpandBomChildren(unapproved, 1, 10, 99, 10, 1, Date());
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[1].item_id, kWheel);
+  EXPECT_DOUBLE_EQ(*rows[1].suggest_qty, 20);
+}
+
+TEST(BomExpansion, BillsLeadingBackIntoThemselvesAreRefused) {
+  Input in = Bikes();
+  in.bom_children.push_back({20, 3, kWheel, 1.0, 0.0, 0, 1, std::string("")});
+  const BomIndex boms(in);
+  EXPECT_THROW(ExpandBomChildren(boms, 1, 10, kBike, 1, 1, Date()), Error);
+  EXPECT_TRUE(BomLoopsBackToItem(boms, kWheel));
+  EXPECT_FALSE(BomLoopsBackToItem(boms, kSpoke));
+}
+
+TEST(Report, MultiAndSingleLevel) {
+  Input in = Bikes();
+  in.options.expand = true;
+  auto multi = Calculate(in);
+  ASSERT_EQ(multi.size(), 3u);  // frame, spoke, tyre; the wheel set was exploded
+  EXPECT_DOUBLE_EQ(*RowOf(multi, kSpoke).need_qty, 900);
+  EXPECT_DOUBLE_EQ(*RowOf(multi, kSpoke).qty, 900);  // no switch: the gross requirement
+  EXPECT_EQ(*RowOf(multi, kTyre).date, *Date::Parse("2026-12-10"));
+  in.options.expand = false;
+  auto single = Calculate(in);
+  ASSERT_EQ(single.size(), 2u);  // one level: the wheel set stays a material
+  EXPECT_DOUBLE_EQ(*RowOf(single, kWheel).need_qty, 20);
+  EXPECT_EQ(RowOf(single, kWheel).item_prop, "组装");
+}
+
+TEST(Report, DemandWithoutABillInUseDisappears) {
+  Input in = Bikes();
+  in.options.expand = true;
+  in.boms[0].use_status = 1036;
+  EXPECT_TRUE(Calculate(in).empty());
+}
+
+TEST(Report, SingleLevelDividesByZeroOnFullScrap) {
+  Input in = Bikes(1);
+  in.bom_children[1].scrap = 100.0;
+  try {
+    Calculate(in);
+    FAIL();
+  } catch (const Error& e) {
+    EXPECT_NE(std::string(e.what()).find("division by zero"), std::string::npos) << e.what();
+  }
+}
+
+TEST(Report, FoldingMemosAndDates) {
+  Input in = Bikes();
+  in.options.expand = false;
+  in.demand.push_back({kTranSalesOrder, kBike, 8, 1, "SE2", 5, *Date::Parse("2026-12-01")});
+  in.demand_bill_numbers.push_back("SE2");
+  // The frame line carries a memo in a second bill of the same product,
+  // with an unnamed property: it stays apart.
+  in.boms.push_back({11, kBike, 1.0, 3, kBomInUse, 1});
+  in.bom_children.push_back({11, 1, kFrame, 1.0, 0.0, 3, 1, std::string("spare")});
+  in.aux_names = {{3, std::nullopt}};
+  auto rows = Calculate(in);
+  int frames = 0;
+  for (const auto& r : rows) {
+    if (r.bom_item_id == kFrame) ++frames;
+  }
+  EXPECT_EQ(frames, 2);
+  const ReportRow& wheel = RowOf(rows, kWheel);
+  EXPECT_DOUBLE_EQ(*wheel.need_qty, 30);                    // two demands summed
+  EXPECT_EQ(*wheel.date, *Date::Parse("2026-12-01"));       // the earlier date
+  // A named property unifies memos: both frames then fold into one row.
+  in.aux_names = {{3, std::string("blue")}};
+  in.bom_children.back().aux_prop_id = 0;
+  in.aux_names[0] = std::string("plain");
+  rows = Calculate(in);
+  frames = 0;
+  for (const auto& r : rows) {
+    if (r.bom_item_id == kFrame) ++frames;
+  }
+  EXPECT_EQ(frames, 1);
+}
+
+TEST(Report, NettingSwitches) {
+  Input in = Bikes();
+  in.options.expand = false;
+  in.stock[{kWheel, 0}] = 50.0;
+  in.moving[{kFrame, 0}] = 4.0;
+  in.producing[{kFrame, 0}] = 3.0;
+  in.options.now_stock = in.options.moving = in.options.producing = true;
+  auto rows = Calculate(in);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kWheel).qty, 0);  // a surplus shows as 0
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kWheel).suggest_qty, 0);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kWheel).current_qty, 50);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kFrame).qty, 10 - 4 + 3);  // production in progress is added
+  // Form kind 0 starts the suggestion from nothing.
+  in.options.frm_type = 0;
+  rows = Calculate(in);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kFrame).qty, 0);  // 0 - 4 + 3, floored
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kFrame).need_qty, 10);
+}
+
+TEST(Report, IssuedQuantitiesStopWhenALevelHasOneRow) {
+  Input in = Bikes();
+  in.options.expand = true;
+  in.options.produc = true;
+  in.demand = {{85, kWheel, 30, 0, "MO1", 1, Date()}};
+  in.demand_bill_numbers = {"MO1"};
+  in.task_headers[30] = {30, kWheel, 1.0};
+  in.task_entries = {{30, 1, kSpoke, 36.0, 0, 0.0, std::string("")}};
+  // One issued row of an item with a bill: the level loop never runs.
+  in.issued = {{kWheel, 0, 2.0}};
+  auto rows = Calculate(in);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kSpoke).produc_qty, 0);
+  // Two rows: the wheel's issue moves down to its spokes and tyre.
+  in.issued = {{kWheel, 0, 2.0}, {kTyre, 0, 1.0}};
+  rows = Calculate(in);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kSpoke).produc_qty, 72);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kSpoke).qty, 0);  // 36 planned - 72 issued, floored
+}
+
+TEST(Report, SuppliersFromTheLatestDocument) {
+  Input in = Bikes();
+  in.options.expand = false;
+  in.options.frm_type = 0;
+  in.rights = {true, false, false};
+  in.items[kFrame].source = 2;
+  in.suppliers = {{1, {std::string("S1"), std::string("one"), std::string("16,"), 0}},
+                  {2, {std::string("S2"), std::string("two"), std::string(""), 0}},
+                  {3, {std::string("S3"), std::string("gone"), std::string(""), 1}}};
+  in.history = {{kFrame, 1, *Date::Parse("2026-01-01")},
+                {kFrame, 3, *Date::Parse("2026-02-01")},  // latest, but deleted
+                {kWheel, 1, *Date::Parse("2026-03-01")}};
+  auto rows = Calculate(in);
+  EXPECT_EQ(RowOf(rows, kWheel).supply_number, "S1");
+  EXPECT_EQ(RowOf(rows, kWheel).supply_name, "one");
+  EXPECT_EQ(RowOf(rows, kFrame).supply_number, "S2");  // not the older S1: the default
+  // Neither administrator nor group right: only default suppliers.
+  in.rights = {false, false, false};
+  rows = Calculate(in);
+  EXPECT_EQ(RowOf(rows, kWheel).supply_number, "");
+  EXPECT_FALSE(RowOf(rows, kWheel).supply_name.has_value());
+  // Other form kinds get no supplier columns.
+  in.options.frm_type = 1;
+  rows = Calculate(in);
+  EXPECT_FALSE(RowOf(rows, kWheel).supply_number.has_value());
+}
+
+TEST(Report, OrderedByCodeWithMissingCodesFirst) {
+  Input in = Bikes();
+  in.options.expand = false;
+  in.items[kFrame].number.reset();
+  auto rows = Calculate(in);
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[0].bom_item_id, kFrame);
+  EXPECT_EQ(rows[1].bom_item_id, kWheel);
+}
+
+}  // namespace
+}  // namespace mrpcalc::mrp
