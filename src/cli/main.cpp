@@ -9,6 +9,11 @@
 #include <fstream>
 #include <sstream>
 
+#include <sys/resource.h>
+
+#include <chrono>
+
+#include "bench/synthetic.h"
 #include "component/registry.h"
 #include "db/connection.h"
 #include "db/open_demand.h"
@@ -115,7 +120,8 @@ void PrintReport(const VectorPtr& rows, const std::string& format) {
     return;
   }
   if (format == "csv") {
-    const auto& first = rows->Count() ? rows->Item(1)->items() : Dictionary().items();
+    static const Dictionary kNoRow;
+    const auto& first = rows->Count() ? rows->Item(1)->items() : kNoRow.items();
     for (size_t i = 0; i < first.size(); ++i) std::cout << (i ? "," : "") << first[i].first;
     std::cout << "\n";
     for (const auto& row : rows->rows()) {
@@ -157,6 +163,46 @@ int RunMrp(const MrpOptions& o) {
   const VectorPtr rows = info.GetMrpReportData(o.dsn, lines, filter, o.warehouses, o.user, o.form);
   for (const auto& m : host.messages->messages()) std::cerr << m << "\n";
   PrintReport(rows, o.format);
+  return 0;
+}
+
+int RunBenchGenerate(const std::string& dsn, double scale) {
+  auto connection = db::Open(dsn);
+  db::CreateErpSchema(*connection, true);
+  bench::GenerateSynthetic(*connection, scale);
+  fmt::print("generated a synthetic ERP database at scale {} in {}\n", scale, connection->description());
+  return 0;
+}
+
+// Times GetMrpReportData, multi-level, on every open sales-order line.
+int RunBench(const std::string& dsn, int repeat) {
+  MrpOptions o;
+  o.dsn = dsn;
+  o.now_stock = o.save_stock = o.moving = o.produc = true;
+  o.warehouses = "1";
+  o.form = 1;
+  auto connection = db::Open(dsn);
+  auto [lines, source] = DemandOf(*connection, o);
+  connection.reset();
+  const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
+  fmt::print("{} demand lines, multi-level\n", lines->Count());
+  for (int i = 0; i < repeat; ++i) {
+    auto filter = Dictionary::Create();
+    filter->Set("SubID", "SC");
+    filter->Set("Expand", 1);
+    filter->Set("SourceData", source);
+    for (const char* key : {"NowStock", "SaveStock", "Moving", "Produc"}) filter->Set(key, 1);
+    MrpDataInfo info(host);
+    const auto start = std::chrono::steady_clock::now();
+    const VectorPtr rows = info.GetMrpReportData(dsn, lines, filter, o.warehouses, o.user, o.form);
+    const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    fmt::print("run {}: {} rows, load {:.4f} s, calculate {:.4f} s, whole call {:.4f} s\n", i + 1,
+               rows->Count(), info.last_timings().load_seconds,
+               info.last_timings().calculate_seconds, wall);
+  }
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  fmt::print("peak resident memory {:.1f} MB\n", usage.ru_maxrss / 1024.0);
   return 0;
 }
 
@@ -288,7 +334,29 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember({"table", "csv", "json"}))
       ->capture_default_str();
 
+  std::string bench_dsn;
+  double scale = 1.0;
+  int repeat = 3;
+  auto* bench = app.add_subcommand("bench", "benchmark the MRP report on synthetic data");
+  bench->require_subcommand(1);
+  auto* generate = bench->add_subcommand("generate", "create a synthetic ERP database");
+  generate->add_option("--dsn", bench_dsn, "database to (re)create")->required();
+  generate->add_option("--scale", scale, "1 = 10,000 items, 2,000 bills, 2,500 demand lines")
+      ->capture_default_str();
+  auto* bench_run = bench->add_subcommand("run", "time GetMrpReportData on all open demand");
+  bench_run->add_option("--dsn", bench_dsn, "a generated database")->required();
+  bench_run->add_option("--repeat", repeat, "runs")->capture_default_str();
+
   CLI11_PARSE(app, argc, argv);
+  if (*bench) {
+    try {
+      if (*generate) return RunBenchGenerate(bench_dsn, scale);
+      return RunBench(bench_dsn, repeat);
+    } catch (const std::exception& e) {
+      std::cerr << "mrpcalc: " << e.what() << "\n";
+      return 1;
+    }
+  }
   if (*call) return RunCall(prog_id, method, call_dsn, call_args);
   if (*methods) return RunMethods();
   if (*mrp_cmd) {

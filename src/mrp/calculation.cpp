@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 
 #include "frame/record/error.h"
 #include "frame/record/variant.h"
@@ -42,21 +41,11 @@ OptNum Dec(OptNum v) { return v ? OptNum(Dec(*v)) : std::nullopt; }
 // significant digits.
 double AsText(double v) { return std::stod(FormatDouble(v)); }
 
-OptNum Mul(OptNum a, OptNum b) { return (a && b) ? OptNum(*a * *b) : std::nullopt; }
-OptNum Add(OptNum a, OptNum b) { return (a && b) ? OptNum(*a + *b) : std::nullopt; }
-OptNum Sub(OptNum a, OptNum b) { return (a && b) ? OptNum(*a - *b) : std::nullopt; }
 
 [[noreturn]] void DivideByZero(const std::string& where) {
   throw Error(ErrorCategory::kInvalidInput, "division by zero: " + where);
 }
 
-OptNum Div(OptNum a, OptNum b, const std::function<std::string()>& where) {
-  if (!a || !b) return std::nullopt;
-  if (*b == 0) DivideByZero(where());
-  return *a / *b;
-}
-
-bool Equal(const OptInt& a, const OptInt& b) { return a && b && *a == *b; }
 
 void CheckBomType(int bom_type) {
   if (bom_type != 1 && bom_type != 2) {
@@ -68,15 +57,20 @@ void CheckBomType(int bom_type) {
 }
 
 // Quantity of a bill line for a parent quantity: mode 1 divides by the
-// yield, mode 2 adds the scrap on top.
-OptNum LineQty(int bom_type, double suggest, const BomChild& line, OptNum per,
-               const std::function<std::string()>& where) {
-  if (bom_type == 1) {
-    return Div(Mul(Mul(OptNum(suggest), line.qty), 100.0),
-               Mul(per, Sub(OptNum(100.0), line.scrap)), where);
+// yield, mode 2 adds the scrap on top. `per` is the quantity the bill is
+// written for.
+OptNum LineQty(int bom_type, double suggest, const BomChild& line, OptNum per, int32_t bill) {
+  if (!line.qty || !line.scrap || !per) return std::nullopt;
+  const double scrap = *line.scrap;
+  const double den = bom_type == 1 ? *per * (100 - scrap) : *per;
+  if (den == 0) {
+    DivideByZero("quantity of item " + std::to_string(line.item_id) + " in bill " +
+                 std::to_string(bill) + " line " + std::to_string(line.entry_id) + " (BOMType " +
+                 std::to_string(bom_type) + ", scrap " + FormatDouble(scrap) +
+                 ", bill quantity " + FormatDouble(*per) + ")");
   }
-  return Div(Div(Mul(Mul(OptNum(suggest), line.qty), Add(OptNum(100.0), line.scrap)), 100.0, where),
-             per, where);
+  if (bom_type == 1) return suggest * *line.qty * 100 / den;
+  return suggest * *line.qty * (100 + scrap) / 100 / den;
 }
 
 bool IsMade(const Item* item) {
@@ -141,39 +135,34 @@ std::string ItemLabel(const BomIndex& boms, int32_t item_id) {
   return "id " + std::to_string(item_id);
 }
 
+// Walks one bill and the approved bills of its made parts, handing every
+// leaf row to the sink: sink(line, quantity, bill quantity column).
+template <class Sink>
 class Expander {
  public:
-  Expander(const BomIndex& boms, int bom_type, int32_t p_item_id, const std::optional<Date>& date,
-           std::vector<ChildRow>& out)
-      : boms_(boms), bom_type_(bom_type), p_item_id_(p_item_id), date_(date), out_(out) {}
+  Expander(const BomIndex& boms, int bom_type, Sink& sink)
+      : boms_(boms), bom_type_(bom_type), sink_(sink) {}
 
   // One bill: leaves, made parts without an approved bill, then made parts
   // exploded through their own approved bill. `per` is the quantity the
   // bill is written for; `column_qty` what the rows record as FQty.
   void Bill(const BomHeader& bill, double suggest, OptNum per, OptNum column_qty, bool nested) {
     const auto& lines = boms_.Lines(bill.inter_id);
-    auto where = [&](const BomChild& line) {
-      return [&, line_ptr = &line]() {
-        return "quantity of " + ItemLabel(boms_, line_ptr->item_id) + " in bill " +
-               std::to_string(bill.inter_id) + " line " + std::to_string(line_ptr->entry_id) +
-               " (BOMType " + std::to_string(bom_type_) + ", scrap " +
-               (line_ptr->scrap ? FormatDouble(*line_ptr->scrap) : "NULL") + ", bill quantity " +
-               (per ? FormatDouble(*per) : "NULL") + ")";
-      };
-    };
     for (const BomChild* line : lines) {
-      if (IsLeafClass(boms_.FindItem(line->item_id))) Emit(*line, suggest, per, column_qty, where(*line));
+      if (IsLeafClass(boms_.FindItem(line->item_id))) {
+        sink_(*line, LineQty(bom_type_, suggest, *line, per, bill.inter_id), column_qty);
+      }
     }
     for (const BomChild* line : lines) {
       if (IsMade(boms_.FindItem(line->item_id)) && !boms_.HasApprovedInUse(line->item_id)) {
-        Emit(*line, suggest, per, column_qty, where(*line));
+        sink_(*line, LineQty(bom_type_, suggest, *line, per, bill.inter_id), column_qty);
       }
     }
     for (const BomChild* line : lines) {
       if (!IsMade(boms_.FindItem(line->item_id))) continue;
       // Below the top level the made parts' query also requires the line's unit.
       if (nested && !(line->unit_id && boms_.input().unit_names.count(*line->unit_id))) continue;
-      const OptNum qty = LineQty(bom_type_, suggest, *line, per, where(*line));
+      const OptNum qty = LineQty(bom_type_, suggest, *line, per, bill.inter_id);
       if (!qty) {
         throw Error(ErrorCategory::kInvalidInput,
                     "the quantity of " + ItemLabel(boms_, line->item_id) + " in bill " +
@@ -184,23 +173,6 @@ class Expander {
   }
 
  private:
-  void Emit(const BomChild& line, double suggest, OptNum per, OptNum column_qty,
-            const std::function<std::string()>& where) {
-    ChildRow row;
-    row.item_id = line.item_id;
-    row.inter_id = line.inter_id;
-    row.entry_id = line.entry_id;
-    row.p_item_id = p_item_id_;
-    row.suggest_qty = Dec(LineQty(bom_type_, suggest, line, per, where));
-    row.aux_prop_id = line.aux_prop_id;
-    row.qty = Dec(column_qty);
-    row.child_qty = line.qty;
-    row.scrap = line.scrap;
-    row.date = date_;
-    row.note = line.note;
-    out_.push_back(std::move(row));
-  }
-
   void Worker(int32_t item_id, double quantity) {
     const BomHeader* bill = boms_.Approved(item_id);
     if (!bill) return;
@@ -216,23 +188,41 @@ class Expander {
 
   const BomIndex& boms_;
   int bom_type_;
-  int32_t p_item_id_;
-  std::optional<Date> date_;
-  std::vector<ChildRow>& out_;
+  Sink& sink_;
   std::vector<int32_t> path_;
 };
 
 }  // namespace
 
+void ForEachBomChild(const BomIndex& boms, int bom_type, int32_t bom_inter_id, double suggest_qty,
+                     double qty, const ChildSink& sink) {
+  CheckBomType(bom_type);
+  const BomHeader* bill = boms.Bill(bom_inter_id);
+  if (!bill) return;  // no lines to read
+  Expander<const ChildSink> expander(boms, bom_type, sink);
+  expander.Bill(*bill, AsText(suggest_qty), OptNum(AsText(qty)), OptNum(AsText(qty)), false);
+}
+
 std::vector<ChildRow> ExpandBomChildren(const BomIndex& boms, int bom_type, int32_t bom_inter_id,
                                         int32_t p_item_id, double suggest_qty, double qty,
                                         const std::optional<Date>& date) {
-  CheckBomType(bom_type);
   std::vector<ChildRow> out;
-  const BomHeader* bill = boms.Bill(bom_inter_id);
-  if (!bill) return out;  // no lines to read
-  Expander expander(boms, bom_type, p_item_id, date, out);
-  expander.Bill(*bill, AsText(suggest_qty), OptNum(AsText(qty)), OptNum(AsText(qty)), false);
+  ForEachBomChild(boms, bom_type, bom_inter_id, suggest_qty, qty,
+                  [&](const BomChild& line, OptNum suggest, OptNum column_qty) {
+                    ChildRow row;
+                    row.item_id = line.item_id;
+                    row.inter_id = line.inter_id;
+                    row.entry_id = line.entry_id;
+                    row.p_item_id = p_item_id;
+                    row.suggest_qty = Dec(suggest);
+                    row.aux_prop_id = line.aux_prop_id;
+                    row.qty = Dec(column_qty);
+                    row.child_qty = line.qty;
+                    row.scrap = line.scrap;
+                    row.date = date;
+                    row.note = line.note;
+                    out.push_back(std::move(row));
+                  });
   return out;
 }
 

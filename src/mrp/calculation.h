@@ -3,6 +3,7 @@
 // suggests suppliers. Pure: in-memory input, result rows out.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -45,6 +46,13 @@ class BomIndex {
 std::vector<ChildRow> ExpandBomChildren(const BomIndex& boms, int bom_type, int32_t bom_inter_id,
                                         int32_t p_item_id, double suggest_qty, double qty,
                                         const std::optional<Date>& date);
+
+// The same walk without building rows: the sink receives each leaf line,
+// its quantity (before the ten-decimal rounding of the table) and the bill
+// quantity recorded with it.
+using ChildSink = std::function<void(const BomChild& line, OptNum suggest, OptNum column_qty)>;
+void ForEachBomChild(const BomIndex& boms, int bom_type, int32_t bom_inter_id, double suggest_qty,
+                     double qty, const ChildSink& sink);
 
 // True when the in-use bills below the item lead back to it.
 bool BomLoopsBackToItem(const BomIndex& boms, int32_t item_id);

@@ -125,14 +125,17 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
 }
 
 DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
-                         const std::vector<std::vector<std::string>>& bill_numbers_per_line)
-    : source_(source_data) {
+                         const std::vector<std::vector<std::string>>& bill_numbers_per_line) {
   std::set<int32_t> sales_orders;
-  if (source_) {
-    for (const auto& row : source_->rows()) {
-      if (row->Get("Ftrantype").ToValue() == kTranSalesOrder) {
-        sales_orders.insert(row->Get("finterid").ToLong());
-      }
+  if (source_data) {
+    for (const auto& row : source_data->rows()) {
+      const Variant* type = row->Find("Ftrantype");
+      const Variant number = row->Get("FBillNO");
+      Source s{type != nullptr, type ? type->ToLong() : 0, row->Get("finterid").ToLong(),
+               row->Get("fentryid").ToLong()};
+      source_.push_back(s);
+      source_by_number_[number.IsNull() ? "" : number.ToText()].push_back(s);
+      if (s.has_type && s.type == kTranSalesOrder) sales_orders.insert(s.inter_id);
     }
   }
   ForChunks(c, std::vector<int32_t>(sales_orders.begin(), sales_orders.end()),
@@ -159,6 +162,7 @@ DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
 }
 
 Date DemandDates::For(const std::vector<std::string>& bill_numbers) const {
+  if (auto hit = cache_.find(bill_numbers); hit != cache_.end()) return hit->second;
   // The line's numbers as the report quoted them: 'A','B'.
   std::string quoted;
   for (size_t i = 0; i < bill_numbers.size(); ++i) quoted += (i ? "','" : "'") + bill_numbers[i];
@@ -170,21 +174,21 @@ Date DemandDates::For(const std::vector<std::string>& bill_numbers) const {
   // Sales-order lines whose number occurs anywhere in the quoted text: a
   // plain substring test, kept as the report has it.
   bool sales = false;
+  for (const auto& [number, rows] : source_by_number_) {
+    if (quoted.find(number) == std::string::npos) continue;
+    for (const Source& s : rows) {
+      if (!s.has_type || s.type != kTranSalesOrder) continue;
+      sales = true;
+      auto it = sales_dates_.find({s.inter_id, s.entry_id});
+      if (it != sales_dates_.end()) take(it->second);
+    }
+  }
+  // The source type in hand: the first task type met, else the last type.
   int type_in_hand = 0;
-  if (source_) {
-    for (const auto& row : source_->rows()) {
-      const std::string number = row->Get("FBillNO").IsNull() ? "" : row->Get("FBillNO").ToText();
-      if (quoted.find(number) != std::string::npos && row->Get("Ftrantype").ToValue() == kTranSalesOrder) {
-        sales = true;
-        auto it = sales_dates_.find({row->Get("finterid").ToLong(), row->Get("fentryid").ToLong()});
-        if (it != sales_dates_.end()) take(it->second);
-      }
-    }
-    for (const auto& row : source_->rows()) {
-      if (!row->Contains("Ftrantype")) continue;
-      type_in_hand = row->Get("Ftrantype").ToLong();
-      if (type_in_hand == 85 || type_in_hand == 91) break;
-    }
+  for (const Source& s : source_) {
+    if (!s.has_type) continue;
+    type_in_hand = s.type;
+    if (type_in_hand == 85 || type_in_hand == 91) break;
   }
   if (type_in_hand == kTranSalesOrder && !sales) {
     throw Error(ErrorCategory::kInvalidInput,
@@ -203,7 +207,9 @@ Date DemandDates::For(const std::vector<std::string>& bill_numbers) const {
       if (it != tasks.end()) take(it->second);
     }
   }
-  return earliest.value_or(Date());  // no date anywhere: the zero date
+  const Date date = earliest.value_or(Date());  // no date anywhere: the zero date
+  cache_.emplace(bill_numbers, date);
+  return date;
 }
 
 void LoadTasks(db::Connection& c, const std::vector<int32_t>& demand_tasks, Input& in) {

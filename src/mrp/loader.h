@@ -29,7 +29,15 @@ class DemandDates {
   Date For(const std::vector<std::string>& bill_numbers) const;
 
  private:
-  VectorPtr source_;
+  struct Source {
+    bool has_type;
+    int32_t type;
+    int32_t inter_id;
+    int32_t entry_id;
+  };
+  std::map<std::string, std::vector<Source>> source_by_number_;  // FBillNO -> rows
+  std::vector<Source> source_;                                   // in the planner's order
+  mutable std::map<std::vector<std::string>, Date> cache_;
   std::map<std::pair<int32_t, int32_t>, std::optional<Date>> sales_dates_;
   std::map<std::string, std::optional<Date>> mo_dates_, out_mo_dates_;
 };

@@ -2,6 +2,7 @@
 #include "mrp/mrp_data_info.h"
 
 #include <algorithm>
+#include <chrono>
 #include <set>
 
 #include "frame/record/text.h"
@@ -66,6 +67,8 @@ int MrpDataInfo::BomType(db::Connection& c) {
 VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr& lines,
                                         const DictionaryPtr& dctFilter, const std::string& sStockKey,
                                         int32_t user_id, int frm_type) {
+  using Clock = std::chrono::steady_clock;
+  const auto started = Clock::now();
   return Run(dsn, [&](db::Connection& c) {
     if (!lines) ThrowInvalid("vctListData is Nothing: the MRP calculation needs demand lines");
     const DictionaryPtr filter = dctFilter ? dctFilter : Dictionary::Create();
@@ -145,8 +148,11 @@ VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr&
       in.rights.supplier_data_rights =
           host_.data_rights && host_.data_rights->Applies(user_id, kDataRightSuppliers);
     }
+    const auto loaded = Clock::now();
     auto out = Vector::Create();
     for (const auto& r : mrp::Calculate(in)) out->Add(ToDictionary(r));
+    timings_.load_seconds = std::chrono::duration<double>(loaded - started).count();
+    timings_.calculate_seconds = std::chrono::duration<double>(Clock::now() - loaded).count();
     return out;
   });
 }

@@ -27,6 +27,13 @@ class MrpDataInfo : public ComponentObject {
                              const DictionaryPtr& dctFilter, const std::string& sStockKey,
                              int32_t user_id, int frm_type);
 
+  // Wall time of the last report, split into loading and calculating.
+  struct Timings {
+    double load_seconds = 0;
+    double calculate_seconds = 0;
+  };
+  const Timings& last_timings() const { return timings_; }
+
   // Writes every leaf component of the bill, over all levels, into the
   // session's working table Data2222 (created when the caller has not).
   void GetBomAllChildRs(const std::string& dsn, int32_t bom_inter_id, int32_t p_item_id,
@@ -36,6 +43,7 @@ class MrpDataInfo : public ComponentObject {
   // System profile IC/BOMType, read once per instance.
   int BomType(db::Connection& connection);
   std::optional<int> bom_type_;
+  Timings timings_;
 };
 
 ClassSpec MrpDataInfoClass();

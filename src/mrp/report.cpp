@@ -1,6 +1,8 @@
 // The report: demand rows, explosion, folding, netting and suppliers.
 #include <algorithm>
+#include <climits>
 #include <cmath>
+#include <unordered_map>
 #include <map>
 #include <tuple>
 
@@ -55,14 +57,8 @@ class Report {
     } else {
       SingleLevel();
     }
-    rows_.erase(std::remove_if(rows_.begin(), rows_.end(),
-                               [](const ReportRow& r) { return Equal(r.bom_item_id, 0); }),
-                rows_.end());
-    for (auto& r : rows_) r.need_qty = r.suggest_qty;
     if (!opt_.expand) produc_ = Grouped(in_.issued);
-    NameAuxProps();
-    UnifyMemos();
-    Fold();
+    Folded();
     MasterData();
     if (opt_.frm_type == 0) {
       for (auto& r : rows_) {
@@ -223,7 +219,10 @@ class Report {
       }
     }
     for (const auto& r : rows_) snapshot_.insert({r.item_id.value_or(0), r.aux_prop_id});
-    std::vector<ChildRow> children;
+    // Rows already materials keep their place ahead of the exploded ones.
+    for (const auto& r : rows_) {
+      if (!Equal(r.bom_item_id, 0)) Accumulate(r.bom_item_id, r.aux_prop_id, MemoId(r.memo), r.suggest_qty, r.date);
+    }
     for (const auto& r : rows_) {
       if (!r.item_id) continue;
       for (const BomHeader* bill : boms_.InUse(*r.item_id)) {
@@ -232,25 +231,11 @@ class Report {
                       "cannot explode bill " + std::to_string(bill->inter_id) +
                           ": the demand quantity, the bill quantity or the required date is NULL");
         }
-        auto rows = ExpandBomChildren(boms_, opt_.bom_type, bill->inter_id, *r.item_id,
-                                      *r.suggest_qty, *bill->qty, r.date);
-        for (auto& c : rows) children.push_back(std::move(c));
+        ForEachBomChild(boms_, opt_.bom_type, bill->inter_id, *r.suggest_qty, *bill->qty,
+                        [&](const BomChild& line, OptNum suggest, OptNum) {
+                          Accumulate(line.item_id, line.aux_prop_id, MemoOf(line), Dec(suggest), r.date);
+                        });
       }
-    }
-    for (auto& c : children) {
-      ReportRow r;
-      r.tran_type = kTranMaterialRow;
-      r.item_id = c.p_item_id;
-      r.bom_item_id = c.item_id;
-      r.bom_inter_id = c.inter_id;
-      r.bom_entry_id = c.entry_id;
-      r.suggest_qty = c.suggest_qty;
-      r.aux_prop_id = c.aux_prop_id;
-      r.destroy_rate = c.scrap;
-      r.final = 0;
-      r.date = c.date;
-      r.memo = c.note;
-      rows_.push_back(std::move(r));
     }
   }
 
@@ -299,6 +284,9 @@ class Report {
       }
     }
     for (auto& r : added) rows_.push_back(std::move(r));
+    for (const auto& r : rows_) {
+      if (!Equal(r.bom_item_id, 0)) Accumulate(r.bom_item_id, r.aux_prop_id, MemoId(r.memo), r.suggest_qty, r.date);
+    }
   }
 
   static ReportRow MaterialOf(const ReportRow& demand) {
@@ -330,55 +318,79 @@ class Report {
     return (*num / 100) / *v1.qty;
   }
 
-  void NameAuxProps() {
-    for (auto& r : rows_) {
-      if (!r.bom_item_id || *r.bom_item_id <= 0 || !r.aux_prop_id) continue;
-      auto it = in_.aux_names.find(*r.aux_prop_id);
-      if (it != in_.aux_names.end()) r.aux_prop = it->second;
-    }
+  // Material rows arrive in table order. Rows of one material and named
+  // property take the memo of the first of them, so that the memo does not
+  // split the material (a property without a name never compares equal, so
+  // those rows keep their own memos). Then one row per material, property
+  // and memo, NULL keys grouping together; the required date is the
+  // earliest of the parts.
+  static constexpr int64_t kNull = INT64_MIN;
+  static int64_t K(const OptInt& v) { return v ? *v : kNull; }
+
+  int MemoId(const OptText& memo) {
+    if (!memo) return -1;
+    auto [it, inserted] = memo_ids_.try_emplace(*memo, static_cast<int>(memo_texts_.size()));
+    if (inserted) memo_texts_.push_back(*memo);
+    return it->second;
+  }
+  int MemoOf(const BomChild& line) {
+    auto [it, inserted] = line_memo_.try_emplace(&line, 0);
+    if (inserted) it->second = MemoId(line.note);
+    return it->second;
+  }
+  // The property's name, as the table holds it: only for material rows.
+  const OptText* AuxName(const OptInt& bom_item, const OptInt& aux) const {
+    if (!bom_item || *bom_item <= 0 || !aux) return nullptr;
+    auto it = in_.aux_names.find(*aux);
+    return it == in_.aux_names.end() ? nullptr : &it->second;
   }
 
-  // Rows of one material and named property take the memo of the first of
-  // them, so that the memo does not split the material. A property without a
-  // name never compares equal, so those rows keep their own memos.
-  void UnifyMemos() {
-    std::map<std::tuple<int32_t, std::string, int32_t>, OptText> first;
-    for (auto& r : rows_) {
-      if (!r.bom_item_id || !r.aux_prop || !r.aux_prop_id) continue;
-      auto [it, inserted] = first.try_emplace({*r.bom_item_id, *r.aux_prop, *r.aux_prop_id}, r.memo);
-      if (!inserted) r.memo = it->second;
+  struct GroupKey {
+    int64_t bom_item, aux, memo;
+    bool operator==(const GroupKey&) const = default;
+  };
+  struct GroupHash {
+    size_t operator()(const GroupKey& k) const {
+      return std::hash<int64_t>()(k.bom_item * 1000003 ^ k.aux * 10007 ^ k.memo);
     }
+  };
+  struct Group {
+    OptInt bom_item, aux;
+    int memo;
+    OptNum suggest, need;
+    std::optional<Date> date;
+  };
+
+  void Accumulate(const OptInt& bom_item, const OptInt& aux, int memo, const OptNum& suggest,
+                  const std::optional<Date>& date) {
+    const OptText* name = AuxName(bom_item, aux);
+    if (name && *name) {
+      auto [it, inserted] = first_memo_.try_emplace(GroupKey{K(bom_item), K(aux), 0}, memo);
+      memo = it->second;
+    }
+    auto [it, inserted] = group_index_.try_emplace(GroupKey{K(bom_item), K(aux), memo}, groups_.size());
+    if (inserted) groups_.push_back({bom_item, aux, memo, std::nullopt, std::nullopt, std::nullopt});
+    Group& g = groups_[it->second];
+    SumInto(g.suggest, suggest);
+    SumInto(g.need, suggest);  // the gross requirement is the suggestion before netting
+    if (date && (!g.date || *date < *g.date)) g.date = date;
   }
 
-  // One row per material, property and memo; NULL keys group together. The
-  // required date is the earliest of the parts.
-  void Fold() {
-    std::map<std::tuple<OptInt, OptText, OptInt, OptText>, size_t> groups;
-    std::vector<ReportRow> folded;
-    for (const auto& r : rows_) {
-      auto [it, inserted] =
-          groups.try_emplace({r.bom_item_id, r.aux_prop, r.aux_prop_id, r.memo}, folded.size());
-      if (inserted) {
-        ReportRow f;
-        f.bom_item_id = r.bom_item_id;
-        f.aux_prop = r.aux_prop;
-        f.aux_prop_id = r.aux_prop_id;
-        f.memo = r.memo;
-        f.final = 1;
-        f.suggest_qty = std::nullopt;
-        f.need_qty = std::nullopt;
-        folded.push_back(std::move(f));
-      }
-      ReportRow& f = folded[it->second];
-      SumInto(f.suggest_qty, r.suggest_qty);
-      SumInto(f.need_qty, r.need_qty);
-      if (r.date && (!f.date || *r.date < *f.date)) f.date = r.date;
+  void Folded() {
+    rows_.clear();
+    rows_.reserve(groups_.size());
+    for (const Group& g : groups_) {
+      ReportRow f;
+      f.bom_item_id = g.bom_item;
+      f.aux_prop_id = g.aux;
+      if (const OptText* name = AuxName(g.bom_item, g.aux)) f.aux_prop = *name;
+      if (g.memo >= 0) f.memo = memo_texts_[static_cast<size_t>(g.memo)];
+      f.final = 1;
+      f.suggest_qty = Dec(g.suggest);
+      f.need_qty = Dec(g.need);
+      f.date = g.date;
+      rows_.push_back(std::move(f));
     }
-    for (auto& f : folded) {
-      f.suggest_qty = Dec(f.suggest_qty);
-      f.need_qty = Dec(f.need_qty);
-    }
-    rows_ = std::move(folded);
   }
 
   void MasterData() {
@@ -589,6 +601,12 @@ class Report {
   std::vector<ReportRow> rows_;
   std::set<Key> snapshot_;
   std::map<Key, OptNum> produc_;
+  std::unordered_map<std::string, int> memo_ids_;
+  std::vector<std::string> memo_texts_;
+  std::unordered_map<const BomChild*, int> line_memo_;
+  std::unordered_map<GroupKey, int, GroupHash> first_memo_;
+  std::unordered_map<GroupKey, size_t, GroupHash> group_index_;
+  std::vector<Group> groups_;
 };
 
 }  // namespace
