@@ -96,10 +96,15 @@ BomIndex::BomIndex(const Input& input) : input_(input) {
     std::sort(list.begin(), list.end(),
               [](const BomHeader* a, const BomHeader* b) { return a->inter_id < b->inter_id; });
   }
-  for (const auto& c : input.bom_children) lines_[c.inter_id].push_back(&c);
+  for (const auto& c : input.bom_children) {
+    const Item* item = FindItem(c.item_id);
+    lines_[c.inter_id].push_back({&c, IsLeafClass(item), IsMade(item),
+                                  approved_in_use_.count(c.item_id) > 0,
+                                  c.unit_id && input.unit_names.count(*c.unit_id) > 0});
+  }
   for (auto& [id, list] : lines_) {
     std::sort(list.begin(), list.end(),
-              [](const BomChild* a, const BomChild* b) { return a->entry_id < b->entry_id; });
+              [](const Line& a, const Line& b) { return a.child->entry_id < b.child->entry_id; });
   }
 }
 
@@ -112,8 +117,8 @@ const BomHeader* BomIndex::Bill(int32_t inter_id) const {
   auto it = by_id_.find(inter_id);
   return it == by_id_.end() ? nullptr : it->second;
 }
-const std::vector<const BomChild*>& BomIndex::Lines(int32_t inter_id) const {
-  static const std::vector<const BomChild*> none;
+const std::vector<BomIndex::Line>& BomIndex::Lines(int32_t inter_id) const {
+  static const std::vector<Line> none;
   auto it = lines_.find(inter_id);
   return it == lines_.end() ? none : it->second;
 }
@@ -148,20 +153,19 @@ class Expander {
   // bill is written for; `column_qty` what the rows record as FQty.
   void Bill(const BomHeader& bill, double suggest, OptNum per, OptNum column_qty, bool nested) {
     const auto& lines = boms_.Lines(bill.inter_id);
-    for (const BomChild* line : lines) {
-      if (IsLeafClass(boms_.FindItem(line->item_id))) {
-        sink_(*line, LineQty(bom_type_, suggest, *line, per, bill.inter_id), column_qty);
+    for (const auto& l : lines) {
+      if (l.leaf) sink_(*l.child, LineQty(bom_type_, suggest, *l.child, per, bill.inter_id), column_qty);
+    }
+    for (const auto& l : lines) {
+      if (l.made && !l.approved_in_use) {
+        sink_(*l.child, LineQty(bom_type_, suggest, *l.child, per, bill.inter_id), column_qty);
       }
     }
-    for (const BomChild* line : lines) {
-      if (IsMade(boms_.FindItem(line->item_id)) && !boms_.HasApprovedInUse(line->item_id)) {
-        sink_(*line, LineQty(bom_type_, suggest, *line, per, bill.inter_id), column_qty);
-      }
-    }
-    for (const BomChild* line : lines) {
-      if (!IsMade(boms_.FindItem(line->item_id))) continue;
+    for (const auto& l : lines) {
+      const BomChild* line = l.child;
+      if (!l.made) continue;
       // Below the top level the made parts' query also requires the line's unit.
-      if (nested && !(line->unit_id && boms_.input().unit_names.count(*line->unit_id))) continue;
+      if (nested && !l.unit_known) continue;
       const OptNum qty = LineQty(bom_type_, suggest, *line, per, bill.inter_id);
       if (!qty) {
         throw Error(ErrorCategory::kInvalidInput,
@@ -233,9 +237,9 @@ bool BomLoopsBackToItem(const BomIndex& boms, int32_t item_id) {
     const int32_t current = todo.back();
     todo.pop_back();
     for (const BomHeader* bill : boms.InUse(current)) {
-      for (const BomChild* line : boms.Lines(bill->inter_id)) {
-        if (line->item_id == item_id) return true;
-        if (seen.insert(line->item_id).second) todo.push_back(line->item_id);
+      for (const auto& line : boms.Lines(bill->inter_id)) {
+        if (line.child->item_id == item_id) return true;
+        if (seen.insert(line.child->item_id).second) todo.push_back(line.child->item_id);
       }
     }
   }

@@ -20,8 +20,16 @@ class BomIndex {
   // In-use bills (FUseStatus 1072) of an item, by interior id.
   const std::vector<const BomHeader*>& InUse(int32_t item_id) const;
   const BomHeader* Bill(int32_t inter_id) const;
+  // A bill line with what the explosion asks of its component.
+  struct Line {
+    const BomChild* child;
+    bool leaf;             // a class other than assembled (2) and 9
+    bool made;             // class 2 or 9
+    bool approved_in_use;  // the component has an in-use bill with FStatus 1
+    bool unit_known;       // the line's unit is in t_MeasureUnit
+  };
   // Lines of a bill, by line id.
-  const std::vector<const BomChild*>& Lines(int32_t inter_id) const;
+  const std::vector<Line>& Lines(int32_t inter_id) const;
   // The approved bill of a made component: use status coded 'zt01' and
   // FStatus 1, lowest interior id first; nullptr when there is none.
   const BomHeader* Approved(int32_t item_id) const;
@@ -33,7 +41,7 @@ class BomIndex {
   const Input& input_;
   std::unordered_map<int32_t, std::vector<const BomHeader*>> in_use_;
   std::unordered_map<int32_t, const BomHeader*> by_id_;
-  std::unordered_map<int32_t, std::vector<const BomChild*>> lines_;
+  std::unordered_map<int32_t, std::vector<Line>> lines_;
   std::unordered_map<int32_t, const BomHeader*> approved_;
   std::set<int32_t> approved_in_use_;
 };

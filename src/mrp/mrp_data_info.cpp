@@ -42,6 +42,7 @@ DictionaryPtr ToDictionary(const mrp::ReportRow& r) {
       Cell(r.final),        Cell(r.date)};
   auto row = Dictionary::Create();
   const auto& columns = mrp::ReportColumns();
+  row->Reserve(columns.size());
   for (size_t i = 0; i < columns.size(); ++i) row->Set(columns[i], cells[i]);
   return row;
 }

@@ -185,7 +185,8 @@ class Report {
         if (t3.lev != lev - 1) continue;
         for (const BomHeader* t1 : boms_.InUse(t3.item)) {
           if (!Equal(t1->aux_prop_id, t3.aux)) continue;
-          for (const BomChild* t2 : boms_.Lines(t1->inter_id)) {
+          for (const auto& l2 : boms_.Lines(t1->inter_id)) {
+            const BomChild* t2 = l2.child;
             OptNum ratio;
             if (t2->qty && t1->qty) {
               if (*t1->qty == 0) DivideByZero("bill " + std::to_string(t1->inter_id) + " has quantity 0");
@@ -251,7 +252,8 @@ class Report {
     for (const auto& v2 : rows_) {
       if (!Equal(v2.bom_item_id, 0) || !Equal(v2.tran_type, kTranSalesOrder) || !v2.item_id) continue;
       for (const BomHeader* v1 : boms_.InUse(*v2.item_id)) {
-        for (const BomChild* u1 : boms_.Lines(v1->inter_id)) {
+        for (const auto& l1 : boms_.Lines(v1->inter_id)) {
+          const BomChild* u1 = l1.child;
           ReportRow r = MaterialOf(v2);
           r.item_id = v1->item_id;
           r.bom_item_id = u1->item_id;
@@ -478,7 +480,8 @@ class Report {
       std::vector<const BomHeader*> bills = boms_.InUse(item);
       if (const BomHeader* a = boms_.Approved(item)) bills.push_back(a);
       for (const BomHeader* bill : bills) {
-        for (const BomChild* line : boms_.Lines(bill->inter_id)) {
+        for (const auto& l : boms_.Lines(bill->inter_id)) {
+          const BomChild* line = l.child;
           const Item* child = boms_.FindItem(line->item_id);
           if (!child || !child->erp_cls ||
               (*child->erp_cls != kClsAssembled && *child->erp_cls != kClsMadeVirtual)) {

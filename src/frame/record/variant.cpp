@@ -178,9 +178,22 @@ std::string FoldKey(std::string_view key) {
   return folded;
 }
 
+bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    char x = a[i], y = b[i];
+    if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
+    if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
+    if (x != y) return false;
+  }
+  return true;
+}
+
 const Variant* Dictionary::Find(std::string_view key) const {
-  auto it = index_.find(FoldKey(key));
-  return it == index_.end() ? nullptr : &items_[it->second].second;
+  for (const auto& [k, v] : items_) {
+    if (EqualsIgnoringCase(k, key)) return &v;
+  }
+  return nullptr;
 }
 
 Variant Dictionary::Get(std::string_view key) const {
@@ -194,24 +207,23 @@ Variant Dictionary::GetOr(std::string_view key, Variant fallback) const {
 }
 
 void Dictionary::Set(std::string_view key, Variant value) {
-  auto [it, inserted] = index_.try_emplace(FoldKey(key), items_.size());
-  if (inserted) {
-    items_.emplace_back(std::string(key), std::move(value));
-  } else {
-    items_[it->second].second = std::move(value);
+  for (auto& [k, v] : items_) {
+    if (EqualsIgnoringCase(k, key)) {
+      v = std::move(value);
+      return;
+    }
   }
+  items_.emplace_back(std::string(key), std::move(value));
 }
 
 bool Dictionary::Remove(std::string_view key) {
-  auto it = index_.find(FoldKey(key));
-  if (it == index_.end()) return false;
-  const size_t pos = it->second;
-  items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(pos));
-  index_.erase(it);
-  for (auto& [k, p] : index_) {
-    if (p > pos) --p;
+  for (auto it = items_.begin(); it != items_.end(); ++it) {
+    if (EqualsIgnoringCase(it->first, key)) {
+      items_.erase(it);
+      return true;
+    }
   }
-  return true;
+  return false;
 }
 
 const DictionaryPtr& Vector::Item(int32_t position) const {

@@ -116,7 +116,8 @@ class Variant {
 std::string FormatDouble(double value);
 
 // A keyed record. Keys keep their first spelling and insertion order; lookup
-// ignores ASCII letter case ("FBillNO" finds "FBillNo").
+// ignores ASCII letter case ("FBillNO" finds "FBillNo"). Rows hold a few
+// dozen keys, so lookup is a scan: no folded copies, no hash nodes.
 class Dictionary {
  public:
   static DictionaryPtr Create() { return std::make_shared<Dictionary>(); }
@@ -131,11 +132,11 @@ class Dictionary {
   // Inserts at the end, or overwrites in place keeping the stored spelling.
   void Set(std::string_view key, Variant value);
   bool Remove(std::string_view key);
+  void Reserve(size_t n) { items_.reserve(n); }
   const std::vector<std::pair<std::string, Variant>>& items() const { return items_; }
 
  private:
   std::vector<std::pair<std::string, Variant>> items_;
-  std::unordered_map<std::string, size_t> index_;  // folded key -> position
 };
 
 // An ordered list of Dictionary rows. Its public interface is 1-based, like
@@ -156,5 +157,6 @@ class Vector {
 };
 
 std::string FoldKey(std::string_view key);
+bool EqualsIgnoringCase(std::string_view a, std::string_view b);
 
 }  // namespace mrpcalc
