@@ -591,11 +591,19 @@ class Report {
   // By material code, rows without a code first; rows of one code keep
   // their order.
   void Order() {
-    std::stable_sort(rows_.begin(), rows_.end(), [](const ReportRow& a, const ReportRow& b) {
-      if (!a.item_number) return b.item_number.has_value();
-      if (!b.item_number) return false;
-      return *a.item_number < *b.item_number;
+    std::vector<size_t> order(rows_.size());
+    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::stable_sort(order.begin(), order.end(), [&](size_t x, size_t y) {
+      const auto& a = rows_[x].item_number;
+      const auto& b = rows_[y].item_number;
+      if (!a) return b.has_value();
+      if (!b) return false;
+      return *a < *b;
     });
+    std::vector<ReportRow> sorted;
+    sorted.reserve(rows_.size());
+    for (size_t i : order) sorted.push_back(std::move(rows_[i]));
+    rows_ = std::move(sorted);
   }
 
   const Input& in_;
