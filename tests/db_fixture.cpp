@@ -1,6 +1,8 @@
 // Per-engine fresh databases.
 #include "db_fixture.h"
 
+#include "db/schema.h"
+
 #include <unistd.h>
 
 #include <atomic>
@@ -46,6 +48,13 @@ void DbTest::SetUp() {
   dsn_ = FreshDsn(GetParam());
   if (dsn_.empty()) GTEST_SKIP();
   connection_ = db::Open(dsn_);
+}
+
+void DemoDbTest::SetUp() {
+  DbTest::SetUp();
+  if (IsSkipped()) return;
+  db::CreateErpSchema(conn(), false);
+  db::LoadDemoData(conn());
 }
 
 }  // namespace mrpcalc::testing

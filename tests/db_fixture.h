@@ -29,6 +29,12 @@ class DbTest : public ::testing::TestWithParam<std::string> {
   db::ConnectionPtr connection_;
 };
 
+// A fresh database holding the ERP tables and the demo data.
+class DemoDbTest : public DbTest {
+ protected:
+  void SetUp() override;
+};
+
 #define MRPCALC_ALL_ENGINES(Suite)                                      \
   INSTANTIATE_TEST_SUITE_P(Engines, Suite, ::testing::ValuesIn(::mrpcalc::testing::Engines()), \
                            [](const auto& info) { return info.param; })

@@ -15,13 +15,10 @@
 namespace mrpcalc::testing {
 namespace {
 
-class Mrp : public DbTest {
+class Mrp : public DemoDbTest {
  protected:
   void SetUp() override {
-    DbTest::SetUp();
-    if (IsSkipped()) return;
-    db::CreateErpSchema(conn(), false);
-    db::LoadDemoData(conn());
+    DemoDbTest::SetUp();
     host_ = MakeStandaloneHost(HostConfig{});
   }
 

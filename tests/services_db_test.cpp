@@ -17,15 +17,7 @@
 namespace mrpcalc::testing {
 namespace {
 
-class Services : public DbTest {
- protected:
-  void SetUp() override {
-    DbTest::SetUp();
-    if (IsSkipped()) return;
-    db::CreateErpSchema(conn(), false);
-    db::LoadDemoData(conn());
-  }
-};
+class Services : public DemoDbTest {};
 MRPCALC_ALL_ENGINES(Services);
 
 class NoDataRights : public DataRights {

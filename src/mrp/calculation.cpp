@@ -2,6 +2,8 @@
 // has always followed, including the odd ones that stay on purpose.
 #include "mrp/calculation.h"
 
+#include "mrp/numeric.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -29,23 +31,6 @@ const std::vector<std::string>& ReportColumns() {
 }
 
 namespace {
-
-// Working quantities are decimal(23,10): every stored value keeps ten decimals.
-double Dec(double v) {
-  if (std::fabs(v) >= 1e8) return v;
-  return std::round(v * 1e10) / 1e10;
-}
-OptNum Dec(OptNum v) { return v ? OptNum(Dec(*v)) : std::nullopt; }
-
-// Numbers handed from one statement to the next travel as text, 15
-// significant digits.
-double AsText(double v) { return std::stod(FormatDouble(v)); }
-
-
-[[noreturn]] void DivideByZero(const std::string& where) {
-  throw Error(ErrorCategory::kInvalidInput, "division by zero: " + where);
-}
-
 
 void CheckBomType(int bom_type) {
   if (bom_type != 1 && bom_type != 2) {

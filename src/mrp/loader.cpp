@@ -12,24 +12,14 @@ namespace {
 
 constexpr size_t kChunk = 500;  // ids per IN list (SQL Server takes 2,100 parameters)
 
-// Runs `sql` (with "%IDS%" standing for the list) once per chunk of ids.
-void ForChunks(db::Connection& c, const std::vector<int32_t>& ids, const std::string& sql,
-               const std::function<void(const RecordSet&)>& each) {
-  for (size_t from = 0; from < ids.size(); from += kChunk) {
-    const size_t n = std::min(kChunk, ids.size() - from);
-    db::Params params(ids.begin() + static_cast<std::ptrdiff_t>(from),
-                      ids.begin() + static_cast<std::ptrdiff_t>(from + n));
-    std::string text = sql;
-    text.replace(text.find("%IDS%"), 5, db::Placeholders(n));
-    each(*c.Query(text, params));
-  }
-}
-
-void ForChunks(db::Connection& c, const std::vector<std::string>& keys, const std::string& sql,
+// Runs `sql` (with "%IDS%" standing for the list) once per chunk of keys.
+template <class Key>
+void ForChunks(db::Connection& c, const std::vector<Key>& keys, const std::string& sql,
                const std::function<void(const RecordSet&)>& each) {
   for (size_t from = 0; from < keys.size(); from += kChunk) {
     const size_t n = std::min(kChunk, keys.size() - from);
     db::Params params;
+    params.reserve(n);
     for (size_t i = from; i < from + n; ++i) params.emplace_back(keys[i]);
     std::string text = sql;
     text.replace(text.find("%IDS%"), 5, db::Placeholders(n));

@@ -9,26 +9,10 @@
 #include "frame/record/error.h"
 #include "frame/record/variant.h"
 #include "mrp/calculation.h"
+#include "mrp/numeric.h"
 
 namespace mrpcalc::mrp {
 namespace {
-
-double Dec(double v) { return std::fabs(v) >= 1e8 ? v : std::round(v * 1e10) / 1e10; }
-OptNum Dec(OptNum v) { return v ? OptNum(Dec(*v)) : std::nullopt; }
-OptNum Mul(OptNum a, OptNum b) { return (a && b) ? OptNum(*a * *b) : std::nullopt; }
-OptNum Add(OptNum a, OptNum b) { return (a && b) ? OptNum(*a + *b) : std::nullopt; }
-OptNum Sub(OptNum a, OptNum b) { return (a && b) ? OptNum(*a - *b) : std::nullopt; }
-bool Equal(const OptInt& a, const OptInt& b) { return a && b && *a == *b; }
-
-// SUM over a group: NULLs are skipped; a group of NULLs sums to NULL.
-void SumInto(OptNum& total, const OptNum& v) {
-  if (!v) return;
-  total = total ? OptNum(*total + *v) : v;
-}
-
-[[noreturn]] void DivideByZero(const std::string& where) {
-  throw Error(ErrorCategory::kInvalidInput, "division by zero: " + where);
-}
 
 const char* ItemPropText(const OptInt& cls) {
   if (cls && *cls == kClsPurchased) return "外购";
