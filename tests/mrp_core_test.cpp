@@ -186,6 +186,25 @@ TEST(Report, IssuedQuantitiesStopWhenALevelHasOneRow) {
   EXPECT_DOUBLE_EQ(*RowOf(rows, kSpoke).qty, 0);  // 36 planned - 72 issued, floored
 }
 
+// A task demand equal to the task quantity takes the plan exactly; any other
+// quantity prorates it, stored with ten decimals.
+TEST(Report, TaskPlansScaleToTheDemand) {
+  Input in = Bikes();
+  in.demand = {{85, kWheel, 30, 0, "MO1", 3, Date()}};
+  in.demand_bill_numbers = {"MO1"};
+  in.task_headers[30] = {30, kWheel, 3.0};
+  in.task_entries = {{30, 1, kSpoke, 100.0, 0, 0.0, std::string("")}};
+  for (bool expand : {false, true}) {
+    in.options.expand = expand;
+    in.demand[0].qty = 3;
+    EXPECT_DOUBLE_EQ(*RowOf(Calculate(in), kSpoke).need_qty, 100) << expand;
+    in.demand[0].qty = 1;
+    EXPECT_DOUBLE_EQ(*RowOf(Calculate(in), kSpoke).need_qty, 33.3333333333) << expand;
+  }
+  in.task_headers[30].qty = 0.0;
+  EXPECT_THROW(Calculate(in), Error);  // prorating by a task quantity of 0
+}
+
 TEST(Report, SuppliersFromTheLatestDocument) {
   Input in = Bikes();
   in.options.expand = false;

@@ -1,0 +1,59 @@
+// Required dates of demand lines, on every engine (demo database).
+#include "db_fixture.h"
+#include "frame/record/error.h"
+#include "mrp/loader.h"
+
+namespace mrpcalc::testing {
+namespace {
+
+class DemandDate : public DemoDbTest {
+ protected:
+  static DictionaryPtr Source(const char* bill, int type, int inter, int entry) {
+    auto d = Dictionary::Create();
+    d->Set("FBillNO", bill);
+    d->Set("Ftrantype", type);
+    d->Set("finterid", inter);
+    d->Set("fentryid", entry);
+    return d;
+  }
+  Date DateOf(std::vector<DictionaryPtr> rows, std::vector<std::string> numbers) {
+    auto source = Vector::Create();
+    for (auto& r : rows) source->Add(r);
+    mrp::DemandDates dates(conn(), source, {numbers});
+    return dates.For(numbers);
+  }
+};
+MRPCALC_ALL_ENGINES(DemandDate);
+
+TEST_P(DemandDate, SalesLinesTasksAndTheirMix) {
+  // Sales order 1: line 1 delivers 2026-12-10, line 2 2026-12-05.
+  EXPECT_EQ(DateOf({Source("SEORD000001", 81, 1, 1)}, {"SEORD000001"}), *Date::Parse("2026-12-10"));
+  EXPECT_EQ(DateOf({Source("SEORD000001", 81, 1, 1), Source("SEORD000001", 81, 1, 2)},
+                   {"SEORD000001"}),
+            *Date::Parse("2026-12-05"));
+  // A task row in hand: the tasks named by the line, earliest start; joined
+  // with the sales lines that match.
+  EXPECT_EQ(DateOf({Source("WORK000002", 85, 2, 0)}, {"WORK000001", "WORK000002"}),
+            *Date::Parse("2026-12-01"));
+  EXPECT_EQ(DateOf({Source("SEORD000001", 81, 1, 1), Source("WORK000002", 85, 2, 0)},
+                   {"SEORD000001", "WORK000002"}),
+            *Date::Parse("2026-12-08"));
+  // The match is a substring test: a prefix of the line's number matches too.
+  EXPECT_EQ(DateOf({Source("SEORD00000", 81, 1, 2), Source("X", 81, 2, 1)}, {"SEORD000001"}),
+            *Date::Parse("2026-12-05"));
+  // Nothing dated anywhere: the zero date.
+  EXPECT_EQ(DateOf({Source("NOSUCH", 85, 99, 0)}, {"NOSUCH"}), Date());
+}
+
+TEST_P(DemandDate, StatementsTheReportCouldNotBuildFail) {
+  // Sales type in hand but no sales row matching the line.
+  EXPECT_THROW(DateOf({Source("SEORD000002", 81, 2, 1)}, {"SEORD000001"}), Error);
+  // A source type other than 81, 85 and 91.
+  EXPECT_THROW(DateOf({Source("SEORD000001", 81, 1, 1), Source("X", 77, 1, 0)}, {"SEORD000001"}),
+               Error);
+  // No source rows at all.
+  EXPECT_THROW(DateOf({}, {"SEORD000001"}), Error);
+}
+
+}  // namespace
+}  // namespace mrpcalc::testing
