@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -23,6 +24,10 @@
 namespace mrpcalc::db {
 
 using Params = std::vector<Variant>;
+
+// Receives each row of a query as it is read. The vector is reused for the
+// next row; a sink may move values out of it.
+using RowSink = std::function<void(std::vector<Variant>& row)>;
 
 // A statement prepared once and run many times (bulk inserts).
 class Statement {
@@ -39,8 +44,12 @@ class Connection {
   // The description this connection was opened with, without secrets.
   virtual std::string description() const = 0;
 
+  // Runs one statement and hands its rows to the sink one at a time, without
+  // keeping them. `columns`, when given, receives the column labels first.
+  virtual void QueryRows(std::string_view sql, const Params& params, const RowSink& sink,
+                         std::vector<std::string>* columns = nullptr) = 0;
   // Runs one statement and returns every row it produced, cursor on the first.
-  virtual RecordSetPtr Query(std::string_view sql, const Params& params = {}) = 0;
+  RecordSetPtr Query(std::string_view sql, const Params& params = {});
   // Runs one statement; returns the number of rows it changed (0 for DDL).
   virtual int64_t Execute(std::string_view sql, const Params& params = {}) = 0;
   virtual std::unique_ptr<Statement> Prepare(std::string_view sql) = 0;
@@ -58,8 +67,8 @@ class Connection {
 using ConnectionPtr = std::unique_ptr<Connection>;
 
 struct OpenOptions {
-  int login_timeout_seconds = 5;   // ODBC: SQL_ATTR_LOGIN_TIMEOUT
-  int busy_timeout_ms = 30000;     // SQLite: wait for another writer
+  int login_timeout_seconds = 5;  // ODBC: SQL_ATTR_LOGIN_TIMEOUT
+  int busy_timeout_ms = 30000;    // SQLite: wait for another writer
 };
 
 // Opens "sqlite:PATH" or "odbc:CONNECTION-STRING". Throws a database error

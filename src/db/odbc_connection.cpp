@@ -41,7 +41,8 @@ std::u16string Utf8ToUtf16(std::string_view in) {
       cp = 0xFFFD;
       len = in.size() - i;
     } else {
-      for (size_t k = 1; k < len; ++k) cp = (cp << 6) | (static_cast<unsigned char>(in[i + k]) & 0x3F);
+      for (size_t k = 1; k < len; ++k)
+        cp = (cp << 6) | (static_cast<unsigned char>(in[i + k]) & 0x3F);
     }
     i += len;
     if (cp >= 0x10000) {
@@ -159,7 +160,8 @@ void BindParams(SQLHSTMT stmt, const Params& params, BoundParams& b, std::string
       case VariantType::kEmpty:
       case VariantType::kNull:
         *ind = SQL_NULL_DATA;
-        rc = SQLBindParameter(stmt, n, SQL_PARAM_INPUT, SQL_C_CHAR, SQL_VARCHAR, 1, 0, nullptr, 0, ind);
+        rc = SQLBindParameter(stmt, n, SQL_PARAM_INPUT, SQL_C_CHAR, SQL_VARCHAR, 1, 0, nullptr, 0,
+                              ind);
         break;
       case VariantType::kBoolean:
       case VariantType::kLong:
@@ -178,8 +180,8 @@ void BindParams(SQLHSTMT stmt, const Params& params, BoundParams& b, std::string
         *ind = static_cast<SQLLEN>(t.size() * sizeof(char16_t));
         const SQLULEN size = std::max<SQLULEN>(1, t.size());
         rc = SQLBindParameter(stmt, n, SQL_PARAM_INPUT, SQL_C_WCHAR,
-                              size > 4000 ? SQL_WLONGVARCHAR : SQL_WVARCHAR, size, 0, W(t),
-                              *ind, ind);
+                              size > 4000 ? SQL_WLONGVARCHAR : SQL_WVARCHAR, size, 0, W(t), *ind,
+                              ind);
         break;
       }
       case VariantType::kDate: {
@@ -262,7 +264,8 @@ Variant ReadColumn(SQLHSTMT stmt, SQLUSMALLINT col, SQLSMALLINT type, std::strin
       if (ind == SQL_NULL_DATA) return Variant::Null();
       return Variant(Date::FromParts(ts.year, ts.month, ts.day, ts.hour, ts.minute, ts.second));
     }
-    default: return ReadText(stmt, col, sql);
+    default:
+      return ReadText(stmt, col, sql);
   }
 }
 
@@ -321,41 +324,42 @@ class OdbcConnection : public Connection {
   const Dialect& dialect() const override { return *dialect_; }
   std::string description() const override { return description_; }
 
-  RecordSetPtr Query(std::string_view sql, const Params& params) override {
+  void QueryRows(std::string_view sql, const Params& params, const RowSink& sink,
+                 std::vector<std::string>* columns) override {
     StmtHandle stmt(dbc_);
     BoundParams bound;
     RunDirect(stmt.get(), sql, params, bound);
     SQLSMALLINT ncols = 0;
-    Check(SQLNumResultCols(stmt.get(), &ncols), SQL_HANDLE_STMT, stmt.get(), "reading columns", sql);
-    std::vector<std::string> columns;
+    Check(SQLNumResultCols(stmt.get(), &ncols), SQL_HANDLE_STMT, stmt.get(), "reading columns",
+          sql);
     std::vector<SQLSMALLINT> types;
     for (SQLUSMALLINT c = 1; c <= static_cast<SQLUSMALLINT>(ncols); ++c) {
       SQLWCHAR name[512] = {};
       SQLSMALLINT name_len = 0, type = 0, digits = 0, nullable = 0;
       SQLULEN size = 0;
-      Check(SQLDescribeColW(stmt.get(), c, name, static_cast<SQLSMALLINT>(std::size(name)), &name_len,
-                            &type, &size, &digits, &nullable),
+      Check(SQLDescribeColW(stmt.get(), c, name, static_cast<SQLSMALLINT>(std::size(name)),
+                            &name_len, &type, &size, &digits, &nullable),
             SQL_HANDLE_STMT, stmt.get(), "describing a column", sql);
-      std::string label = Utf16ToUtf8(reinterpret_cast<const char16_t*>(name),
-                                      std::min<size_t>(static_cast<size_t>(name_len), std::size(name) - 1));
-      columns.push_back(dialect_->FoldsNames() ? CanonicalLabel(label) : label);
+      std::string label =
+          Utf16ToUtf8(reinterpret_cast<const char16_t*>(name),
+                      std::min<size_t>(static_cast<size_t>(name_len), std::size(name) - 1));
+      if (columns) columns->push_back(dialect_->FoldsNames() ? CanonicalLabel(label) : label);
       types.push_back(type);
     }
-    std::vector<std::vector<Variant>> rows;
+    std::vector<Variant> row;
     if (ncols > 0) {
       while (true) {
         const SQLRETURN rc = SQLFetch(stmt.get());
         if (rc == SQL_NO_DATA) break;
         Check(rc, SQL_HANDLE_STMT, stmt.get(), "fetching a row", sql);
-        std::vector<Variant> row;
+        row.clear();
         row.reserve(static_cast<size_t>(ncols));
         for (SQLUSMALLINT c = 1; c <= static_cast<SQLUSMALLINT>(ncols); ++c) {
           row.push_back(ReadColumn(stmt.get(), c, types[c - 1], sql));
         }
-        rows.push_back(std::move(row));
+        sink(row);
       }
     }
-    return std::make_shared<RecordSet>(std::move(columns), std::move(rows));
   }
 
   int64_t Execute(std::string_view sql, const Params& params) override {
@@ -372,7 +376,8 @@ class OdbcConnection : public Connection {
   }
 
   void Begin() override {
-    Check(SQLSetConnectAttr(dbc_, SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_OFF), 0),
+    Check(SQLSetConnectAttr(dbc_, SQL_ATTR_AUTOCOMMIT,
+                            reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_OFF), 0),
           SQL_HANDLE_DBC, dbc_, "beginning a transaction");
     in_transaction_ = true;
   }
@@ -381,7 +386,8 @@ class OdbcConnection : public Connection {
   bool InTransaction() const override { return in_transaction_; }
 
  private:
-  SQLRETURN RunDirect(SQLHSTMT stmt, std::string_view sql, const Params& params, BoundParams& bound) {
+  SQLRETURN RunDirect(SQLHSTMT stmt, std::string_view sql, const Params& params,
+                      BoundParams& bound) {
     std::u16string text = Utf8ToUtf16(sql);
     if (!params.empty()) {
       Check(SQLPrepareW(stmt, W(text), static_cast<SQLINTEGER>(text.size())), SQL_HANDLE_STMT, stmt,
@@ -400,7 +406,8 @@ class OdbcConnection : public Connection {
     if (!in_transaction_) return;
     in_transaction_ = false;
     const SQLRETURN rc = SQLEndTran(SQL_HANDLE_DBC, dbc_, how);
-    SQLSetConnectAttr(dbc_, SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON), 0);
+    SQLSetConnectAttr(dbc_, SQL_ATTR_AUTOCOMMIT, reinterpret_cast<SQLPOINTER>(SQL_AUTOCOMMIT_ON),
+                      0);
     Check(rc, SQL_HANDLE_DBC, dbc_, action);
   }
 
@@ -441,9 +448,9 @@ ConnectionPtr OpenOdbc(const std::string& connection_string, const OpenOptions& 
   std::u16string in = Utf8ToUtf16(connection_string);
   SQLWCHAR out[1024];
   SQLSMALLINT out_len = 0;
-  const SQLRETURN rc = SQLDriverConnectW(dbc, nullptr, W(in), static_cast<SQLSMALLINT>(in.size()), out,
-                                         static_cast<SQLSMALLINT>(std::size(out)), &out_len,
-                                         SQL_DRIVER_NOPROMPT);
+  const SQLRETURN rc =
+      SQLDriverConnectW(dbc, nullptr, W(in), static_cast<SQLSMALLINT>(in.size()), out,
+                        static_cast<SQLSMALLINT>(std::size(out)), &out_len, SQL_DRIVER_NOPROMPT);
   if (!SQL_SUCCEEDED(rc)) {
     try {
       ThrowOdbc(SQL_HANDLE_DBC, dbc, "connecting to " + WithoutSecrets(connection_string));
@@ -455,8 +462,9 @@ ConnectionPtr OpenOdbc(const std::string& connection_string, const OpenOptions& 
   SQLWCHAR dbms[256] = {};
   SQLSMALLINT dbms_len = 0;
   SQLGetInfoW(dbc, SQL_DBMS_NAME, dbms, sizeof dbms, &dbms_len);
-  const std::string dbms_name = Utf16ToUtf8(reinterpret_cast<const char16_t*>(dbms),
-                                            std::min<size_t>(static_cast<size_t>(dbms_len) / 2, 255));
+  const std::string dbms_name =
+      Utf16ToUtf8(reinterpret_cast<const char16_t*>(dbms),
+                  std::min<size_t>(static_cast<size_t>(dbms_len) / 2, 255));
   std::unique_ptr<Dialect> dialect;
   try {
     dialect = MakeDialect(EngineFromDbmsName(dbms_name));
@@ -465,7 +473,8 @@ ConnectionPtr OpenOdbc(const std::string& connection_string, const OpenOptions& 
     SQLFreeHandle(SQL_HANDLE_DBC, dbc);
     throw;
   }
-  return std::make_unique<OdbcConnection>(dbc, std::move(dialect), "odbc:" + WithoutSecrets(connection_string));
+  return std::make_unique<OdbcConnection>(dbc, std::move(dialect),
+                                          "odbc:" + WithoutSecrets(connection_string));
 }
 
 }  // namespace mrpcalc::db

@@ -71,14 +71,18 @@ Variant ReadColumn(sqlite3_stmt* stmt, int i, Declared declared) {
         return Variant(std::move(s));
       }
       break;
-    case Declared::kNone: break;
+    case Declared::kNone:
+      break;
   }
   switch (storage) {
-    case SQLITE_INTEGER: return Variant::FromInt64(sqlite3_column_int64(stmt, i));
-    case SQLITE_FLOAT: return Variant(sqlite3_column_double(stmt, i));
+    case SQLITE_INTEGER:
+      return Variant::FromInt64(sqlite3_column_int64(stmt, i));
+    case SQLITE_FLOAT:
+      return Variant(sqlite3_column_double(stmt, i));
     default: {
       const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
-      return Variant(std::string(text ? text : "", static_cast<size_t>(sqlite3_column_bytes(stmt, i))));
+      return Variant(
+          std::string(text ? text : "", static_cast<size_t>(sqlite3_column_bytes(stmt, i))));
     }
   }
 }
@@ -96,17 +100,26 @@ void Bind(sqlite3* db, sqlite3_stmt* stmt, const Params& params) {
     int rc = SQLITE_OK;
     switch (v.type()) {
       case VariantType::kEmpty:
-      case VariantType::kNull: rc = sqlite3_bind_null(stmt, i); break;
-      case VariantType::kBoolean: rc = sqlite3_bind_int(stmt, i, *v.AsBoolean() ? 1 : 0); break;
-      case VariantType::kLong: rc = sqlite3_bind_int(stmt, i, *v.AsLong()); break;
-      case VariantType::kDouble: rc = sqlite3_bind_double(stmt, i, *v.AsDouble()); break;
+      case VariantType::kNull:
+        rc = sqlite3_bind_null(stmt, i);
+        break;
+      case VariantType::kBoolean:
+        rc = sqlite3_bind_int(stmt, i, *v.AsBoolean() ? 1 : 0);
+        break;
+      case VariantType::kLong:
+        rc = sqlite3_bind_int(stmt, i, *v.AsLong());
+        break;
+      case VariantType::kDouble:
+        rc = sqlite3_bind_double(stmt, i, *v.AsDouble());
+        break;
       case VariantType::kString:
-        rc = sqlite3_bind_text(stmt, i, v.AsString()->data(), static_cast<int>(v.AsString()->size()),
-                               SQLITE_TRANSIENT);
+        rc = sqlite3_bind_text(stmt, i, v.AsString()->data(),
+                               static_cast<int>(v.AsString()->size()), SQLITE_TRANSIENT);
         break;
       case VariantType::kDate: {
         const std::string text = v.AsDate()->ToString();
-        rc = sqlite3_bind_text(stmt, i, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+        rc = sqlite3_bind_text(stmt, i, text.data(), static_cast<int>(text.size()),
+                               SQLITE_TRANSIENT);
         break;
       }
       default:
@@ -147,26 +160,26 @@ class SqliteConnection : public Connection {
   const Dialect& dialect() const override { return *dialect_; }
   std::string description() const override { return "sqlite:" + path_; }
 
-  RecordSetPtr Query(std::string_view sql, const Params& params) override {
+  void QueryRows(std::string_view sql, const Params& params, const RowSink& sink,
+                 std::vector<std::string>* columns) override {
     StmtPtr stmt = PrepareRaw(sql);
     Bind(db_, stmt.get(), params);
     const int n = sqlite3_column_count(stmt.get());
-    std::vector<std::string> columns;
     std::vector<Declared> declared;
     for (int i = 0; i < n; ++i) {
-      columns.emplace_back(sqlite3_column_name(stmt.get(), i));
+      if (columns) columns->emplace_back(sqlite3_column_name(stmt.get(), i));
       declared.push_back(FromDecltype(sqlite3_column_decltype(stmt.get(), i)));
     }
-    std::vector<std::vector<Variant>> rows;
+    std::vector<Variant> row;
     int rc;
     while ((rc = sqlite3_step(stmt.get())) == SQLITE_ROW) {
-      std::vector<Variant> row;
+      row.clear();
       row.reserve(static_cast<size_t>(n));
-      for (int i = 0; i < n; ++i) row.push_back(ReadColumn(stmt.get(), i, declared[static_cast<size_t>(i)]));
-      rows.push_back(std::move(row));
+      for (int i = 0; i < n; ++i)
+        row.push_back(ReadColumn(stmt.get(), i, declared[static_cast<size_t>(i)]));
+      sink(row);
     }
     if (rc != SQLITE_DONE) ThrowSqlite(db_, rc, sql);
-    return std::make_shared<RecordSet>(std::move(columns), std::move(rows));
   }
 
   int64_t Execute(std::string_view sql, const Params& params) override {
@@ -207,9 +220,12 @@ class SqliteConnection : public Connection {
     if (rc != SQLITE_OK) ThrowSqlite(db_, rc, sql);
     StmtPtr stmt(raw);
     if (!stmt) ThrowInvalid("empty SQL statement");
-    while (tail && *tail && (*tail == ' ' || *tail == '\n' || *tail == '\r' || *tail == '\t' || *tail == ';')) ++tail;
+    while (tail && *tail &&
+           (*tail == ' ' || *tail == '\n' || *tail == '\r' || *tail == '\t' || *tail == ';'))
+      ++tail;
     if (tail && *tail) {
-      throw Error(ErrorCategory::kInternal, "one statement expected, more given: " + std::string(sql.substr(0, 200)));
+      throw Error(ErrorCategory::kInternal,
+                  "one statement expected, more given: " + std::string(sql.substr(0, 200)));
     }
     return stmt;
   }
@@ -233,9 +249,9 @@ class SqliteConnection : public Connection {
 
 ConnectionPtr OpenSqlite(const std::string& path, const OpenOptions& options) {
   sqlite3* db = nullptr;
-  const int rc = sqlite3_open_v2(path.c_str(), &db,
-                                 SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
-                                 nullptr);
+  const int rc =
+      sqlite3_open_v2(path.c_str(), &db,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
   if (rc != SQLITE_OK) {
     std::string text = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
     sqlite3_close_v2(db);
@@ -247,7 +263,7 @@ ConnectionPtr OpenSqlite(const std::string& path, const OpenOptions& options) {
   auto connection = std::make_unique<SqliteConnection>(db, path);
   // WAL lets readers go on while one process writes; foreign keys stay off,
   // as in the ERP's own schema.
-  static_cast<Connection&>(*connection).Query("pragma journal_mode=wal");
+  connection->Query("pragma journal_mode=wal");
   return connection;
 }
 

@@ -12,10 +12,13 @@ namespace {
 
 constexpr size_t kChunk = 500;  // ids per IN list (SQL Server takes 2,100 parameters)
 
-// Runs `sql` (with "%IDS%" standing for the list) once per chunk of keys.
+using Row = std::vector<Variant>;
+
+// Runs `sql` (with "%IDS%" standing for the list) once per chunk of keys,
+// handing each row to `each`.
 template <class Key>
 void ForChunks(db::Connection& c, const std::vector<Key>& keys, const std::string& sql,
-               const std::function<void(const RecordSet&)>& each) {
+               const db::RowSink& each) {
   for (size_t from = 0; from < keys.size(); from += kChunk) {
     const size_t n = std::min(kChunk, keys.size() - from);
     db::Params params;
@@ -23,7 +26,7 @@ void ForChunks(db::Connection& c, const std::vector<Key>& keys, const std::strin
     for (size_t i = from; i < from + n; ++i) params.emplace_back(keys[i]);
     std::string text = sql;
     text.replace(text.find("%IDS%"), 5, db::Placeholders(n));
-    each(*c.Query(text, params));
+    c.QueryRows(text, params, each);
   }
 }
 
@@ -47,9 +50,11 @@ std::optional<Date> When(const Variant& v) {
   return std::nullopt;
 }
 
-std::map<ItemAux, OptNum> Figures(const RecordSet& rs) {
+// Rows of (material, property, figure).
+std::map<ItemAux, OptNum> Figures(db::Connection& c, const std::string& sql,
+                                  const db::Params& params = {}) {
   std::map<ItemAux, OptNum> out;
-  for (const auto& row : rs.rows()) out[{row[0].ToLong(), Int(row[1])}] = Num(row[2]);
+  c.QueryRows(sql, params, [&](Row& r) { out[{r[0].ToLong(), Int(r[1])}] = Num(r[2]); });
   return out;
 }
 
@@ -67,26 +72,23 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
     ForChunks(c, frontier,
               "select FInterID, FItemID, FQty, FAuxPropID, FUseStatus, FStatus from ICBOM"
               " where FItemID in (%IDS%)",
-              [&](const RecordSet& rs) {
-                for (const auto& r : rs.rows()) {
-                  BomHeader b{r[0].ToLong(), r[1].ToLong(), Num(r[2]), Int(r[3]), Int(r[4]), Int(r[5])};
-                  if (seen_bills.insert(b.inter_id).second) {
-                    bills.push_back(b.inter_id);
-                    in.boms.push_back(b);
-                  }
+              [&](Row& r) {
+                BomHeader b{r[0].ToLong(), r[1].ToLong(), Num(r[2]),
+                            Int(r[3]),     Int(r[4]),     Int(r[5])};
+                if (seen_bills.insert(b.inter_id).second) {
+                  bills.push_back(b.inter_id);
+                  in.boms.push_back(b);
                 }
               });
     std::vector<int32_t> next;
     ForChunks(c, bills,
               "select FInterID, FEntryID, FItemID, FQty, FScrap, FAuxPropID, FUnitID, FNote"
               " from ICBOMChild where FInterID in (%IDS%)",
-              [&](const RecordSet& rs) {
-                for (const auto& r : rs.rows()) {
-                  BomChild ch{r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]), Num(r[4]),
-                              Int(r[5]),     Int(r[6]),     Text(r[7])};
-                  if (seen_items.insert(ch.item_id).second) next.push_back(ch.item_id);
-                  in.bom_children.push_back(std::move(ch));
-                }
+              [&](Row& r) {
+                BomChild ch{r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
+                            Num(r[4]),     Int(r[5]),     Int(r[6]),     Text(r[7])};
+                if (seen_items.insert(ch.item_id).second) next.push_back(ch.item_id);
+                in.bom_children.push_back(std::move(ch));
               });
     frontier = std::move(next);
   }
@@ -94,24 +96,19 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
   ForChunks(c, all,
             "select FItemID, FErpClsID, FNumber, FName, FModel, FUnitID, FSecInv, FQtyDecimal,"
             " FSource from t_ICItem where FItemID in (%IDS%)",
-            [&](const RecordSet& rs) {
-              for (const auto& r : rs.rows()) {
-                in.items[r[0].ToLong()] = {Int(r[1]), Text(r[2]), Text(r[3]), Text(r[4]),
-                                           Int(r[5]), Num(r[6]), Int(r[7]), Int(r[8])};
-              }
+            [&](Row& r) {
+              in.items[r[0].ToLong()] = {Int(r[1]), Text(r[2]), Text(r[3]), Text(r[4]),
+                                         Int(r[5]), Num(r[6]),  Int(r[7]),  Int(r[8])};
             });
-  const auto units = c.Query("select FMeasureUnitID, FName from t_MeasureUnit");
-  for (const auto& r : units->rows()) {
+  c.QueryRows("select FMeasureUnitID, FName from t_MeasureUnit", {}, [&](Row& r) {
     if (!r[0].IsNull()) in.unit_names[r[0].ToLong()] = r[1].IsNull() ? "" : r[1].ToText();
-  }
-  const auto aux = c.Query("select FItemID, FName from t_AuxItem");
-  for (const auto& r : aux->rows()) {
+  });
+  c.QueryRows("select FItemID, FName from t_AuxItem", {}, [&](Row& r) {
     if (!r[0].IsNull()) in.aux_names[r[0].ToLong()] = Text(r[1]);
-  }
-  const auto approved = c.Query("select FInterID from t_SubMessage where FID = 'zt01'");
-  for (const auto& r : approved->rows()) {
+  });
+  c.QueryRows("select FInterID from t_SubMessage where FID = 'zt01'", {}, [&](Row& r) {
     if (!r[0].IsNull()) in.approved_use_status.insert(r[0].ToLong());
-  }
+  });
 }
 
 DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
@@ -130,23 +127,22 @@ DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
   }
   ForChunks(c, std::vector<int32_t>(sales_orders.begin(), sales_orders.end()),
             "select FInterID, FEntryID, FDate from SEOrderEntry where FInterID in (%IDS%)",
-            [&](const RecordSet& rs) {
-              for (const auto& r : rs.rows()) sales_dates_[{r[0].ToLong(), r[1].ToLong()}] = When(r[2]);
+            [&](Row& r) {
+              sales_dates_[{r[0].ToLong(), r[1].ToLong()}] = When(r[2]);
             });
   std::set<std::string> numbers;
   for (const auto& line : bill_numbers_per_line) numbers.insert(line.begin(), line.end());
   const std::vector<std::string> list(numbers.begin(), numbers.end());
   auto earliest = [](std::map<std::string, std::optional<Date>>& into) {
-    return [&into](const RecordSet& rs) {
-      for (const auto& r : rs.rows()) {
-        if (r[0].IsNull()) continue;
-        auto d = When(r[1]);
-        auto& slot = into[r[0].ToText()];
-        if (d && (!slot || *d < *slot)) slot = d;
-      }
+    return [&into](Row& r) {
+      if (r[0].IsNull()) return;
+      auto d = When(r[1]);
+      auto& slot = into[r[0].ToText()];
+      if (d && (!slot || *d < *slot)) slot = d;
     };
   };
-  ForChunks(c, list, "select FBillNo, FBeginDate from ICMO where FBillNo in (%IDS%)", earliest(mo_dates_));
+  ForChunks(c, list, "select FBillNo, FBeginDate from ICMO where FBillNo in (%IDS%)",
+            earliest(mo_dates_));
   ForChunks(c, list, "select FBillNo, FBeginDate from ICOutMO where FBillNo in (%IDS%)",
             earliest(out_mo_dates_));
 }
@@ -204,19 +200,18 @@ Date DemandDates::For(const std::vector<std::string>& bill_numbers) const {
 
 void LoadTasks(db::Connection& c, const std::vector<int32_t>& demand_tasks, Input& in) {
   const TaskKind& task = in.options.task;
-  ForChunks(c, demand_tasks,
-            "select FInterID, FItemID, FQty from " + task.header_table + " where FInterID in (%IDS%)",
-            [&](const RecordSet& rs) {
-              for (const auto& r : rs.rows()) in.task_headers[r[0].ToLong()] = {r[0].ToLong(), Int(r[1]), Num(r[2])};
-            });
+  ForChunks(
+      c, demand_tasks,
+      "select FInterID, FItemID, FQty from " + task.header_table + " where FInterID in (%IDS%)",
+      [&](Row& r) {
+        in.task_headers[r[0].ToLong()] = {r[0].ToLong(), Int(r[1]), Num(r[2])};
+      });
   ForChunks(c, demand_tasks,
             "select FInterID, FEntryID, FItemID, FPlanQty, FAuxPropID, FScrapRate, FNote from " +
                 task.entry_table + " where FInterID in (%IDS%) order by FInterID, FEntryID",
-            [&](const RecordSet& rs) {
-              for (const auto& r : rs.rows()) {
-                in.task_entries.push_back({r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
-                                           Int(r[4]), Num(r[5]), Text(r[6])});
-              }
+            [&](Row& r) {
+              in.task_entries.push_back({r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
+                                         Int(r[4]), Num(r[5]), Text(r[6])});
             });
 }
 
@@ -228,15 +223,16 @@ void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
   // ERP counts bills when they are saved.
   ForChunks(c, demand_tasks,
             "select u1.FItemID, u1.FAuxPropID, sum(coalesce(s.FQty, 0)) from " + task.header_table +
-                " v1 inner join " + task.entry_table + " u1 on v1.FInterID = u1.FInterID"
+                " v1 inner join " + task.entry_table +
+                " u1 on v1.FInterID = u1.FInterID"
                 " left join ICStockBillEntry s on s.FSourceInterId = u1.FInterID"
                 " and s.FSourceEntryID = u1.FEntryID"
                 " left join ICStockBill s1 on s.FInterID = s1.FInterID"
                 " where v1.FInterID in (%IDS%)" +
                 (count_unchecked_bills ? "" : " and s1.FCheckerID > 0") +
                 " group by u1.FItemID, u1.FAuxPropID",
-            [&](const RecordSet& rs) {
-              for (const auto& r : rs.rows()) in.issued.push_back({r[0].ToLong(), Int(r[1]), Num(r[2])});
+            [&](Row& r) {
+              in.issued.push_back({r[0].ToLong(), Int(r[1]), Num(r[2])});
             });
 
   std::vector<int32_t> stocks = warehouses.empty() ? std::vector<int32_t>{0} : warehouses;
@@ -244,61 +240,69 @@ void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
             std::string("select i.FItemID, i.FAuxPropID, sum(i.FQty) from ICInventory i"
                         " inner join t_Stock s on i.FStockID = s.FItemID"
                         " where i.FStockID in (%IDS%)") +
-                (count_virtual ? "" : " and s.FTypeID <> 502") + " group by i.FItemID, i.FAuxPropID",
-            [&](const RecordSet& rs) {
-              for (auto& [k, v] : Figures(rs)) {
-                auto [it, inserted] = in.stock.try_emplace(k, v);
-                if (!inserted && v) it->second = it->second ? OptNum(*it->second + *v) : v;
-              }
+                (count_virtual ? "" : " and s.FTypeID <> 502") +
+                " group by i.FItemID, i.FAuxPropID",
+            [&](Row& r) {
+              const OptNum v = Num(r[2]);
+              auto [it, inserted] = in.stock.try_emplace({r[0].ToLong(), Int(r[1])}, v);
+              if (!inserted && v) it->second = it->second ? OptNum(*it->second + *v) : v;
             });
-  in.moving = Figures(*c.Query(
+  in.moving = Figures(
+      c,
       "select u1.FItemID, u1.FAuxPropID, sum(u1.FQty - u1.FCommitQty) from POOrderEntry u1"
       " inner join POOrder v1 on u1.FInterID = v1.FInterID"
-      " where v1.FStatus in (1,2) and u1.FQty > u1.FCommitQty group by u1.FItemID, u1.FAuxPropID"));
-  in.unsold = Figures(*c.Query(
+      " where v1.FStatus in (1,2) and u1.FQty > u1.FCommitQty group by u1.FItemID, u1.FAuxPropID");
+  in.unsold = Figures(
+      c,
       "select u1.FItemID, u1.FAuxPropID, sum(u1.FQty - u1.FCommitQty) from SEOrderEntry u1"
       " inner join SEOrder v1 on u1.FInterID = v1.FInterID"
-      " where v1.FStatus in (1,2) and u1.FQty > u1.FCommitQty group by u1.FItemID, u1.FAuxPropID"));
+      " where v1.FStatus in (1,2) and u1.FQty > u1.FCommitQty group by u1.FItemID, u1.FAuxPropID");
   // Production in progress outside the demand's own tasks.
   if (in.demand_bill_numbers.empty()) {
     throw Error(ErrorCategory::kInvalidInput, "the demand names no bill number");
   }
   db::Params numbers(in.demand_bill_numbers.begin(), in.demand_bill_numbers.end());
-  in.producing = Figures(*c.Query(
-      "select u1.FItemID, u1.FAuxPropID, sum(u1.FPlanQty - coalesce(s.FQty, 0)) from " +
-          task.entry_table + " u1 inner join " + task.header_table +
-          " v1 on u1.FInterID = v1.FInterID"
-          " left join ICStockBillEntry s on s.FSourceInterId = u1.FInterID"
-          " and s.FSourceEntryID = u1.FEntryID"
-          " where v1.FStatus in (1,2) and u1.FPlanQty - coalesce(s.FQty, 0) > 0"
-          " and v1.FBillNo not in (" + db::Placeholders(numbers.size()) + ")"
-          " group by u1.FItemID, u1.FAuxPropID",
-      numbers));
+  in.producing =
+      Figures(c,
+              "select u1.FItemID, u1.FAuxPropID, sum(u1.FPlanQty - coalesce(s.FQty, 0)) from " +
+                  task.entry_table + " u1 inner join " + task.header_table +
+                  " v1 on u1.FInterID = v1.FInterID"
+                  " left join ICStockBillEntry s on s.FSourceInterId = u1.FInterID"
+                  " and s.FSourceEntryID = u1.FEntryID"
+                  " where v1.FStatus in (1,2) and u1.FPlanQty - coalesce(s.FQty, 0) > 0"
+                  " and v1.FBillNo not in (" +
+                  db::Placeholders(numbers.size()) +
+                  ")"
+                  " group by u1.FItemID, u1.FAuxPropID",
+              numbers);
 
+  // Purchase history and suppliers serve only the supplier suggestion of
+  // form kind 0.
+  if (in.options.frm_type != 0) return;
   std::vector<int32_t> materials;
   for (const auto& [id, item] : in.items) materials.push_back(id);
   std::sort(materials.begin(), materials.end());
-  auto history = [&](const RecordSet& rs) {
-    for (const auto& r : rs.rows()) in.history.push_back({r[0].ToLong(), Int(r[1]), When(r[2])});
-  };
-  ForChunks(c, materials,
-            "select u.FItemID, v.FSupplyID, v.FDate from POOrder v inner join POOrderEntry u"
-            " on v.FInterID = u.FInterID where u.FItemID in (%IDS%) order by v.FInterID, u.FEntryID",
-            history);
-  ForChunks(c, materials,
-            "select u.FItemID, v.FSupplyID, v.FDate from ICStockBill v inner join ICStockBillEntry u"
-            " on v.FInterID = u.FInterID where v.FTranType = 1 and u.FItemID in (%IDS%)"
-            " order by v.FInterID, u.FEntryID",
-            history);
-  ForChunks(c, materials,
-            "select u.FItemID, v.FSupplyID, v.FDate from ICPurchase v inner join ICPurchaseEntry u"
-            " on v.FInterID = u.FInterID where u.FItemID in (%IDS%) order by v.FInterID, u.FEntryID",
-            history);
-  const auto suppliers =
-      c.Query("select FItemID, FNumber, FName, FRightUserID, FDeleted from t_Supplier");
-  for (const auto& r : suppliers->rows()) {
-    in.suppliers[r[0].ToLong()] = {Text(r[1]), Text(r[2]), Text(r[3]), Int(r[4])};
-  }
+  auto history = [&](Row& r) { in.history.push_back({r[0].ToLong(), Int(r[1]), When(r[2])}); };
+  ForChunks(
+      c, materials,
+      "select u.FItemID, v.FSupplyID, v.FDate from POOrder v inner join POOrderEntry u"
+      " on v.FInterID = u.FInterID where u.FItemID in (%IDS%) order by v.FInterID, u.FEntryID",
+      history);
+  ForChunks(
+      c, materials,
+      "select u.FItemID, v.FSupplyID, v.FDate from ICStockBill v inner join ICStockBillEntry u"
+      " on v.FInterID = u.FInterID where v.FTranType = 1 and u.FItemID in (%IDS%)"
+      " order by v.FInterID, u.FEntryID",
+      history);
+  ForChunks(
+      c, materials,
+      "select u.FItemID, v.FSupplyID, v.FDate from ICPurchase v inner join ICPurchaseEntry u"
+      " on v.FInterID = u.FInterID where u.FItemID in (%IDS%) order by v.FInterID, u.FEntryID",
+      history);
+  c.QueryRows("select FItemID, FNumber, FName, FRightUserID, FDeleted from t_Supplier", {},
+              [&](Row& r) {
+                in.suppliers[r[0].ToLong()] = {Text(r[1]), Text(r[2]), Text(r[3]), Int(r[4])};
+              });
 }
 
 }  // namespace mrpcalc::mrp

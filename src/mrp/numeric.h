@@ -2,6 +2,7 @@
 // propagate, SQL sums that skip them. Private to the calculation core.
 #pragma once
 
+#include <charconv>
 #include <cmath>
 #include <string>
 
@@ -17,7 +18,13 @@ inline OptNum Dec(OptNum v) { return v ? OptNum(Dec(*v)) : std::nullopt; }
 
 // Numbers handed from one statement to the next travel as text, 15
 // significant digits.
-inline double AsText(double v) { return std::stod(FormatDouble(v)); }
+inline double AsText(double v) {
+  char buf[40];
+  const auto printed = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, 15);
+  double back = 0;
+  std::from_chars(buf, printed.ptr, back);
+  return back;
+}
 
 inline OptNum Mul(OptNum a, OptNum b) { return (a && b) ? OptNum(*a * *b) : std::nullopt; }
 inline OptNum Add(OptNum a, OptNum b) { return (a && b) ? OptNum(*a + *b) : std::nullopt; }

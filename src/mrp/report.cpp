@@ -2,9 +2,9 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
-#include <unordered_map>
 #include <map>
 #include <tuple>
+#include <unordered_map>
 
 #include "frame/record/error.h"
 #include "frame/record/variant.h"
@@ -21,6 +21,14 @@ const char* ItemPropText(const OptInt& cls) {
   return "其他";
 }
 
+// A row of the working table before folding: only what folding reads.
+struct Need {
+  OptInt tran_type, item_id, bom_item_id, inter_id, entry_id, aux_prop_id;
+  OptNum suggest_qty;
+  int memo = -1;  // interned memo text, -1 for NULL
+  std::optional<Date> date;
+};
+
 class Report {
  public:
   explicit Report(const Input& input) : in_(input), opt_(input.options), boms_(input) {}
@@ -31,7 +39,8 @@ class Report {
                   "SubID must be \"SC\" (production tasks) or \"WW\" (outsourcing tasks)");
     }
     if (in_.demand.empty()) {
-      throw Error(ErrorCategory::kInvalidInput, "the MRP calculation needs at least one demand line");
+      throw Error(ErrorCategory::kInvalidInput,
+                  "the MRP calculation needs at least one demand line");
     }
     LoadDemand();
     if (opt_.expand) {
@@ -54,7 +63,6 @@ class Report {
     if (opt_.mid_stock) MidStock();
     Supply();
     Net();
-    Order();
     return std::move(rows_);
   }
 
@@ -71,27 +79,28 @@ class Report {
   }
 
   void LoadDemand() {
+    needs_.reserve(in_.demand.size());
     for (const auto& d : in_.demand) {
-      ReportRow r;
+      Need r;
       r.tran_type = d.tran_type;
       r.item_id = d.item_id;
       r.bom_item_id = 0;
       r.inter_id = d.inter_id;
       r.entry_id = d.entry_id;
-      r.source_no = d.bill_no;
       r.suggest_qty = Dec(d.qty);
-      r.final = 0;
       r.date = d.date;
-      rows_.push_back(std::move(r));
+      needs_.push_back(r);
     }
   }
 
-  std::vector<const TaskEntry*> EntriesOf(int32_t inter_id) const {
-    std::vector<const TaskEntry*> out;
-    for (const auto& e : in_.task_entries) {
-      if (e.inter_id == inter_id) out.push_back(&e);
+  // A task's material plan, in the order the loader read it.
+  const std::vector<const TaskEntry*>& EntriesOf(int32_t inter_id) {
+    if (entries_of_.empty()) {
+      for (const auto& e : in_.task_entries) entries_of_[e.inter_id].push_back(&e);
     }
-    return out;
+    static const std::vector<const TaskEntry*> none;
+    auto it = entries_of_.find(inter_id);
+    return it == entries_of_.end() ? none : it->second;
   }
 
   const TaskHeader* Task(const OptInt& inter_id) const {
@@ -102,7 +111,7 @@ class Report {
 
   // A task's plan quantity for the demand: unchanged when the demand equals
   // the task quantity, otherwise prorated.
-  OptNum Prorated(const ReportRow& demand, const TaskHeader& task, const TaskEntry& entry,
+  OptNum Prorated(const Need& demand, const TaskHeader& task, const TaskEntry& entry,
                   bool cast_ratio) const {
     if (demand.suggest_qty && task.qty && *demand.suggest_qty == *task.qty) return entry.plan_qty;
     if (!entry.plan_qty || !task.qty || !demand.suggest_qty) return std::nullopt;
@@ -115,32 +124,31 @@ class Report {
 
   // Demand rows of the task kind become the tasks' own material plans.
   void ExpandTasks() {
-    std::vector<ReportRow> kept, expanded;
-    for (auto& d : rows_) {
+    std::vector<Need> kept, expanded;
+    kept.reserve(needs_.size());
+    for (const auto& d : needs_) {
       if (!Equal(d.tran_type, opt_.task.code)) {
-        kept.push_back(std::move(d));
+        kept.push_back(d);
         continue;
       }
       const TaskHeader* task = Task(d.inter_id);
       if (!task) continue;
       for (const TaskEntry* e : EntriesOf(task->inter_id)) {
-        ReportRow r;
+        Need r;
         r.tran_type = d.tran_type;
         r.item_id = e->item_id;
         r.bom_item_id = 0;
         r.inter_id = d.inter_id;
         r.entry_id = d.entry_id;
-        r.source_no = d.source_no;
         r.suggest_qty = Dec(Prorated(d, *task, *e, false));
-        r.final = d.final;
         r.date = d.date;
         r.aux_prop_id = e->aux_prop_id;
-        r.memo = e->note;
-        expanded.push_back(std::move(r));
+        r.memo = MemoId(e->note);
+        expanded.push_back(r);
       }
     }
-    rows_ = std::move(kept);
-    for (auto& r : expanded) rows_.push_back(std::move(r));
+    needs_ = std::move(kept);
+    needs_.insert(needs_.end(), expanded.begin(), expanded.end());
   }
 
   // Issued quantities move from every parent with an in-use bill to its
@@ -173,7 +181,8 @@ class Report {
             const BomChild* t2 = l2.child;
             OptNum ratio;
             if (t2->qty && t1->qty) {
-              if (*t1->qty == 0) DivideByZero("bill " + std::to_string(t1->inter_id) + " has quantity 0");
+              if (*t1->qty == 0)
+                DivideByZero("bill " + std::to_string(t1->inter_id) + " has quantity 0");
               ratio = *t2->qty / *t1->qty;
             }
             added.push_back({t2->item_id, t2->aux_prop_id, Dec(Mul(ratio, t3.qty)), lev});
@@ -197,18 +206,19 @@ class Report {
 
   void MultiLevel() {
     // Task materials without an in-use bill are materials at once.
-    for (auto& r : rows_) {
+    for (auto& r : needs_) {
       if (Equal(r.tran_type, opt_.task.code) && r.item_id && boms_.InUse(*r.item_id).empty()) {
         r.bom_item_id = r.item_id;
         r.tran_type = kTranMaterialRow;
       }
     }
-    for (const auto& r : rows_) snapshot_.insert({r.item_id.value_or(0), r.aux_prop_id});
+    for (const auto& r : needs_) snapshot_.insert({r.item_id.value_or(0), r.aux_prop_id});
     // Rows already materials keep their place ahead of the exploded ones.
-    for (const auto& r : rows_) {
-      if (!Equal(r.bom_item_id, 0)) Accumulate(r.bom_item_id, r.aux_prop_id, MemoId(r.memo), r.suggest_qty, r.date);
+    for (const auto& r : needs_) {
+      if (!Equal(r.bom_item_id, 0))
+        Accumulate(r.bom_item_id, r.aux_prop_id, r.memo, r.suggest_qty, r.date);
     }
-    for (const auto& r : rows_) {
+    for (const auto& r : needs_) {
       if (!r.item_id) continue;
       for (const BomHeader* bill : boms_.InUse(*r.item_id)) {
         if (!r.suggest_qty || !bill->qty || !r.date) {
@@ -218,7 +228,7 @@ class Report {
         }
         ForEachBomChild(boms_, opt_.bom_type, bill->inter_id, *r.suggest_qty, *bill->qty,
                         [&](const BomChild& line, OptNum suggest, OptNum) {
-                          Accumulate(line.item_id, line.aux_prop_id, MemoOf(line), Dec(suggest), r.date);
+                          AccumulateLine(line, Dec(suggest), r.date);
                         });
       }
     }
@@ -231,57 +241,54 @@ class Report {
                       ": it must be 1 (scrap as a share of the gross need) or 2 (scrap added on "
                       "top of the net need)");
     }
-    std::vector<ReportRow> added;
+    std::vector<Need> added;
     // Sales-order demand takes one level of its product's in-use bills.
-    for (const auto& v2 : rows_) {
-      if (!Equal(v2.bom_item_id, 0) || !Equal(v2.tran_type, kTranSalesOrder) || !v2.item_id) continue;
+    for (const auto& v2 : needs_) {
+      if (!Equal(v2.bom_item_id, 0) || !Equal(v2.tran_type, kTranSalesOrder) || !v2.item_id)
+        continue;
       for (const BomHeader* v1 : boms_.InUse(*v2.item_id)) {
         for (const auto& l1 : boms_.Lines(v1->inter_id)) {
           const BomChild* u1 = l1.child;
-          ReportRow r = MaterialOf(v2);
+          Need r = MaterialOf(v2);
           r.item_id = v1->item_id;
           r.bom_item_id = u1->item_id;
-          r.bom_inter_id = u1->inter_id;
-          r.bom_entry_id = u1->entry_id;
           r.suggest_qty = Dec(SingleLevelQty(v2.suggest_qty, *v1, *u1));
           r.aux_prop_id = u1->aux_prop_id;
-          r.destroy_rate = u1->scrap;
-          r.memo = u1->note;
-          added.push_back(std::move(r));
+          r.memo = MemoId(u1->note);
+          added.push_back(r);
         }
       }
     }
     // Task demand takes the task's own material plan.
-    for (const auto& v2 : rows_) {
+    for (const auto& v2 : needs_) {
       if (!Equal(v2.tran_type, opt_.task.code)) continue;
       const TaskHeader* v1 = Task(v2.inter_id);
       if (!v1) continue;
       for (const TaskEntry* u1 : EntriesOf(v1->inter_id)) {
-        ReportRow r = MaterialOf(v2);
+        Need r = MaterialOf(v2);
         r.item_id = v1->item_id;
         r.bom_item_id = u1->item_id;
-        r.bom_inter_id = u1->inter_id;
-        r.bom_entry_id = u1->entry_id;
         r.suggest_qty = Dec(Prorated(v2, *v1, *u1, true));
         r.aux_prop_id = u1->aux_prop_id;
-        r.destroy_rate = u1->scrap_rate;
-        r.memo = u1->note;
-        added.push_back(std::move(r));
+        r.memo = MemoId(u1->note);
+        added.push_back(r);
       }
     }
-    for (auto& r : added) rows_.push_back(std::move(r));
-    for (const auto& r : rows_) {
-      if (!Equal(r.bom_item_id, 0)) Accumulate(r.bom_item_id, r.aux_prop_id, MemoId(r.memo), r.suggest_qty, r.date);
+    needs_.insert(needs_.end(), added.begin(), added.end());
+    for (const auto& r : needs_) {
+      if (!Equal(r.bom_item_id, 0))
+        Accumulate(r.bom_item_id, r.aux_prop_id, r.memo, r.suggest_qty, r.date);
     }
   }
 
-  static ReportRow MaterialOf(const ReportRow& demand) {
-    ReportRow r;
+  // The columns folding reads of a material row written for a demand row;
+  // the bill or plan line, scrap rate and source number it also records do
+  // not survive the fold.
+  static Need MaterialOf(const Need& demand) {
+    Need r;
     r.tran_type = demand.tran_type;
     r.inter_id = demand.inter_id;
     r.entry_id = demand.entry_id;
-    r.source_no = demand.source_no;
-    r.final = 0;
     r.date = demand.date;
     return r;
   }
@@ -319,11 +326,7 @@ class Report {
     if (inserted) memo_texts_.push_back(*memo);
     return it->second;
   }
-  int MemoOf(const BomChild& line) {
-    auto [it, inserted] = line_memo_.try_emplace(&line, 0);
-    if (inserted) it->second = MemoId(line.note);
-    return it->second;
-  }
+
   // The property's name, as the table holds it: only for material rows.
   const OptText* AuxName(const OptInt& bom_item, const OptInt& aux) const {
     if (!bom_item || *bom_item <= 0 || !aux) return nullptr;
@@ -347,26 +350,73 @@ class Report {
     std::optional<Date> date;
   };
 
-  void Accumulate(const OptInt& bom_item, const OptInt& aux, int memo, const OptNum& suggest,
-                  const std::optional<Date>& date) {
+  // The group a row joins; the first row of a group creates it.
+  size_t GroupOf(const OptInt& bom_item, const OptInt& aux, int memo) {
     const OptText* name = AuxName(bom_item, aux);
     if (name && *name) {
       auto [it, inserted] = first_memo_.try_emplace(GroupKey{K(bom_item), K(aux), 0}, memo);
       memo = it->second;
     }
-    auto [it, inserted] = group_index_.try_emplace(GroupKey{K(bom_item), K(aux), memo}, groups_.size());
-    if (inserted) groups_.push_back({bom_item, aux, memo, std::nullopt, std::nullopt, std::nullopt});
-    Group& g = groups_[it->second];
+    auto [it, inserted] =
+        group_index_.try_emplace(GroupKey{K(bom_item), K(aux), memo}, groups_.size());
+    if (inserted)
+      groups_.push_back({bom_item, aux, memo, std::nullopt, std::nullopt, std::nullopt});
+    return it->second;
+  }
+
+  void AddTo(size_t group, const OptNum& suggest, const std::optional<Date>& date) {
+    Group& g = groups_[group];
     SumInto(g.suggest, suggest);
     SumInto(g.need, suggest);  // the gross requirement is the suggestion before netting
     if (date && (!g.date || *date < *g.date)) g.date = date;
   }
 
+  void Accumulate(const OptInt& bom_item, const OptInt& aux, int memo, const OptNum& suggest,
+                  const std::optional<Date>& date) {
+    AddTo(GroupOf(bom_item, aux, memo), suggest, date);
+  }
+
+  // A bill line always lands in the same group once its first row has
+  // placed it (the memo that unifies a material never changes after), so
+  // the group is remembered per line.
+  void AccumulateLine(const BomChild& line, const OptNum& suggest,
+                      const std::optional<Date>& date) {
+    if (line_group_.empty()) line_group_.assign(in_.bom_children.size(), kNoGroup);
+    size_t& group = line_group_[static_cast<size_t>(&line - in_.bom_children.data())];
+    if (group == kNoGroup) group = GroupOf(line.item_id, line.aux_prop_id, MemoId(line.note));
+    AddTo(group, suggest, date);
+  }
+
+  // The material code a folded row will show: MasterData fills it only for
+  // materials with a unit row.
+  const std::string* NumberOf(const OptInt& bom_item) const {
+    if (!bom_item || *bom_item <= 0) return nullptr;
+    auto it = in_.items.find(*bom_item);
+    if (it == in_.items.end() || !it->second.unit_id ||
+        !in_.unit_names.count(*it->second.unit_id)) {
+      return nullptr;
+    }
+    return it->second.number ? &*it->second.number : nullptr;
+  }
+
+  // One row per group, already in the report's order: by material code,
+  // rows without a code first, rows of one code in the order their groups
+  // were formed. Every later step works row by row.
   void Folded() {
+    std::vector<std::pair<const std::string*, size_t>> order;
+    order.reserve(groups_.size());
+    for (size_t i = 0; i < groups_.size(); ++i)
+      order.emplace_back(NumberOf(groups_[i].bom_item), i);
+    std::stable_sort(order.begin(), order.end(), [](const auto& x, const auto& y) {
+      if (!x.first) return y.first != nullptr;
+      if (!y.first) return false;
+      return *x.first < *y.first;
+    });
     rows_.clear();
     rows_.reserve(groups_.size());
-    for (const Group& g : groups_) {
-      ReportRow f;
+    for (const auto& [number, index] : order) {
+      const Group& g = groups_[index];
+      ReportRow& f = rows_.emplace_back();
       f.bom_item_id = g.bom_item;
       f.aux_prop_id = g.aux;
       if (const OptText* name = AuxName(g.bom_item, g.aux)) f.aux_prop = *name;
@@ -375,7 +425,6 @@ class Report {
       f.suggest_qty = Dec(g.suggest);
       f.need_qty = Dec(g.need);
       f.date = g.date;
-      rows_.push_back(std::move(f));
     }
   }
 
@@ -400,7 +449,8 @@ class Report {
     }
   }
 
-  static void Lookup(ReportRow& r, const std::map<Key, OptNum>& figures, OptNum ReportRow::*column) {
+  static void Lookup(ReportRow& r, const std::map<Key, OptNum>& figures,
+                     OptNum ReportRow::*column) {
     if (!r.bom_item_id || *r.bom_item_id <= 0 || !r.aux_prop_id) return;
     auto it = figures.find({*r.bom_item_id, r.aux_prop_id});
     if (it != figures.end()) r.*column = Dec(it->second);
@@ -572,24 +622,6 @@ class Report {
     }
   }
 
-  // By material code, rows without a code first; rows of one code keep
-  // their order.
-  void Order() {
-    std::vector<size_t> order(rows_.size());
-    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
-    std::stable_sort(order.begin(), order.end(), [&](size_t x, size_t y) {
-      const auto& a = rows_[x].item_number;
-      const auto& b = rows_[y].item_number;
-      if (!a) return b.has_value();
-      if (!b) return false;
-      return *a < *b;
-    });
-    std::vector<ReportRow> sorted;
-    sorted.reserve(rows_.size());
-    for (size_t i : order) sorted.push_back(std::move(rows_[i]));
-    rows_ = std::move(sorted);
-  }
-
   const Input& in_;
   const Options& opt_;
   BomIndex boms_;
@@ -598,7 +630,10 @@ class Report {
   std::map<Key, OptNum> produc_;
   std::unordered_map<std::string, int> memo_ids_;
   std::vector<std::string> memo_texts_;
-  std::unordered_map<const BomChild*, int> line_memo_;
+  static constexpr size_t kNoGroup = SIZE_MAX;
+  std::vector<size_t> line_group_;  // by position in Input::bom_children
+  std::unordered_map<int32_t, std::vector<const TaskEntry*>> entries_of_;
+  std::vector<Need> needs_;
   std::unordered_map<GroupKey, int, GroupHash> first_memo_;
   std::unordered_map<GroupKey, size_t, GroupHash> group_index_;
   std::vector<Group> groups_;
