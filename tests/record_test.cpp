@@ -65,7 +65,7 @@ TEST(Dictionary, OrderAndCaseInsensitiveKeys) {
   d.Set("FBillNo", "SE01");
   d.Set("fitemid", int32_t{2});  // overwrites in place, keeps the first spelling
   ASSERT_EQ(d.size(), 2u);
-  EXPECT_EQ(d.items()[0].first, "FItemID");
+  EXPECT_EQ(d.key(0), "FItemID");
   EXPECT_EQ(d.Get("FITEMID").ToLong(), 2);
   EXPECT_EQ(d.Get("FBillNO").ToText(), "SE01");
   EXPECT_TRUE(d.Get("Missing").IsEmpty());
@@ -73,7 +73,7 @@ TEST(Dictionary, OrderAndCaseInsensitiveKeys) {
   EXPECT_TRUE(d.Remove("fbillno"));
   EXPECT_FALSE(d.Contains("FBillNo"));
   d.Set("Later", "x");
-  EXPECT_EQ(d.items().back().first, "Later");
+  EXPECT_EQ(d.key(d.size() - 1), "Later");
   EXPECT_EQ(d.Get("later").ToText(), "x");
 }
 
@@ -111,6 +111,33 @@ TEST(RecordSet, ConversionStartsAtTheCurrentRow) {
   EXPECT_EQ(rs.position(), 1u);  // RowToDictionary does not move
   RecordSet no_fields({}, {});
   EXPECT_TRUE(RowToDictionary(no_fields)->empty());
+}
+
+// Rows of one record set share their keys; changing the keys of one row must
+// not show in the others, and a repeated column name is one key.
+TEST(RecordSet, RowsShareKeysUntilOneChanges) {
+  RecordSet rs({"FItemID", "FName", "fitemid"},
+               {{int32_t{1}, "a", int32_t{10}}, {int32_t{2}, "b", int32_t{20}}});
+  auto rows = RecordsetToVector(rs);
+  const DictionaryPtr first = rows->Item(1), second = rows->Item(2);
+  ASSERT_EQ(first->size(), 2u);  // the later "fitemid" overwrote "FItemID"
+  EXPECT_EQ(first->key(0), "FItemID");
+  EXPECT_EQ(first->Get("FITEMID").ToLong(), 10);
+  first->Set("Added", true);
+  EXPECT_TRUE(first->Remove("FName"));
+  EXPECT_EQ(second->size(), 2u);
+  EXPECT_EQ(second->key(1), "FName");
+  EXPECT_EQ(second->Get("FName").ToText(), "b");
+  EXPECT_FALSE(second->Contains("Added"));
+  EXPECT_EQ(first->key(1), "Added");
+  second->Set("fname", "B");  // overwriting a value leaves the keys alone
+  EXPECT_EQ(second->key(1), "FName");
+  EXPECT_EQ(second->Get("FName").ToText(), "B");
+
+  Dictionary shaped(MakeKeyList({"X", "Y"}));
+  EXPECT_EQ(shaped.size(), 2u);
+  EXPECT_TRUE(shaped.Get("y").IsEmpty());
+  EXPECT_TRUE(shaped.Contains("Y"));
 }
 
 TEST(Text, SplitFirst) {
@@ -166,7 +193,7 @@ TEST(Json, RoundTripsEveryKind) {
   Variant back = FromJson(j);
   ASSERT_TRUE(back.AsVector());
   auto r = back.AsVector()->Item(1);
-  EXPECT_EQ(r->items()[0].first, "Z");  // key order survives
+  EXPECT_EQ(r->key(0), "Z");  // key order survives
   EXPECT_EQ(r->Get("Z").type(), VariantType::kLong);
   EXPECT_EQ(r->Get("A").type(), VariantType::kDouble);
   EXPECT_EQ(r->Get("D").type(), VariantType::kString);  // a Date only where declared

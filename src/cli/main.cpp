@@ -120,14 +120,13 @@ void PrintReport(const VectorPtr& rows, const std::string& format) {
     return;
   }
   if (format == "csv") {
-    static const Dictionary kNoRow;
-    const auto& first = rows->Count() ? rows->Item(1)->items() : kNoRow.items();
-    for (size_t i = 0; i < first.size(); ++i) std::cout << (i ? "," : "") << first[i].first;
+    if (rows->Count()) {
+      const Dictionary& first = *rows->Item(1);
+      for (size_t i = 0; i < first.size(); ++i) std::cout << (i ? "," : "") << first.key(i);
+    }
     std::cout << "\n";
     for (const auto& row : rows->rows()) {
-      for (size_t i = 0; i < row->items().size(); ++i) {
-        std::cout << (i ? "," : "") << CsvField(row->items()[i].second);
-      }
+      for (size_t i = 0; i < row->size(); ++i) std::cout << (i ? "," : "") << CsvField(row->value(i));
       std::cout << "\n";
     }
     return;

@@ -31,7 +31,7 @@ Variant Cell(const mrp::OptText& v) { return v ? Variant(*v) : Variant::Null(); 
 Variant Cell(const std::optional<Date>& v) { return v ? Variant(*v) : Variant::Null(); }
 
 DictionaryPtr ToDictionary(const mrp::ReportRow& r) {
-  const Variant cells[] = {
+  Variant cells[] = {
       Cell(r.item_id),      Cell(r.bom_item_id),  Cell(r.inter_id),       Cell(r.entry_id),
       Cell(r.bom_inter_id), Cell(r.bom_entry_id), Cell(r.tran_type),      Cell(r.item_prop_id),
       Cell(r.item_prop),    Cell(r.item_number),  Cell(r.item_name),      Cell(r.item_model),
@@ -41,10 +41,9 @@ DictionaryPtr ToDictionary(const mrp::ReportRow& r) {
       Cell(r.produc_qty),   Cell(r.mid_stock_qty), Cell(r.suggest_qty),   Cell(r.qty),
       Cell(r.source_no),    Cell(r.supply_number), Cell(r.supply_name),   Cell(r.memo),
       Cell(r.final),        Cell(r.date)};
-  auto row = Dictionary::Create();
-  const auto& columns = mrp::ReportColumns();
-  row->Reserve(columns.size());
-  for (size_t i = 0; i < columns.size(); ++i) row->Set(columns[i], cells[i]);
+  static const KeyList keys = MakeKeyList(mrp::ReportColumns());
+  auto row = Dictionary::Create(keys);
+  for (size_t i = 0; i < std::size(cells); ++i) row->SetAt(i, std::move(cells[i]));
   return row;
 }
 

@@ -24,7 +24,8 @@ Json ToJson(const Variant& value) {
     case VariantType::kDate: return value.AsDate()->ToString();
     case VariantType::kDictionary: {
       Json out = Json::object();
-      for (const auto& [k, v] : value.AsDictionary()->items()) out[k] = ToJson(v);
+      const auto& d = *value.AsDictionary();
+      for (size_t i = 0; i < d.size(); ++i) out[d.key(i)] = ToJson(d.value(i));
       return out;
     }
     case VariantType::kVector: {

@@ -22,20 +22,47 @@ const Variant& RecordSet::Field(std::string_view name) const {
   return rows_[position_][static_cast<size_t>(i)];
 }
 
-DictionaryPtr RowToDictionary(const RecordSet& rs) {
-  auto row = Dictionary::Create();
-  if (rs.Eof()) return row;
-  const auto& values = rs.rows()[rs.position()];
-  for (size_t i = 0; i < rs.columns().size(); ++i) row->Set(rs.columns()[i], values[i]);
+namespace {
+
+// The keys rows of a record set share, and the key each column lands on: a
+// column whose name repeats an earlier one (ignoring case) overwrites it,
+// as setting the same key twice does.
+struct RowShape {
+  KeyList keys;
+  std::vector<size_t> slot;
+};
+
+RowShape ShapeOf(const std::vector<std::string>& columns) {
+  std::vector<std::string> keys;
+  RowShape shape;
+  for (const auto& column : columns) {
+    size_t i = 0;
+    while (i < keys.size() && !EqualsIgnoringCase(keys[i], column)) ++i;
+    if (i == keys.size()) keys.push_back(column);
+    shape.slot.push_back(i);
+  }
+  shape.keys = MakeKeyList(std::move(keys));
+  return shape;
+}
+
+DictionaryPtr ShapedRow(const RowShape& shape, const std::vector<Variant>& values) {
+  auto row = Dictionary::Create(shape.keys);
+  for (size_t i = 0; i < shape.slot.size(); ++i) row->SetAt(shape.slot[i], values[i]);
   return row;
+}
+
+}  // namespace
+
+DictionaryPtr RowToDictionary(const RecordSet& rs) {
+  if (rs.Eof()) return Dictionary::Create();
+  return ShapedRow(ShapeOf(rs.columns()), rs.rows()[rs.position()]);
 }
 
 VectorPtr RecordsetToVector(RecordSet& rs) {
   auto out = Vector::Create();
-  while (!rs.Eof()) {
-    out->Add(RowToDictionary(rs));
-    rs.MoveNext();
-  }
+  if (rs.Eof()) return out;
+  const RowShape shape = ShapeOf(rs.columns());
+  for (; !rs.Eof(); rs.MoveNext()) out->Add(ShapedRow(shape, rs.rows()[rs.position()]));
   return out;
 }
 

@@ -223,11 +223,34 @@ bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
   return true;
 }
 
-const Variant* Dictionary::Find(std::string_view key) const {
-  for (const auto& [k, v] : items_) {
-    if (EqualsIgnoringCase(k, key)) return &v;
+KeyList MakeKeyList(std::vector<std::string> keys) {
+  return std::make_shared<std::vector<std::string>>(std::move(keys));
+}
+
+Dictionary::Dictionary(KeyList keys) : keys_(std::move(keys)) {
+  if (keys_) values_.resize(keys_->size());
+}
+
+int Dictionary::IndexOf(std::string_view key) const {
+  for (size_t i = 0; i < values_.size(); ++i) {
+    if (EqualsIgnoringCase((*keys_)[i], key)) return static_cast<int>(i);
   }
-  return nullptr;
+  return -1;
+}
+
+// Copy on write: a key list still shared with other rows is copied first.
+// Every key list is created non-const (MakeKeyList, or here), so writing to
+// the one this row owns alone is sound.
+std::vector<std::string>& Dictionary::OwnKeys() {
+  if (!keys_ || keys_.use_count() > 1) {
+    keys_ = std::make_shared<std::vector<std::string>>(keys_ ? *keys_ : std::vector<std::string>{});
+  }
+  return const_cast<std::vector<std::string>&>(*keys_);
+}
+
+const Variant* Dictionary::Find(std::string_view key) const {
+  const int i = IndexOf(key);
+  return i < 0 ? nullptr : &values_[static_cast<size_t>(i)];
 }
 
 Variant Dictionary::Get(std::string_view key) const {
@@ -241,23 +264,22 @@ Variant Dictionary::GetOr(std::string_view key, Variant fallback) const {
 }
 
 void Dictionary::Set(std::string_view key, Variant value) {
-  for (auto& [k, v] : items_) {
-    if (EqualsIgnoringCase(k, key)) {
-      v = std::move(value);
-      return;
-    }
+  const int i = IndexOf(key);
+  if (i >= 0) {
+    values_[static_cast<size_t>(i)] = std::move(value);
+    return;
   }
-  items_.emplace_back(std::string(key), std::move(value));
+  OwnKeys().emplace_back(key);
+  values_.push_back(std::move(value));
 }
 
 bool Dictionary::Remove(std::string_view key) {
-  for (auto it = items_.begin(); it != items_.end(); ++it) {
-    if (EqualsIgnoringCase(it->first, key)) {
-      items_.erase(it);
-      return true;
-    }
-  }
-  return false;
+  const int i = IndexOf(key);
+  if (i < 0) return false;
+  auto& keys = OwnKeys();
+  keys.erase(keys.begin() + i);
+  values_.erase(values_.begin() + i);
+  return true;
 }
 
 const DictionaryPtr& Vector::Item(int32_t position) const {

@@ -115,15 +115,30 @@ class Variant {
 // no trailing zeros, "." as decimal point whatever the locale.
 std::string FormatDouble(double value);
 
+// The keys of a Dictionary, shared by rows of one shape (the columns of a
+// record set, the columns of a report).
+using KeyList = std::shared_ptr<const std::vector<std::string>>;
+KeyList MakeKeyList(std::vector<std::string> keys);
+
 // A keyed record. Keys keep their first spelling and insertion order; lookup
 // ignores ASCII letter case ("FBillNO" finds "FBillNo"). Rows hold a few
-// dozen keys, so lookup is a scan: no folded copies, no hash nodes.
+// dozen keys, so lookup is a scan: no folded copies, no hash nodes. Rows
+// made from one KeyList share it until one of them adds or removes a key.
 class Dictionary {
  public:
+  Dictionary() = default;
+  // A row with these keys, every value Empty.
+  explicit Dictionary(KeyList keys);
   static DictionaryPtr Create() { return std::make_shared<Dictionary>(); }
+  static DictionaryPtr Create(KeyList keys) { return std::make_shared<Dictionary>(std::move(keys)); }
 
-  size_t size() const { return items_.size(); }
-  bool empty() const { return items_.empty(); }
+  size_t size() const { return values_.size(); }
+  bool empty() const { return values_.empty(); }
+  // Position i, 0-based, in insertion order.
+  const std::string& key(size_t i) const { return (*keys_)[i]; }
+  const Variant& value(size_t i) const { return values_[i]; }
+  void SetAt(size_t i, Variant value) { values_[i] = std::move(value); }
+
   bool Contains(std::string_view key) const { return Find(key) != nullptr; }
   const Variant* Find(std::string_view key) const;
   // The value under key; Empty when absent.
@@ -132,11 +147,13 @@ class Dictionary {
   // Inserts at the end, or overwrites in place keeping the stored spelling.
   void Set(std::string_view key, Variant value);
   bool Remove(std::string_view key);
-  void Reserve(size_t n) { items_.reserve(n); }
-  const std::vector<std::pair<std::string, Variant>>& items() const { return items_; }
 
  private:
-  std::vector<std::pair<std::string, Variant>> items_;
+  int IndexOf(std::string_view key) const;
+  std::vector<std::string>& OwnKeys();
+
+  KeyList keys_;  // nullptr while there are none
+  std::vector<Variant> values_;
 };
 
 // An ordered list of Dictionary rows. Its public interface is 1-based, like
