@@ -81,7 +81,8 @@ std::vector<TableDef> BuildErpTables() {
       {"ICBOM",
        {Int("FInterID"), Str("FBOMNumber", 80), Int("FItemID"), Qty("FQty", "1"),
         Int("FAuxPropID", "0"), Int("FUnitID", "0"), Int("FUseStatus"), Small("FStatus", "0")},
-       {"FInterID"}},
+       {"FInterID"},
+       {{"FItemID"}}},
       {"ICBOMChild",
        {Int("FInterID"), Int("FEntryID"), Int("FItemID"), Qty("FQty"), Qty("FScrap"),
         Int("FAuxPropID", "0"), Int("FUnitID", "0"), Str("FNote", 255, "''")},
@@ -101,7 +102,8 @@ std::vector<TableDef> BuildErpTables() {
         Int("FItemID"), Int("FAuxPropID", "0"), Qty("FQty"), Qty("FAuxQty"), Int("FUnitID"),
         Qty("FStockFinishQty"), When("FBeginDate"), When("FDate"),
         Str("FPurchasePlanBillNo", 500, "''")},
-       {"FInterID"}},
+       {"FInterID"},
+       {{"FBillNo"}}},
       {"ICMOEntry",
        {Int("FInterID"), Int("FEntryID"), Int("FItemID"), Qty("FPlanQty"), Int("FAuxPropID", "0"),
         Qty("FScrapRate"), Int("FUnitID", "0"), Str("FNote", 255, "''")},
@@ -111,7 +113,8 @@ std::vector<TableDef> BuildErpTables() {
         Int("FItemID"), Int("FAuxPropID", "0"), Qty("FQty"), Qty("FAuxQty"), Int("FUnitID"),
         Qty("FStockFinishQty"), When("FBeginDate"), When("FDate"),
         Str("FPurchasePlanBillNo", 500, "''")},
-       {"FInterID"}},
+       {"FInterID"},
+       {{"FBillNo"}}},
       {"ICOutMOEntry",
        {Int("FInterID"), Int("FEntryID"), Int("FItemID"), Qty("FPlanQty"), Int("FAuxPropID", "0"),
         Qty("FScrapRate"), Int("FUnitID", "0"), Str("FNote", 255, "''")},
@@ -120,7 +123,8 @@ std::vector<TableDef> BuildErpTables() {
       {"ICInventory",
        {Int("FItemID"), Int("FAuxPropID", "0"), Int("FStockID"), Qty("FQty"),
         Str("FBatchNo", 80, "''")},
-       {}},
+       {},
+       {{"FItemID"}, {"FStockID"}}},
       {"ICStockBill",
        {Int("FInterID"), Str("FBillNo", 50), Int("FTranType"), When("FDate"), Int("FSupplyID", "0"),
         Int("FCheckerID", "0")},
@@ -129,7 +133,8 @@ std::vector<TableDef> BuildErpTables() {
        {Int("FInterID"), Int("FEntryID"), Int("FItemID"), Int("FAuxPropID", "0"), Qty("FQty"),
         Qty("FPrice"), Qty("FAuxPrice"), Int("FUnitID", "0"), Int("FSourceInterId", "0"),
         Int("FSourceEntryID", "0")},
-       {"FInterID", "FEntryID"}},
+       {"FInterID", "FEntryID"},
+       {{"FItemID"}, {"FSourceInterId", "FSourceEntryID"}}},
       // Purchasing.
       {"POOrder",
        {Str("FBrNo", 10, "'0'"),
@@ -183,7 +188,8 @@ std::vector<TableDef> BuildErpTables() {
         Str("FNote", 255, "''"),
         Str("FPurchasePlanBillNo", 500, "''"),
         Str("FPurchasePlanKey", 500, "''")},
-       {"FInterID", "FEntryID"}},
+       {"FInterID", "FEntryID"},
+       {{"FItemID"}}},
       {"ICPurchase",
        {Int("FInterID"), Str("FBillNo", 50), Int("FTranType", "75"), When("FDate"),
         Int("FSupplyID")},
@@ -191,7 +197,8 @@ std::vector<TableDef> BuildErpTables() {
       {"ICPurchaseEntry",
        {Int("FInterID"), Int("FEntryID"), Int("FItemID"), Qty("FQty"), Qty("FPrice"),
         Qty("FTaxPrice"), Qty("FAuxTaxPrice"), Int("FUnitID", "0")},
-       {"FInterID", "FEntryID"}},
+       {"FInterID", "FEntryID"},
+       {{"FItemID"}}},
       // Purchase plans.
       {"PurchasePlan",
        {Int("FInterID"), Str("FBillNo", 30), When("FDate"), Int("FBillerID", "0")},
@@ -325,6 +332,14 @@ void CreateErpSchema(Connection& connection, bool replace) {
       }
       connection.Execute(
           connection.dialect().CreateTable(table.name, table.columns, table.primary_key));
+      for (const auto& columns : table.indexes) {
+        std::string name = "IX_" + table.name, list;
+        for (const auto& column : columns) {
+          name += "_" + column;
+          list += (list.empty() ? "" : ", ") + column;
+        }
+        connection.Execute("create index " + name + " on " + table.name + " (" + list + ")");
+      }
     }
   }
   tx.Commit();

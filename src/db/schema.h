@@ -15,6 +15,9 @@ struct TableDef {
   std::string name;
   std::vector<ColumnDef> columns;
   std::vector<std::string> primary_key;
+  // Secondary indexes, each a list of columns, as the ERP keeps them for
+  // the lookups mrpcalc makes.
+  std::vector<std::vector<std::string>> indexes = {};
 };
 
 // Every ERP table the component touches, in creation order.

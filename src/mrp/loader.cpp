@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <functional>
 #include <set>
+#include <string_view>
 
 #include "frame/record/error.h"
 
@@ -120,8 +121,11 @@ DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
       const Variant number = row->Get("FBillNO");
       Source s{type != nullptr, type ? type->ToLong() : 0, row->Get("finterid").ToLong(),
                row->Get("fentryid").ToLong()};
-      source_.push_back(s);
-      source_by_number_[number.IsNull() ? "" : number.ToText()].push_back(s);
+      // The source type in hand: the first task type met, else the last type.
+      if (s.has_type && type_in_hand_ != 85 && type_in_hand_ != 91) type_in_hand_ = s.type;
+      const std::string text = number.IsNull() ? "" : number.ToText();
+      number_lengths_.insert(text.size());
+      source_by_number_[text].push_back(s);
       if (s.has_type && s.type == kTranSalesOrder) sales_orders.insert(s.inter_id);
     }
   }
@@ -159,23 +163,30 @@ Date DemandDates::For(const std::vector<std::string>& bill_numbers) const {
   };
   // Sales-order lines whose number occurs anywhere in the quoted text: a
   // plain substring test, kept as the report has it.
+  // Looked up through the quoted text's own substrings of the lengths the
+  // selected numbers have, so the cost does not grow with the number of
+  // selected rows.
+  std::vector<const std::vector<Source>*> matches;
+  for (size_t n : number_lengths_) {
+    if (n == 0) {
+      matches.push_back(&source_by_number_.at(""));  // the empty text is in every text
+      continue;
+    }
+    for (size_t from = 0; from + n <= quoted.size(); ++from) {
+      auto it = source_by_number_.find(quoted.substr(from, n));
+      if (it != source_by_number_.end()) matches.push_back(&it->second);
+    }
+  }
   bool sales = false;
-  for (const auto& [number, rows] : source_by_number_) {
-    if (quoted.find(number) == std::string::npos) continue;
-    for (const Source& s : rows) {
+  for (const auto* rows : matches) {
+    for (const Source& s : *rows) {
       if (!s.has_type || s.type != kTranSalesOrder) continue;
       sales = true;
       auto it = sales_dates_.find({s.inter_id, s.entry_id});
       if (it != sales_dates_.end()) take(it->second);
     }
   }
-  // The source type in hand: the first task type met, else the last type.
-  int type_in_hand = 0;
-  for (const Source& s : source_) {
-    if (!s.has_type) continue;
-    type_in_hand = s.type;
-    if (type_in_hand == 85 || type_in_hand == 91) break;
-  }
+  const int type_in_hand = type_in_hand_;
   if (type_in_hand == kTranSalesOrder && !sales) {
     throw Error(ErrorCategory::kInvalidInput,
                 "no selected sales-order line matches the demand bills " + quoted +

@@ -3,7 +3,9 @@
 // query per supply figure. Never one query per row.
 #pragma once
 
+#include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "db/connection.h"
@@ -35,8 +37,9 @@ class DemandDates {
     int32_t inter_id;
     int32_t entry_id;
   };
-  std::map<std::string, std::vector<Source>> source_by_number_;  // FBillNO -> rows
-  std::vector<Source> source_;                                   // in the planner's order
+  std::unordered_map<std::string, std::vector<Source>> source_by_number_;  // FBillNO -> rows
+  std::set<size_t> number_lengths_;                                        // of the keys above
+  int type_in_hand_ = 0;  // the first task type (85, 91) met, else the last type
   mutable std::map<std::vector<std::string>, Date> cache_;
   std::map<std::pair<int32_t, int32_t>, std::optional<Date>> sales_dates_;
   std::map<std::string, std::optional<Date>> mo_dates_, out_mo_dates_;
