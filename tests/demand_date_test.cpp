@@ -28,9 +28,9 @@ MRPCALC_ALL_ENGINES(DemandDate);
 TEST_P(DemandDate, SalesLinesTasksAndTheirMix) {
   // Sales order 1: line 1 delivers 2026-12-10, line 2 2026-12-05.
   EXPECT_EQ(DateOf({Source("SEORD000001", 81, 1, 1)}, {"SEORD000001"}), *Date::Parse("2026-12-10"));
-  EXPECT_EQ(DateOf({Source("SEORD000001", 81, 1, 1), Source("SEORD000001", 81, 1, 2)},
-                   {"SEORD000001"}),
-            *Date::Parse("2026-12-05"));
+  EXPECT_EQ(
+      DateOf({Source("SEORD000001", 81, 1, 1), Source("SEORD000001", 81, 1, 2)}, {"SEORD000001"}),
+      *Date::Parse("2026-12-05"));
   // A task row in hand: the tasks named by the line, earliest start; joined
   // with the sales lines that match.
   EXPECT_EQ(DateOf({Source("WORK000002", 85, 2, 0)}, {"WORK000001", "WORK000002"}),
@@ -41,6 +41,17 @@ TEST_P(DemandDate, SalesLinesTasksAndTheirMix) {
   // The match is a substring test: a prefix of the line's number matches too.
   EXPECT_EQ(DateOf({Source("SEORD00000", 81, 1, 2), Source("X", 81, 2, 1)}, {"SEORD000001"}),
             *Date::Parse("2026-12-05"));
+  // ... anywhere in the quoted list, across the quotes; numbers of every
+  // length are tried, and a longer one never matches.
+  EXPECT_EQ(DateOf({Source("1','SEORD", 81, 1, 2)}, {"SEORD000001", "SEORD000002"}),
+            *Date::Parse("2026-12-05"));
+  EXPECT_EQ(
+      DateOf({Source("ORD000001", 81, 1, 1), Source("SEORD000001X", 81, 1, 2)}, {"SEORD000001"}),
+      *Date::Parse("2026-12-10"));
+  // A row without a number matches every line.
+  auto unnumbered = Source("", 81, 1, 2);
+  unnumbered->Set("FBillNO", Variant::Null());
+  EXPECT_EQ(DateOf({unnumbered}, {"ANYTHING"}), *Date::Parse("2026-12-05"));
   // Nothing dated anywhere: the zero date.
   EXPECT_EQ(DateOf({Source("NOSUCH", 85, 99, 0)}, {"NOSUCH"}), Date());
 }
