@@ -177,17 +177,17 @@ int RunBenchGenerate(const std::string& dsn, double scale) {
 }
 
 // Times GetMrpReportData, multi-level, on every open sales-order line.
-int RunBench(const std::string& dsn, int repeat) {
+int RunBench(const std::string& dsn, int repeat, int form) {
   MrpOptions o;
   o.dsn = dsn;
   o.now_stock = o.save_stock = o.moving = o.produc = true;
   o.warehouses = "1";
-  o.form = 1;
+  o.form = form;
   auto connection = db::Open(dsn);
   auto [lines, source] = DemandOf(*connection, o);
   connection.reset();
   const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
-  fmt::print("{} demand lines, multi-level\n", lines->Count());
+  fmt::print("{} demand lines, multi-level, form kind {}\n", lines->Count(), form);
   for (int i = 0; i < repeat; ++i) {
     auto filter = Dictionary::Create();
     filter->Set("SubID", "SC");
@@ -355,6 +355,7 @@ int main(int argc, char** argv) {
   std::string bench_dsn;
   double scale = 1.0;
   int repeat = 3;
+  int bench_form = 1;
   auto* bench = app.add_subcommand("bench", "benchmark the MRP report on synthetic data");
   bench->require_subcommand(1);
   auto* generate = bench->add_subcommand("generate", "create a synthetic ERP database");
@@ -364,12 +365,14 @@ int main(int argc, char** argv) {
   auto* bench_run = bench->add_subcommand("run", "time GetMrpReportData on all open demand");
   bench_run->add_option("--dsn", bench_dsn, "a generated database")->required();
   bench_run->add_option("--repeat", repeat, "runs")->capture_default_str();
+  bench_run->add_option("--form", bench_form, "form kind; 0 also suggests suppliers")
+      ->capture_default_str();
 
   CLI11_PARSE(app, argc, argv);
   if (*bench) {
     try {
       if (*generate) return RunBenchGenerate(bench_dsn, scale);
-      return RunBench(bench_dsn, repeat);
+      return RunBench(bench_dsn, repeat, bench_form);
     } catch (const std::exception& e) {
       std::cerr << "mrpcalc: " << e.what() << "\n";
       return 1;
