@@ -20,12 +20,11 @@ class Database : public DbTest {};
 MRPCALC_ALL_ENGINES(Database);
 
 void CreateProbe(db::Connection& c) {
-  c.Execute(c.dialect().CreateTable(
-      "t_Probe", {{"FID", db::ColumnType::kInt},
-                  {"FQty", db::ColumnType::kDecimal},
-                  {"FRate", db::ColumnType::kFloat},
-                  {"FName", db::ColumnType::kVarchar, 80},
-                  {"FDate", db::ColumnType::kDateTime}}));
+  c.Execute(c.dialect().CreateTable("t_Probe", {{"FID", db::ColumnType::kInt},
+                                                {"FQty", db::ColumnType::kDecimal},
+                                                {"FRate", db::ColumnType::kFloat},
+                                                {"FName", db::ColumnType::kVarchar, 80},
+                                                {"FDate", db::ColumnType::kDateTime}}));
 }
 
 TEST_P(Database, ValuesMapByDeclaredType) {
@@ -134,6 +133,37 @@ TEST_P(Database, PreparedStatementsRunManyTimes) {
   auto rs = conn().Query("select count(*), sum(FQty) from t_Probe");
   EXPECT_EQ(rs->rows()[0][0].ToLong(), 100);
   EXPECT_DOUBLE_EQ(rs->rows()[0][1].ToDouble(), 2475.0);
+}
+
+// Rows reach a sink one at a time; a sink that throws ends the query, and
+// the connection (and the caller's transaction) go on working.
+TEST_P(Database, RowsStreamToASink) {
+  CreateProbe(conn());
+  db::Transaction tx(conn());
+  auto stmt = conn().Prepare("insert into t_Probe (FID, FName) values (?,?)");
+  for (int i = 1; i <= 5; ++i) stmt->Execute({int32_t{i}, "n" + std::to_string(i)});
+  std::vector<std::string> columns;
+  std::vector<std::string> names;
+  conn().QueryRows(
+      "select FID, FName from t_Probe where FID > ? order by FID", {int32_t{2}},
+      [&](std::vector<Variant>& row) {
+        ASSERT_EQ(row.size(), 2u);
+        names.push_back(*row[1].AsString());
+        row[1] = Variant();  // the sink may take values; the next row is fresh
+      },
+      &columns);
+  EXPECT_EQ(columns, (std::vector<std::string>{"FID", "FName"}));
+  EXPECT_EQ(names, (std::vector<std::string>{"n3", "n4", "n5"}));
+
+  int seen = 0;
+  auto failing = [&](std::vector<Variant>&) {
+    if (++seen == 2) ThrowInvalid("enough");
+  };
+  EXPECT_THROW(conn().QueryRows("select FID from t_Probe order by FID", {}, failing), Error);
+  EXPECT_EQ(seen, 2);
+  conn().Execute("insert into t_Probe (FID) values (6)");
+  tx.Commit();
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Probe").ToLong(), 6);
 }
 
 TEST_P(Database, DemoDatabaseHoldsEveryCase) {

@@ -72,34 +72,11 @@ struct MrpOptions {
   std::string format = "table";
 };
 
-// The demand of the named bills (every open line of a sales order, the open
-// quantity of a task), as the MRP selection form hands it over.
+// The demand of the named bills, as the MRP selection form hands it over.
 std::pair<VectorPtr, VectorPtr> DemandOf(db::Connection& c, const MrpOptions& o) {
   const int task_code = o.sub_id == "WW" ? db::kTranOutsourcingTask : db::kTranProductionTask;
-  auto lines = Vector::Create();
-  auto source = Vector::Create();
-  std::set<std::string> wanted(o.bills.begin(), o.bills.end());
-  for (const auto& l : db::ListOpenDemand(c)) {
-    if (l.tran_type != db::kTranSalesOrder && l.tran_type != task_code) continue;
-    if (!wanted.empty() && !wanted.count(l.bill_no)) continue;
-    auto row = Dictionary::Create();
-    row->Set("Ftrantype", l.tran_type);
-    row->Set("FItemID", l.item_id);
-    row->Set("FinterID", l.inter_id);
-    row->Set("FEntryID", l.entry_id);
-    row->Set("FBillNo", l.bill_no);
-    row->Set("FQty", l.open_qty);
-    row->Set("FItemName", l.item_name);
-    row->Set("FItemNumber", l.item_number);
-    lines->Add(row);
-    auto src = Dictionary::Create();
-    src->Set("FBillNO", l.bill_no);
-    src->Set("Ftrantype", l.tran_type);
-    src->Set("finterid", l.inter_id);
-    src->Set("fentryid", l.entry_id);
-    source->Add(src);
-  }
-  return {lines, source};
+  auto selection = db::SelectDemand(c, o.bills, task_code);
+  return {selection.lines, selection.source};
 }
 
 std::string Show(const Variant& v) {

@@ -1,6 +1,8 @@
 // Open demand query.
 #include "db/open_demand.h"
 
+#include <set>
+
 namespace mrpcalc::db {
 namespace {
 
@@ -50,6 +52,33 @@ std::vector<OpenDemandLine> ListOpenDemand(Connection& connection) {
   Collect(connection, kOpenSalesLines, kTranSalesOrder, out);
   Collect(connection, OpenTasks("ICMO"), kTranProductionTask, out);
   Collect(connection, OpenTasks("ICOutMO"), kTranOutsourcingTask, out);
+  return out;
+}
+
+DemandSelection SelectDemand(Connection& connection, const std::vector<std::string>& bills,
+                             int task_code) {
+  DemandSelection out{Vector::Create(), Vector::Create()};
+  const std::set<std::string> wanted(bills.begin(), bills.end());
+  for (const auto& l : ListOpenDemand(connection)) {
+    if (l.tran_type != kTranSalesOrder && l.tran_type != task_code) continue;
+    if (!wanted.empty() && !wanted.count(l.bill_no)) continue;
+    auto row = Dictionary::Create();
+    row->Set("Ftrantype", l.tran_type);
+    row->Set("FItemID", l.item_id);
+    row->Set("FinterID", l.inter_id);
+    row->Set("FEntryID", l.entry_id);
+    row->Set("FBillNo", l.bill_no);
+    row->Set("FQty", l.open_qty);
+    row->Set("FItemName", l.item_name);
+    row->Set("FItemNumber", l.item_number);
+    out.lines->Add(row);
+    auto source = Dictionary::Create();
+    source->Set("FBillNO", l.bill_no);
+    source->Set("Ftrantype", l.tran_type);
+    source->Set("finterid", l.inter_id);
+    source->Set("fentryid", l.entry_id);
+    out.source->Add(source);
+  }
   return out;
 }
 

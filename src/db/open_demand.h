@@ -7,6 +7,7 @@
 
 #include "db/connection.h"
 #include "frame/record/date.h"
+#include "frame/record/variant.h"
 
 namespace mrpcalc::db {
 
@@ -30,5 +31,18 @@ struct OpenDemandLine {
 
 // Ordered by type, bill number and line.
 std::vector<OpenDemandLine> ListOpenDemand(Connection& connection);
+
+// What the MRP selection form hands to the report for the chosen bills: the
+// demand lines (vctListData: Ftrantype, FItemID, FinterID, FEntryID,
+// FBillNo, FQty, FItemName, FItemNumber) and the selected source rows
+// (dctFilter "SourceData": FBillNO, Ftrantype, finterid, fentryid). Every
+// open line of the named sales orders and tasks of `task_code`; all open
+// demand of those kinds when `bills` is empty.
+struct DemandSelection {
+  VectorPtr lines;
+  VectorPtr source;
+};
+DemandSelection SelectDemand(Connection& connection, const std::vector<std::string>& bills,
+                             int task_code);
 
 }  // namespace mrpcalc::db
