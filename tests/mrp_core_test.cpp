@@ -18,7 +18,8 @@ Input Bikes(int bom_type = 1) {
   in.options.frm_type = 1;
   in.unit_names = {{1, "PCS"}};
   auto item = [&](int32_t id, int cls, const char* number) {
-    in.items[id] = {cls, std::string(number), std::string("n") + number, std::nullopt, 1, 0.0, 0, std::nullopt};
+    in.items[id] = {cls, std::string(number), std::string("n") + number, std::nullopt, 1, 0.0,
+                    0,   std::nullopt};
   };
   item(kBike, kClsAssembled, "1");
   item(kWheel, kClsAssembled, "2");
@@ -134,8 +135,8 @@ TEST(Report, FoldingMemosAndDates) {
   }
   EXPECT_EQ(frames, 2);
   const ReportRow& wheel = RowOf(rows, kWheel);
-  EXPECT_DOUBLE_EQ(*wheel.need_qty, 30);                    // two demands summed
-  EXPECT_EQ(*wheel.date, *Date::Parse("2026-12-01"));       // the earlier date
+  EXPECT_DOUBLE_EQ(*wheel.need_qty, 30);               // two demands summed
+  EXPECT_EQ(*wheel.date, *Date::Parse("2026-12-01"));  // the earlier date
   // A named property unifies memos: both frames then fold into one row.
   in.aux_names = {{3, std::string("blue")}};
   in.bom_children.back().aux_prop_id = 0;
@@ -165,6 +166,32 @@ TEST(Report, NettingSwitches) {
   rows = Calculate(in);
   EXPECT_DOUBLE_EQ(*RowOf(rows, kFrame).qty, 0);  // 0 - 4 + 3, floored
   EXPECT_DOUBLE_EQ(*RowOf(rows, kFrame).need_qty, 10);
+}
+
+// Wheel sets in stock cover their own spokes and tyres: the stock is
+// exploded through the wheel set's bill and subtracted from its materials.
+TEST(Report, MidStockCoversTheMaterialsOfMadePartsInStock) {
+  Input in = Bikes();
+  in.options.expand = true;
+  in.options.mid_stock = true;
+  in.stock[{kWheel, 0}] = 3.0;
+  in.stock[{kFrame, 0}] = 4.0;  // self-made: a leaf, it covers nothing below
+  auto rows = Calculate(in);
+  // 10 bikes: 20 wheel sets, 20 * 36 / 0.8 spokes, 20 tyres.
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kSpoke).need_qty, 900);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kSpoke).mid_stock_qty, 3 * 36 / 0.8);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kSpoke).qty, 900 - 135);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kTyre).mid_stock_qty, 3);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kTyre).qty, 17);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kFrame).mid_stock_qty, 0);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kFrame).qty, 10);  // NowStock is off
+  // More wheel sets in stock than needed: the materials floor at 0.
+  in.stock[{kWheel, 0}] = 25.0;
+  rows = Calculate(in);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kTyre).qty, 0);
+  // The figure needs the multi-level explosion.
+  in.options.expand = false;
+  EXPECT_THROW(Calculate(in), Error);
 }
 
 TEST(Report, IssuedQuantitiesStopWhenALevelHasOneRow) {

@@ -1,6 +1,10 @@
 // Record types, text cutters and the JSON form.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdio>
+#include <random>
+
 #include "frame/record/error.h"
 #include "frame/record/json.h"
 #include "frame/record/recordset.h"
@@ -43,6 +47,33 @@ TEST(Variant, Conversions) {
   EXPECT_TRUE(Variant("True").ToBoolean());
   EXPECT_FALSE(Variant(int32_t{0}).ToBoolean());
   EXPECT_EQ(Variant("2026-11-22").ToDate(), Date::FromParts(2026, 11, 22));
+}
+
+// Doubles print as "%.15g" does, exponent form included: the text is what
+// travels between statements and what the rows show.
+TEST(Variant, DoublesPrintAsFifteenSignificantDigits) {
+  std::vector<double> values = {0.1,
+                                1.0 / 3,
+                                -2.5e-7,
+                                1e-5,
+                                123456789012345678.0,
+                                1e21,
+                                1e15,
+                                1e16,
+                                -0.0,
+                                5e-324,
+                                1.7976931348623157e308,
+                                0.30000000000000004,
+                                99999.99999999999};
+  std::mt19937_64 rng(7);
+  std::uniform_real_distribution<double> mantissa(-10, 10);
+  std::uniform_int_distribution<int> exponent(-30, 30);
+  for (int i = 0; i < 2000; ++i) values.push_back(std::ldexp(mantissa(rng), exponent(rng)));
+  for (double v : values) {
+    char want[40];
+    std::snprintf(want, sizeof want, "%.15g", v);
+    EXPECT_EQ(FormatDouble(v), v == 0 ? "0" : want) << v;
+  }
 }
 
 TEST(Date, ParsesAndPrints) {
@@ -188,8 +219,9 @@ TEST(Json, RoundTripsEveryKind) {
   auto rows = Vector::Create();
   rows->Add(row);
   const Json j = ToJson(Variant(rows));
-  EXPECT_EQ(j.dump(),
-            R"([{"Z":1,"A":2.5,"S":"O'Brien 供应商","D":"2026-11-22 10:00:00","N":null,"B":true}])");
+  EXPECT_EQ(
+      j.dump(),
+      R"([{"Z":1,"A":2.5,"S":"O'Brien 供应商","D":"2026-11-22 10:00:00","N":null,"B":true}])");
   Variant back = FromJson(j);
   ASSERT_TRUE(back.AsVector());
   auto r = back.AsVector()->Item(1);
