@@ -13,8 +13,7 @@ namespace mrpcalc::db {
 RecordSetPtr Connection::Query(std::string_view sql, const Params& params) {
   std::vector<std::string> columns;
   std::vector<std::vector<Variant>> rows;
-  QueryRows(
-      sql, params, [&](std::vector<Variant>& row) { rows.push_back(std::move(row)); }, &columns);
+  QueryRows(sql, params, [&](std::vector<Variant>& row) { rows.push_back(std::move(row)); }, &columns);
   return std::make_shared<RecordSet>(std::move(columns), std::move(rows));
 }
 
@@ -31,10 +30,9 @@ bool Connection::TableExists(std::string_view table) {
                     {Variant(table)})
                   ->Eof();
     case Engine::kPostgres:
-      return !Query(
-                  "select 1 from information_schema.tables where table_schema=current_schema() "
-                  "and table_name=lower(?)",
-                  {Variant(table)})
+      return !Query("select 1 from information_schema.tables where table_schema=current_schema() "
+                    "and table_name=lower(?)",
+                    {Variant(table)})
                   ->Eof();
     case Engine::kSqlServer:
       return !Query("select 1 from information_schema.tables where table_name=?", {Variant(table)})
@@ -52,8 +50,7 @@ ConnectionPtr Open(std::string_view dsn, const OpenOptions& options) {
     return OpenSqlite(std::string(rest), options);
   }
   if (scheme == "odbc") {
-    if (Trim(rest).empty())
-      ThrowInvalid("connection description \"odbc:\" has no connection string");
+    if (Trim(rest).empty()) ThrowInvalid("connection description \"odbc:\" has no connection string");
     return OpenOdbc(std::string(rest), options);
   }
   ThrowInvalid("connection description must start with \"sqlite:\" or \"odbc:\"");

@@ -67,8 +67,8 @@ class Connection {
 using ConnectionPtr = std::unique_ptr<Connection>;
 
 struct OpenOptions {
-  int login_timeout_seconds = 5;  // ODBC: SQL_ATTR_LOGIN_TIMEOUT
-  int busy_timeout_ms = 30000;    // SQLite: wait for another writer
+  int login_timeout_seconds = 5;   // ODBC: SQL_ATTR_LOGIN_TIMEOUT
+  int busy_timeout_ms = 30000;     // SQLite: wait for another writer
 };
 
 // Opens "sqlite:PATH" or "odbc:CONNECTION-STRING". Throws a database error

@@ -17,8 +17,7 @@ void Insert(Connection& c, const std::string& table, const std::string& columns,
             std::initializer_list<Params> rows) {
   size_t n = 1;
   for (char ch : columns) n += ch == ',';
-  auto stmt =
-      c.Prepare("insert into " + table + " (" + columns + ") values (" + Placeholders(n) + ")");
+  auto stmt = c.Prepare("insert into " + table + " (" + columns + ") values (" + Placeholders(n) + ")");
   for (const auto& row : rows) stmt->Execute(row);
 }
 
@@ -37,9 +36,8 @@ void LoadDemoData(Connection& c) {
           {5, 5, "KG", "千克", 1.0, 3},
           {6, 6, "SET", "套", 1.0, 1}});
 
-  Insert(
-      c, "t_AuxItem", "FItemID,FNumber,FName,FItemClassID",
-      {{1, "RED", "红色", 3001}, {2, "BLK", "黑色", 3001}, {3, "NONAME", Variant::Null(), 3001}});
+  Insert(c, "t_AuxItem", "FItemID,FNumber,FName,FItemClassID",
+         {{1, "RED", "红色", 3001}, {2, "BLK", "黑色", 3001}, {3, "NONAME", Variant::Null(), 3001}});
 
   // FErpClsID: 1 purchased, 2 assembled, 3 self-made, anything else other.
   Insert(c, "t_ICItem",
@@ -93,8 +91,7 @@ void LoadDemoData(Connection& c) {
           {253, 162, "CG02", "委外加工"}});
 
   // Warehouses: t_Item class 5 with groups and leaves; t_Stock type 502 is virtual.
-  Insert(c, "t_Item",
-         "FItemID,FItemClassID,FNumber,FName,FParentID,FDetail,FLevel,FDeleted,FRightUserID",
+  Insert(c, "t_Item", "FItemID,FItemClassID,FNumber,FName,FParentID,FDetail,FLevel,FDeleted,FRightUserID",
          {{10, 5, "01", "原材料库", 0, 0, 1, 0, "16,"},
           {11, 5, "01.01", "原材料一库", 10, 1, 2, 0, "16,"},
           {12, 5, "01.02", "原材料二库", 10, 1, 2, 0, ""},
@@ -118,8 +115,7 @@ void LoadDemoData(Connection& c) {
 
   // Suppliers: S003 is deleted; S002's name holds an apostrophe.
   Insert(c, "t_Supplier",
-         "FItemID,FNumber,FName,FRightUserID,FDeleted,FValueAddRate,FCreditDegree,FDepartment,"
-         "FEmployee",
+         "FItemID,FNumber,FName,FRightUserID,FDeleted,FValueAddRate,FCreditDegree,FDepartment,FEmployee",
          {{1, "S001", "华东铝业有限公司", "16,", 0, 13.0, 50000.0, 0, 0},
           {2, "S002", "O'Brien Fasteners Ltd.", "1,17,", 0, 13.0, 0.0, 0, 0},
           {3, "S003", "南方橡胶厂", "16,", 1, 13.0, 0.0, 0, 0},
@@ -163,12 +159,11 @@ void LoadDemoData(Connection& c) {
 
   // A production task for frames and an outsourcing task for wheel sets,
   // each with its material plan.
-  Insert(
-      c, "ICMO",
-      "FInterID,FBillNo,FTranType,FStatus,FItemID,FAuxPropID,FQty,FAuxQty,FUnitID,"
-      "FStockFinishQty,FBeginDate,FDate,FPurchasePlanBillNo",
-      {{1, "WORK000001", 85, 1, 2001, 0, 10.0, 10.0, 1, 0.0, D("2026-12-01"), D("2026-11-20"), "0"},
-       {2, "WORK000002", 85, 2, 2001, 0, 4.0, 4.0, 1, 0.0, D("2026-12-08"), D("2026-11-21"), ""}});
+  Insert(c, "ICMO",
+         "FInterID,FBillNo,FTranType,FStatus,FItemID,FAuxPropID,FQty,FAuxQty,FUnitID,"
+         "FStockFinishQty,FBeginDate,FDate,FPurchasePlanBillNo",
+         {{1, "WORK000001", 85, 1, 2001, 0, 10.0, 10.0, 1, 0.0, D("2026-12-01"), D("2026-11-20"), "0"},
+          {2, "WORK000002", 85, 2, 2001, 0, 4.0, 4.0, 1, 0.0, D("2026-12-08"), D("2026-11-21"), ""}});
   Insert(c, "ICMOEntry", "FInterID,FEntryID,FItemID,FPlanQty,FAuxPropID,FScrapRate,FUnitID,FNote",
          {{1, 1, 3001, 26.0, 0, 4.0, 3, ""},
           {1, 2, 3002, 80.0, 0, 0.0, 1, ""},
@@ -176,13 +171,11 @@ void LoadDemoData(Connection& c) {
           {2, 1, 3001, 10.4, 0, 4.0, 3, ""},
           {2, 2, 3002, 32.0, 0, 0.0, 1, ""},
           {2, 3, 3006, 1.32, 0, 10.0, 5, ""}});
-  Insert(
-      c, "ICOutMO",
-      "FInterID,FBillNo,FTranType,FStatus,FItemID,FAuxPropID,FQty,FAuxQty,FUnitID,"
-      "FStockFinishQty,FBeginDate,FDate,FPurchasePlanBillNo",
-      {{1, "OUT000001", 91, 1, 2002, 0, 20.0, 20.0, 6, 0.0, D("2026-12-03"), D("2026-11-18"), ""}});
-  Insert(c, "ICOutMOEntry",
-         "FInterID,FEntryID,FItemID,FPlanQty,FAuxPropID,FScrapRate,FUnitID,FNote",
+  Insert(c, "ICOutMO",
+         "FInterID,FBillNo,FTranType,FStatus,FItemID,FAuxPropID,FQty,FAuxQty,FUnitID,"
+         "FStockFinishQty,FBeginDate,FDate,FPurchasePlanBillNo",
+         {{1, "OUT000001", 91, 1, 2002, 0, 20.0, 20.0, 6, 0.0, D("2026-12-03"), D("2026-11-18"), ""}});
+  Insert(c, "ICOutMOEntry", "FInterID,FEntryID,FItemID,FPlanQty,FAuxPropID,FScrapRate,FUnitID,FNote",
          {{1, 1, 3003, 20.0, 2, 0.0, 1, ""},
           {1, 2, 3004, 734.4, 0, 2.0, 1, ""},
           {1, 3, 3002, 40.0, 0, 0.0, 1, ""}});
@@ -212,8 +205,7 @@ void LoadDemoData(Connection& c) {
           {3, "SOUT000001", 24, D("2026-11-15"), 0, 1},
           {4, "SOUT000002", 24, D("2026-11-16"), 0, 0}});
   Insert(c, "ICStockBillEntry",
-         "FInterID,FEntryID,FItemID,FAuxPropID,FQty,FPrice,FAuxPrice,FUnitID,FSourceInterId,"
-         "FSourceEntryID",
+         "FInterID,FEntryID,FItemID,FAuxPropID,FQty,FPrice,FAuxPrice,FUnitID,FSourceInterId,FSourceEntryID",
          {{1, 1, 3001, 0, 40.0, 16.7257, 836.28, 4, 0, 0},
           {2, 1, 3002, 0, 1000.0, 0.1327, 13.27, 2, 0, 0},
           {3, 1, 3001, 0, 10.0, 0.0, 0.0, 3, 1, 1},
@@ -221,14 +213,13 @@ void LoadDemoData(Connection& c) {
           {4, 1, 3006, 0, 1.0, 0.0, 0.0, 5, 1, 3}});
   Insert(c, "ICPurchase", "FInterID,FBillNo,FTranType,FDate,FSupplyID",
          {{1, "ZPOFP000001", 75, D("2026-11-06"), 1}, {2, "ZPOFP000002", 75, D("2026-11-08"), 4}});
-  Insert(c, "ICPurchaseEntry",
-         "FInterID,FEntryID,FItemID,FQty,FPrice,FTaxPrice,FAuxTaxPrice,FUnitID",
-         {{1, 1, 3001, 40.0, 16.7257, 18.9, 945.0, 4}, {2, 1, 3005, 500.0, 8.8496, 10.0, 10.0, 1}});
+  Insert(c, "ICPurchaseEntry", "FInterID,FEntryID,FItemID,FQty,FPrice,FTaxPrice,FAuxTaxPrice,FUnitID",
+         {{1, 1, 3001, 40.0, 16.7257, 18.9, 945.0, 4},
+          {2, 1, 3005, 500.0, 8.8496, 10.0, 10.0, 1}});
 
   Insert(c, "ICTemplateEntry", "FID,FFieldName,FMustInput", {{"P02", "FAuxPropID", 0}});
-  Insert(
-      c, "ICChatBillTitle", "FTypeID,FColCaption,FVisible",
-      {{90, "生成采购建议标志$", 1}, {90, "生成采购计划标志$", 1}, {61, "生成采购建议标志$", 0}});
+  Insert(c, "ICChatBillTitle", "FTypeID,FColCaption,FVisible",
+         {{90, "生成采购建议标志$", 1}, {90, "生成采购计划标志$", 1}, {61, "生成采购建议标志$", 0}});
 
   tx.Commit();
 }

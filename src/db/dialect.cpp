@@ -45,32 +45,21 @@ class SqliteDialect : public Dialect {
     switch (type) {
       case ColumnType::kInt:
       case ColumnType::kSmallInt:
-      case ColumnType::kBigInt:
-        return type == ColumnType::kInt ? "int" : "integer";
-      case ColumnType::kDecimal:
-        return "decimal(23,10)";
-      case ColumnType::kMoney:
-        return "decimal(18,4)";
-      case ColumnType::kFloat:
-        return "float";
-      case ColumnType::kVarchar:
-        return "varchar(" + std::to_string(length) + ")";
-      case ColumnType::kText:
-        return "text";
-      case ColumnType::kDateTime:
-        return "datetime";
-      case ColumnType::kBit:
-        return "bit";
+      case ColumnType::kBigInt: return type == ColumnType::kInt ? "int" : "integer";
+      case ColumnType::kDecimal: return "decimal(23,10)";
+      case ColumnType::kMoney: return "decimal(18,4)";
+      case ColumnType::kFloat: return "float";
+      case ColumnType::kVarchar: return "varchar(" + std::to_string(length) + ")";
+      case ColumnType::kText: return "text";
+      case ColumnType::kDateTime: return "datetime";
+      case ColumnType::kBit: return "bit";
     }
     return "text";
   }
-  std::string TempTable(std::string_view name) const override {
-    return "temp." + std::string(name);
-  }
+  std::string TempTable(std::string_view name) const override { return "temp." + std::string(name); }
   std::string CreateTempTable(std::string_view name,
                               const std::vector<ColumnDef>& columns) const override {
-    return "create temp table " +
-           CreateTable(name, columns).substr(std::string("create table ").size());
+    return "create temp table " + CreateTable(name, columns).substr(std::string("create table ").size());
   }
   std::string DropTempTableIfExists(std::string_view name) const override {
     return "drop table if exists temp." + std::string(name);
@@ -78,7 +67,8 @@ class SqliteDialect : public Dialect {
   std::string TempTableExists() const override {
     return "select 1 from sqlite_temp_master where type = 'table' and lower(name) = lower(?)";
   }
-  std::string SelectTop(int n, std::string_view select_list, std::string_view tail) const override {
+  std::string SelectTop(int n, std::string_view select_list,
+                        std::string_view tail) const override {
     return "select " + std::string(select_list) + " " + std::string(tail) + " limit " +
            std::to_string(n);
   }
@@ -101,26 +91,16 @@ class PostgresDialect : public Dialect {
   const char* name() const override { return "PostgreSQL"; }
   std::string TypeName(ColumnType type, int length) const override {
     switch (type) {
-      case ColumnType::kInt:
-        return "integer";
-      case ColumnType::kSmallInt:
-        return "smallint";
-      case ColumnType::kBigInt:
-        return "bigint";
-      case ColumnType::kDecimal:
-        return "numeric(23,10)";
-      case ColumnType::kMoney:
-        return "numeric(18,4)";
-      case ColumnType::kFloat:
-        return "double precision";
-      case ColumnType::kVarchar:
-        return "varchar(" + std::to_string(length) + ")";
-      case ColumnType::kText:
-        return "text";
-      case ColumnType::kDateTime:
-        return "timestamp";
-      case ColumnType::kBit:
-        return "smallint";
+      case ColumnType::kInt: return "integer";
+      case ColumnType::kSmallInt: return "smallint";
+      case ColumnType::kBigInt: return "bigint";
+      case ColumnType::kDecimal: return "numeric(23,10)";
+      case ColumnType::kMoney: return "numeric(18,4)";
+      case ColumnType::kFloat: return "double precision";
+      case ColumnType::kVarchar: return "varchar(" + std::to_string(length) + ")";
+      case ColumnType::kText: return "text";
+      case ColumnType::kDateTime: return "timestamp";
+      case ColumnType::kBit: return "smallint";
     }
     return "text";
   }
@@ -137,7 +117,8 @@ class PostgresDialect : public Dialect {
     return "select 1 from pg_catalog.pg_class c where c.relnamespace = pg_my_temp_schema()"
            " and c.relname = lower(?)";
   }
-  std::string SelectTop(int n, std::string_view select_list, std::string_view tail) const override {
+  std::string SelectTop(int n, std::string_view select_list,
+                        std::string_view tail) const override {
     return "select " + std::string(select_list) + " " + std::string(tail) + " limit " +
            std::to_string(n);
   }
@@ -161,26 +142,16 @@ class SqlServerDialect : public Dialect {
   const char* name() const override { return "SQL Server"; }
   std::string TypeName(ColumnType type, int length) const override {
     switch (type) {
-      case ColumnType::kInt:
-        return "int";
-      case ColumnType::kSmallInt:
-        return "smallint";
-      case ColumnType::kBigInt:
-        return "bigint";
-      case ColumnType::kDecimal:
-        return "decimal(23,10)";
-      case ColumnType::kMoney:
-        return "decimal(18,4)";
-      case ColumnType::kFloat:
-        return "float";
-      case ColumnType::kVarchar:
-        return "nvarchar(" + std::to_string(length) + ")";
-      case ColumnType::kText:
-        return "nvarchar(max)";
-      case ColumnType::kDateTime:
-        return "datetime";
-      case ColumnType::kBit:
-        return "bit";
+      case ColumnType::kInt: return "int";
+      case ColumnType::kSmallInt: return "smallint";
+      case ColumnType::kBigInt: return "bigint";
+      case ColumnType::kDecimal: return "decimal(23,10)";
+      case ColumnType::kMoney: return "decimal(18,4)";
+      case ColumnType::kFloat: return "float";
+      case ColumnType::kVarchar: return "nvarchar(" + std::to_string(length) + ")";
+      case ColumnType::kText: return "nvarchar(max)";
+      case ColumnType::kDateTime: return "datetime";
+      case ColumnType::kBit: return "bit";
     }
     return "nvarchar(max)";
   }
@@ -196,7 +167,8 @@ class SqlServerDialect : public Dialect {
   std::string TempTableExists() const override {
     return "select 1 where object_id('tempdb..#' + ?) is not null";
   }
-  std::string SelectTop(int n, std::string_view select_list, std::string_view tail) const override {
+  std::string SelectTop(int n, std::string_view select_list,
+                        std::string_view tail) const override {
     return "select top " + std::to_string(n) + " " + std::string(select_list) + " " +
            std::string(tail);
   }
@@ -224,12 +196,9 @@ class SqlServerDialect : public Dialect {
 
 std::unique_ptr<Dialect> MakeDialect(Engine engine) {
   switch (engine) {
-    case Engine::kSqlite:
-      return std::make_unique<SqliteDialect>();
-    case Engine::kPostgres:
-      return std::make_unique<PostgresDialect>();
-    case Engine::kSqlServer:
-      return std::make_unique<SqlServerDialect>();
+    case Engine::kSqlite: return std::make_unique<SqliteDialect>();
+    case Engine::kPostgres: return std::make_unique<PostgresDialect>();
+    case Engine::kSqlServer: return std::make_unique<SqlServerDialect>();
   }
   return std::make_unique<SqliteDialect>();
 }

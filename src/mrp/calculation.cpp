@@ -30,8 +30,6 @@ const std::vector<std::string>& ReportColumns() {
   return columns;
 }
 
-namespace {
-
 void CheckBomType(int bom_type) {
   if (bom_type != 1 && bom_type != 2) {
     throw Error(ErrorCategory::kInvalidInput,
@@ -40,6 +38,8 @@ void CheckBomType(int bom_type) {
                     "top of the net need)");
   }
 }
+
+namespace {
 
 // Quantity of a bill line for a parent quantity: mode 1 divides by the
 // yield, mode 2 adds the scrap on top. `per` is the quantity the bill is

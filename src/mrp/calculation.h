@@ -46,6 +46,10 @@ class BomIndex {
   std::set<int32_t> approved_in_use_;
 };
 
+// Refuses a system profile IC/BOMType other than 1 (scrap as a share of the
+// gross need) and 2 (scrap added on top).
+void CheckBomType(int bom_type);
+
 // The BOM child expansion of one bill: every leaf component over all levels
 // with its quantity grossed up for scrap, each row carrying the top-level
 // parent. Made components (classes 2 and 9) are exploded through their

@@ -235,12 +235,7 @@ class Report {
   }
 
   void SingleLevel() {
-    if (opt_.bom_type != 1 && opt_.bom_type != 2) {
-      throw Error(ErrorCategory::kInvalidInput,
-                  "system profile IC/BOMType is " + std::to_string(opt_.bom_type) +
-                      ": it must be 1 (scrap as a share of the gross need) or 2 (scrap added on "
-                      "top of the net need)");
-    }
+    CheckBomType(opt_.bom_type);
     std::vector<Need> added;
     // Sales-order demand takes one level of its product's in-use bills.
     for (const auto& v2 : needs_) {
@@ -387,16 +382,20 @@ class Report {
     AddTo(group, suggest, date);
   }
 
-  // The material code a folded row will show: MasterData fills it only for
-  // materials with a unit row.
-  const std::string* NumberOf(const OptInt& bom_item) const {
+  // The material whose master data a folded row shows: only materials with
+  // a unit row have it.
+  const Item* MasterItem(const OptInt& bom_item) const {
     if (!bom_item || *bom_item <= 0) return nullptr;
     auto it = in_.items.find(*bom_item);
     if (it == in_.items.end() || !it->second.unit_id ||
         !in_.unit_names.count(*it->second.unit_id)) {
       return nullptr;
     }
-    return it->second.number ? &*it->second.number : nullptr;
+    return &it->second;
+  }
+  const std::string* NumberOf(const OptInt& bom_item) const {
+    const Item* item = MasterItem(bom_item);
+    return item && item->number ? &*item->number : nullptr;
   }
 
   // One row per group, already in the report's order: by material code,
@@ -430,20 +429,15 @@ class Report {
 
   void MasterData() {
     for (auto& r : rows_) {
-      if (r.bom_item_id && *r.bom_item_id > 0) {
-        auto it = in_.items.find(*r.bom_item_id);
-        if (it != in_.items.end() && it->second.unit_id &&
-            in_.unit_names.count(*it->second.unit_id)) {
-          const Item& item = it->second;
-          r.item_prop_id = item.erp_cls;
-          r.item_number = item.number;
-          r.item_name = item.name;
-          r.item_model = item.model;
-          r.unit_id = item.unit_id;
-          r.unit_name = in_.unit_names.at(*item.unit_id);
-          r.save_qty = Dec(item.sec_inv);
-          r.qty_decimal = item.qty_decimal;
-        }
+      if (const Item* item = MasterItem(r.bom_item_id)) {
+        r.item_prop_id = item->erp_cls;
+        r.item_number = item->number;
+        r.item_name = item->name;
+        r.item_model = item->model;
+        r.unit_id = item->unit_id;
+        r.unit_name = in_.unit_names.at(*item->unit_id);
+        r.save_qty = Dec(item->sec_inv);
+        r.qty_decimal = item->qty_decimal;
       }
       r.item_prop = ItemPropText(r.item_prop_id);
     }
