@@ -12,8 +12,8 @@
 #include <string>
 
 #include "db/connection.h"
-#include "db/open_demand.h"
-#include "frame/record/json.h"
+#include "mrp/open_demand.h"
+#include "record/json.h"
 
 namespace mrpcalc::testing {
 namespace {
@@ -69,7 +69,7 @@ TEST_F(Command, ReportFormatsAndTheAutomationRouteAgree) {
 
   // The same demand through the published method, as the ERP's form calls it.
   auto c = db::Open(dsn_);
-  const auto demand = db::SelectDemand(*c, {"SEORD000001", "WORK000001"}, db::kTranProductionTask);
+  const auto demand = mrp::SelectDemand(*c, {"SEORD000001", "WORK000001"}, mrp::kTranProductionTask);
   c.reset();
   Json filter = {{"SubID", "SC"}, {"Expand", 1}, {"SourceData", ToJson(Variant(demand.source))}};
   const Json args = Json::array({ToJson(Variant(demand.lines)), filter, "", "", 1, 0});

@@ -1,7 +1,8 @@
 // Per-engine fresh databases.
 #include "db_fixture.h"
 
-#include "db/schema.h"
+#include "sample/demo_data.h"
+#include "schema/erp_schema.h"
 
 #include <unistd.h>
 
@@ -53,8 +54,8 @@ void DbTest::SetUp() {
 void DemoDbTest::SetUp() {
   DbTest::SetUp();
   if (IsSkipped()) return;
-  db::CreateErpSchema(conn(), false);
-  db::LoadDemoData(conn());
+  schema::CreateErpSchema(conn(), false);
+  sample::LoadDemoData(conn());
 }
 
 }  // namespace mrpcalc::testing

@@ -6,10 +6,11 @@
 
 #include <chrono>
 
-#include "db/open_demand.h"
-#include "db/schema.h"
+#include "mrp/open_demand.h"
+#include "sample/demo_data.h"
+#include "schema/erp_schema.h"
 #include "db_fixture.h"
-#include "frame/record/error.h"
+#include "record/error.h"
 
 namespace mrpcalc::testing {
 namespace {
@@ -57,7 +58,7 @@ TEST_P(Database, ExpressionsTypeByValue) {
 }
 
 TEST_P(Database, ApostrophesAndQuotesRoundTrip) {
-  db::CreateErpSchema(conn(), false);
+  schema::CreateErpSchema(conn(), false);
   const std::string name = "O'Brien \"Fasteners\"; drop table t_Supplier;--";
   conn().Execute("insert into t_Supplier (FItemID, FNumber, FName) values (?,?,?)",
                  {int32_t{9}, "S'09", name});
@@ -67,7 +68,7 @@ TEST_P(Database, ApostrophesAndQuotesRoundTrip) {
 }
 
 TEST_P(Database, IdListsAreParsedNeverSpliced) {
-  db::CreateErpSchema(conn(), false);
+  schema::CreateErpSchema(conn(), false);
   try {
     db::ParseIdList("1,2);drop table t_Item;--", "warehouse list");
     FAIL() << "a malformed list must be refused";
@@ -167,9 +168,9 @@ TEST_P(Database, RowsStreamToASink) {
 }
 
 TEST_P(Database, DemoDatabaseHoldsEveryCase) {
-  db::CreateErpSchema(conn(), false);
-  db::LoadDemoData(conn());
-  EXPECT_THROW(db::CreateErpSchema(conn(), false), Error);  // never over existing tables
+  schema::CreateErpSchema(conn(), false);
+  sample::LoadDemoData(conn());
+  EXPECT_THROW(schema::CreateErpSchema(conn(), false), Error);  // never over existing tables
   // Every material class, a bill not in use, a virtual warehouse, a negative
   // balance, a deleted supplier.
   EXPECT_EQ(conn().QueryValue("select count(distinct FErpClsID) from t_ICItem").ToLong(), 4);
@@ -182,15 +183,15 @@ TEST_P(Database, DemoDatabaseHoldsEveryCase) {
   EXPECT_EQ(conn().QueryValue("select FBeginDate from ICMO where FBillNo = ?", {"WORK000001"}),
             Variant(*Date::Parse("2026-12-01")));
 
-  const auto demand = db::ListOpenDemand(conn());
+  const auto demand = mrp::ListOpenDemand(conn());
   ASSERT_EQ(demand.size(), 7u);
   EXPECT_EQ(demand[1].bill_no, "SEORD000001");
   EXPECT_EQ(demand[1].entry_id, 2);
   EXPECT_DOUBLE_EQ(demand[1].open_qty, 6.0);  // 10 ordered, 4 delivered
-  EXPECT_EQ(demand.back().tran_type, db::kTranOutsourcingTask);
+  EXPECT_EQ(demand.back().tran_type, mrp::kTranOutsourcingTask);
   EXPECT_EQ(demand.back().item_name, "车轮组件");
 
-  db::CreateErpSchema(conn(), true);  // --replace starts again from empty tables
+  schema::CreateErpSchema(conn(), true);  // --replace starts again from empty tables
   EXPECT_EQ(conn().QueryValue("select count(*) from t_ICItem").ToLong(), 0);
 }
 

@@ -1,6 +1,6 @@
 // Required dates of demand lines, on every engine (demo database).
 #include "db_fixture.h"
-#include "frame/record/error.h"
+#include "record/error.h"
 #include "mrp/loader.h"
 
 namespace mrpcalc::testing {

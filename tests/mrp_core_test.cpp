@@ -1,7 +1,7 @@
 // The MRP calculation core on in-memory data.
 #include <gtest/gtest.h>
 
-#include "frame/record/error.h"
+#include "record/error.h"
 #include "mrp/calculation.h"
 
 namespace mrpcalc::mrp {

@@ -6,11 +6,11 @@
 #include <fstream>
 #include <sstream>
 
-#include "bench/synthetic.h"
-#include "db/open_demand.h"
-#include "db/schema.h"
+#include "sample/synthetic.h"
+#include "mrp/open_demand.h"
+#include "schema/erp_schema.h"
 #include "db_fixture.h"
-#include "frame/record/json.h"
+#include "record/json.h"
 #include "mrp/mrp_data_info.h"
 #include "services/host_config.h"
 
@@ -206,12 +206,12 @@ TEST_P(MrpSynthetic, SameReportAsOnSqlite) {
   const std::string reference = FreshDsn("sqlite");
   for (const std::string& dsn : {dsn(), reference}) {
     auto c = db::Open(dsn);
-    db::CreateErpSchema(*c, true);
-    bench::GenerateSynthetic(*c, 0.25);
+    schema::CreateErpSchema(*c, true);
+    sample::GenerateSynthetic(*c, 0.25);
   }
   const Host host = MakeStandaloneHost(HostConfig{});
   auto report = [&](const std::string& dsn, int expand) {
-    auto demand = db::SelectDemand(*db::Open(dsn), {}, db::kTranProductionTask);
+    auto demand = mrp::SelectDemand(*db::Open(dsn), {}, mrp::kTranProductionTask);
     auto filter = Dictionary::Create();
     filter->Set("SubID", "SC");
     filter->Set("Expand", expand);

@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <random>
 
-#include "frame/record/error.h"
-#include "frame/record/json.h"
-#include "frame/record/recordset.h"
-#include "frame/record/text.h"
-#include "frame/record/variant.h"
+#include "record/error.h"
+#include "record/json.h"
+#include "record/recordset.h"
+#include "record/text.h"
+#include "record/variant.h"
 
 namespace mrpcalc {
 namespace {

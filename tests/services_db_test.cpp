@@ -6,7 +6,7 @@
 #include <fstream>
 #include <set>
 
-#include "db/schema.h"
+#include "schema/erp_schema.h"
 #include "db_fixture.h"
 #include "frame/component.h"
 #include "services/host_config.h"

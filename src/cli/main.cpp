@@ -6,19 +6,21 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <set>
 #include <sstream>
 
-#include "bench/synthetic.h"
+#include "sample/synthetic.h"
 #include "component/registry.h"
 #include "db/connection.h"
-#include "db/open_demand.h"
-#include "db/schema.h"
-#include "frame/record/error.h"
-#include "frame/record/json.h"
-#include "frame/record/text.h"
+#include "mrp/open_demand.h"
+#include "sample/demo_data.h"
+#include "schema/erp_schema.h"
+#include "record/error.h"
+#include "record/json.h"
+#include "record/text.h"
 #include "mrp/mrp_data_info.h"
 #include "services/host_config.h"
 
@@ -28,11 +30,11 @@ using namespace mrpcalc;
 
 const char* TranTypeName(int tran_type) {
   switch (tran_type) {
-    case db::kTranSalesOrder:
+    case mrp::kTranSalesOrder:
       return "sales order";
-    case db::kTranProductionTask:
+    case mrp::kTranProductionTask:
       return "production task";
-    case db::kTranOutsourcingTask:
+    case mrp::kTranOutsourcingTask:
       return "outsourcing task";
   }
   return "other";
@@ -40,15 +42,15 @@ const char* TranTypeName(int tran_type) {
 
 int RunInit(const std::string& dsn, bool demo, bool replace) {
   auto connection = db::Open(dsn);
-  db::CreateErpSchema(*connection, replace);
-  if (demo) db::LoadDemoData(*connection);
+  schema::CreateErpSchema(*connection, replace);
+  if (demo) sample::LoadDemoData(*connection);
   fmt::print("created the ERP tables{} in {}\n", demo ? " with demo data" : "",
              connection->description());
   return 0;
 }
 
 void PrintOpenDemand(db::Connection& connection) {
-  const auto lines = db::ListOpenDemand(connection);
+  const auto lines = mrp::ListOpenDemand(connection);
   fmt::print("Open demand in {}: {} line(s)\n\n", connection.description(), lines.size());
   fmt::print("{:<17} {:<12} {:>5}  {:<6} {:<12} {:>10} {:<4}  {}\n", "source", "bill", "line",
              "item", "name", "open qty", "unit", "needed from");
@@ -74,8 +76,8 @@ struct MrpOptions {
 
 // The demand of the named bills, as the MRP selection form hands it over.
 std::pair<VectorPtr, VectorPtr> DemandOf(db::Connection& c, const MrpOptions& o) {
-  const int task_code = o.sub_id == "WW" ? db::kTranOutsourcingTask : db::kTranProductionTask;
-  auto selection = db::SelectDemand(c, o.bills, task_code);
+  const int task_code = o.sub_id == "WW" ? mrp::kTranOutsourcingTask : mrp::kTranProductionTask;
+  auto selection = mrp::SelectDemand(c, o.bills, task_code);
   return {selection.lines, selection.source};
 }
 
@@ -86,6 +88,32 @@ std::string Show(const Variant& v) {
   return v.ToText();
 }
 
+void WriteToStdout(std::string_view chunk) { std::fwrite(chunk.data(), 1, chunk.size(), stdout); }
+
+// The answer of a call, streamed: the same text as the document
+// {"result", "resultType", "byref", "messages"} printed with two blanks
+// per level. Every string is checked first, so that an answer is printed
+// whole or not at all.
+void WriteAnswer(const CallResult& r) {
+  auto by_ref = Dictionary::Create();
+  for (const auto& [name, value] : r.by_ref) by_ref->Set(name, value);
+  CheckJsonText(r.result);
+  CheckJsonText(Variant(by_ref));
+  for (const auto& m : r.messages) CheckJsonString(m);
+  JsonWriter out(WriteToStdout, 1 << 20);
+  out.Raw("{\n  \"result\": ");
+  out.Value(r.result, 2);
+  out.Raw(",\n  \"resultType\": ");
+  out.String(VariantTypeName(r.result.type()));
+  out.Raw(",\n  \"byref\": ");
+  out.Value(Variant(by_ref), 2);
+  out.Raw(",\n  \"messages\": ");
+  out.Strings(r.messages, 2);
+  out.Raw("\n}\n");
+  out.Flush();
+  std::fflush(stdout);
+}
+
 std::string CsvField(const Variant& v) {
   std::string text = v.IsNull() || v.IsEmpty() ? "" : v.ToText();
   if (text.find_first_of(",\"\n") == std::string::npos) return text;
@@ -94,7 +122,12 @@ std::string CsvField(const Variant& v) {
 
 void PrintReport(const VectorPtr& rows, const std::string& format) {
   if (format == "json") {
-    std::cout << ToJson(Variant(rows)).dump(2) << "\n";
+    CheckJsonText(Variant(rows));
+    std::cout.flush();
+    JsonWriter out(WriteToStdout);
+    out.Value(Variant(rows), 0);
+    out.Raw("\n");
+    out.Flush();
     return;
   }
   if (format == "csv") {
@@ -146,8 +179,8 @@ int RunMrp(const MrpOptions& o) {
 
 int RunBenchGenerate(const std::string& dsn, double scale) {
   auto connection = db::Open(dsn);
-  db::CreateErpSchema(*connection, true);
-  bench::GenerateSynthetic(*connection, scale);
+  schema::CreateErpSchema(*connection, true);
+  sample::GenerateSynthetic(*connection, scale);
   fmt::print("generated a synthetic ERP database at scale {} in {}\n", scale,
              connection->description());
   return 0;
@@ -193,8 +226,8 @@ int RunBench(const std::string& dsn, int repeat, int form) {
 int RunDemo(const std::string& dsn) {
   auto connection = db::Open(dsn);
   if (!connection->TableExists("t_ICItem")) {
-    db::CreateErpSchema(*connection, false);
-    db::LoadDemoData(*connection);
+    schema::CreateErpSchema(*connection, false);
+    sample::LoadDemoData(*connection);
     fmt::print("created the demo database {}\n", connection->description());
   }
   PrintOpenDemand(*connection);
@@ -227,26 +260,19 @@ int RunCall(const std::string& prog_id, const std::string& method, const std::st
     std::vector<Variant> args;
     const std::string text = ReadArgs(args_text);
     if (!text.empty()) {
-      Json parsed;
+      JsonArguments parsed;
       try {
-        parsed = Json::parse(text);
+        parsed = ReadJsonArguments(text);
       } catch (const Json::parse_error& e) {
         ThrowInvalid(std::string("--args is not valid JSON: ") + e.what());
       }
-      if (!parsed.is_array())
+      if (!parsed.is_array)
         ThrowInvalid("--args must be a JSON array of the arguments after sDsn");
-      for (const auto& a : parsed) args.push_back(FromJson(a));
+      args = std::move(parsed.values);
     }
     const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
     const CallResult r = Invoke(PublicClasses(), host, prog_id, method, args, dsn);
-    Json out = Json::object();
-    out["result"] = ToJson(r.result);
-    out["resultType"] = VariantTypeName(r.result.type());
-    Json by_ref = Json::object();
-    for (const auto& [name, value] : r.by_ref) by_ref[name] = ToJson(value);
-    out["byref"] = std::move(by_ref);
-    out["messages"] = r.messages;
-    std::cout << out.dump(2) << "\n";
+    WriteAnswer(r);
     return 0;
   } catch (const Error& e) {
     Json err = {{"error", {{"number", e.number()}, {"description", e.what()}}}};

@@ -5,10 +5,29 @@
 #include <limits>
 
 #include "db/backends.h"
-#include "frame/record/error.h"
-#include "frame/record/text.h"
+#include "record/error.h"
+#include "record/text.h"
 
 namespace mrpcalc::db {
+
+std::string LabelAsSpelled(std::string_view sql, const std::string& label) {
+  auto word_char = [](char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
+  };
+  size_t i = 0;
+  while (i < sql.size()) {
+    if (!word_char(sql[i])) {
+      ++i;
+      continue;
+    }
+    size_t end = i;
+    while (end < sql.size() && word_char(sql[end])) ++end;
+    const std::string_view word = sql.substr(i, end - i);
+    if (EqualsIgnoringCase(word, label)) return std::string(word);
+    i = end;
+  }
+  return label;
+}
 
 RecordSetPtr Connection::Query(std::string_view sql, const Params& params) {
   std::vector<std::string> columns;

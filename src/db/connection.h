@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "db/dialect.h"
-#include "frame/record/recordset.h"
-#include "frame/record/variant.h"
+#include "record/recordset.h"
+#include "record/variant.h"
 
 namespace mrpcalc::db {
 

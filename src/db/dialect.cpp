@@ -1,8 +1,8 @@
 // The three dialects: SQLite, PostgreSQL and SQL Server.
 #include "db/dialect.h"
 
-#include "frame/record/error.h"
-#include "frame/record/variant.h"
+#include "record/error.h"
+#include "record/variant.h"
 
 namespace mrpcalc::db {
 

@@ -9,7 +9,7 @@
 #include <unordered_map>
 
 #include "db/backends.h"
-#include "frame/record/error.h"
+#include "record/error.h"
 
 namespace mrpcalc::db {
 namespace {
@@ -343,7 +343,7 @@ class OdbcConnection : public Connection {
       std::string label =
           Utf16ToUtf8(reinterpret_cast<const char16_t*>(name),
                       std::min<size_t>(static_cast<size_t>(name_len), std::size(name) - 1));
-      if (columns) columns->push_back(dialect_->FoldsNames() ? CanonicalLabel(label) : label);
+      if (columns) columns->push_back(dialect_->FoldsNames() ? LabelAsSpelled(sql, label) : label);
       types.push_back(type);
     }
     std::vector<Variant> row;

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "db/backends.h"
-#include "frame/record/error.h"
+#include "record/error.h"
 
 namespace mrpcalc::db {
 namespace {

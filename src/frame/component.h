@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "frame/host.h"
-#include "frame/record/error.h"
-#include "frame/record/variant.h"
+#include "record/error.h"
+#include "record/variant.h"
 
 namespace mrpcalc {
 

@@ -1,7 +1,7 @@
 // Stand-alone transaction context and caller-held units of work.
 #include "frame/context.h"
 
-#include "frame/record/error.h"
+#include "record/error.h"
 
 namespace mrpcalc {
 namespace {

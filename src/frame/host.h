@@ -12,7 +12,7 @@
 
 #include "db/connection.h"
 #include "frame/context.h"
-#include "frame/record/date.h"
+#include "record/date.h"
 
 namespace mrpcalc {
 

@@ -1,9 +1,9 @@
 // Login property string.
 #include "frame/props.h"
 
-#include "frame/record/error.h"
-#include "frame/record/text.h"
-#include "frame/record/variant.h"
+#include "record/error.h"
+#include "record/text.h"
+#include "record/variant.h"
 
 namespace mrpcalc {
 

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "frame/record/error.h"
-#include "frame/record/variant.h"
+#include "record/error.h"
+#include "record/variant.h"
 
 namespace mrpcalc::mrp {
 

@@ -6,7 +6,7 @@
 #include <set>
 #include <string_view>
 
-#include "frame/record/error.h"
+#include "record/error.h"
 
 namespace mrpcalc::mrp {
 namespace {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "db/connection.h"
-#include "frame/record/variant.h"
+#include "record/variant.h"
 #include "mrp/model.h"
 
 namespace mrpcalc::mrp {

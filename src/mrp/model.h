@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "frame/record/date.h"
+#include "record/date.h"
 
 namespace mrpcalc::mrp {
 
@@ -32,6 +32,8 @@ inline constexpr int32_t kClsSelfMade = 3;
 inline constexpr int32_t kClsMadeVirtual = 9;  // exploded like an assembled part
 inline constexpr int32_t kTranMaterialRow = 0;
 inline constexpr int32_t kTranSalesOrder = 81;
+inline constexpr int32_t kTranProductionTask = 85;
+inline constexpr int32_t kTranOutsourcingTask = 91;
 
 // Which task bills the demand may hold ("SubID").
 struct TaskKind {

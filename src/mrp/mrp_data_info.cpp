@@ -6,7 +6,7 @@
 #include <set>
 #include <unordered_map>
 
-#include "frame/record/text.h"
+#include "record/text.h"
 #include "mrp/calculation.h"
 #include "mrp/loader.h"
 #include "services/profile.h"

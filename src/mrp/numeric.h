@@ -6,8 +6,8 @@
 #include <cmath>
 #include <string>
 
-#include "frame/record/error.h"
-#include "frame/record/variant.h"
+#include "record/error.h"
+#include "record/variant.h"
 #include "mrp/model.h"
 
 namespace mrpcalc::mrp {

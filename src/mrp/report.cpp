@@ -6,8 +6,8 @@
 #include <tuple>
 #include <unordered_map>
 
-#include "frame/record/error.h"
-#include "frame/record/variant.h"
+#include "record/error.h"
+#include "record/variant.h"
 #include "mrp/calculation.h"
 #include "mrp/numeric.h"
 

@@ -7,9 +7,9 @@
 #include <map>
 
 #include "db/connection.h"
-#include "frame/record/error.h"
-#include "frame/record/text.h"
-#include "frame/record/variant.h"
+#include "record/error.h"
+#include "record/text.h"
+#include "record/variant.h"
 #include "services/messages.h"
 #include "services/numbering.h"
 

@@ -4,8 +4,8 @@
 #include <unordered_map>
 
 #include "frame/props.h"
-#include "frame/record/text.h"
-#include "frame/record/variant.h"
+#include "record/text.h"
+#include "record/variant.h"
 
 namespace mrpcalc {
 namespace {

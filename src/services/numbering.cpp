@@ -3,8 +3,8 @@
 
 #include <cstdio>
 
-#include "db/schema.h"
-#include "frame/record/error.h"
+#include "schema/erp_schema.h"
+#include "record/error.h"
 
 namespace mrpcalc {
 namespace {
@@ -30,7 +30,7 @@ int32_t Bump(db::Connection& c, const std::string& table, const std::string& cou
 
 void EnsureCounters(db::Connection& c) {
   if (!c.TableExists("mrpcalc_InteriorID") || !c.TableExists("mrpcalc_BillNumber")) {
-    db::EnsureOwnTables(c);
+    schema::EnsureOwnTables(c);
   }
 }
 

@@ -14,7 +14,7 @@
 #include <variant>
 #include <vector>
 
-#include "frame/record/date.h"
+#include "record/date.h"
 
 namespace mrpcalc {
 

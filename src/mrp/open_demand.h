@@ -6,15 +6,11 @@
 #include <vector>
 
 #include "db/connection.h"
-#include "frame/record/date.h"
-#include "frame/record/variant.h"
+#include "mrp/model.h"
+#include "record/date.h"
+#include "record/variant.h"
 
-namespace mrpcalc::db {
-
-// ERP source type codes.
-inline constexpr int kTranSalesOrder = 81;
-inline constexpr int kTranProductionTask = 85;
-inline constexpr int kTranOutsourcingTask = 91;
+namespace mrpcalc::mrp {
 
 struct OpenDemandLine {
   int tran_type = 0;
@@ -30,7 +26,7 @@ struct OpenDemandLine {
 };
 
 // Ordered by type, bill number and line.
-std::vector<OpenDemandLine> ListOpenDemand(Connection& connection);
+std::vector<OpenDemandLine> ListOpenDemand(db::Connection& connection);
 
 // What the MRP selection form hands to the report for the chosen bills: the
 // demand lines (vctListData: Ftrantype, FItemID, FinterID, FEntryID,
@@ -42,7 +38,7 @@ struct DemandSelection {
   VectorPtr lines;
   VectorPtr source;
 };
-DemandSelection SelectDemand(Connection& connection, const std::vector<std::string>& bills,
+DemandSelection SelectDemand(db::Connection& connection, const std::vector<std::string>& bills,
                              int task_code);
 
-}  // namespace mrpcalc::db
+}  // namespace mrpcalc::mrp

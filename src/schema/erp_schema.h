@@ -9,11 +9,11 @@
 
 #include "db/connection.h"
 
-namespace mrpcalc::db {
+namespace mrpcalc::schema {
 
 struct TableDef {
   std::string name;
-  std::vector<ColumnDef> columns;
+  std::vector<db::ColumnDef> columns;
   std::vector<std::string> primary_key;
   // Secondary indexes, each a list of columns, as the ERP keeps them for
   // the lookups mrpcalc makes.
@@ -27,11 +27,8 @@ const std::vector<TableDef>& OwnTables();
 
 // Creates every ERP table and owned table in one transaction. Throws when a
 // table already exists, unless `replace` drops it first.
-void CreateErpSchema(Connection& connection, bool replace);
+void CreateErpSchema(db::Connection& connection, bool replace);
 // Creates the owned tables that are missing; safe to call on every start.
-void EnsureOwnTables(Connection& connection);
+void EnsureOwnTables(db::Connection& connection);
 
-// Fills a freshly created database with a small manufacturer (see demo.cpp).
-void LoadDemoData(Connection& connection);
-
-}  // namespace mrpcalc::db
+}  // namespace mrpcalc::schema

@@ -1,5 +1,5 @@
 // Error root implementation.
-#include "frame/record/error.h"
+#include "record/error.h"
 
 namespace mrpcalc {
 

@@ -3,11 +3,11 @@
 
 #include "db/connection.h"
 
-namespace mrpcalc::bench {
+namespace mrpcalc::sample {
 
 // Scale 1 means 10,000 items, 2,000 in-use bills up to 6 levels deep and
 // 2,500 open sales-order lines; everything else grows in proportion.
 // Fills an empty database (the ERP tables must exist). Deterministic.
 void GenerateSynthetic(db::Connection& connection, double scale);
 
-}  // namespace mrpcalc::bench
+}  // namespace mrpcalc::sample

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/record/variant.h"
+#include "record/variant.h"
 
 namespace mrpcalc {
 

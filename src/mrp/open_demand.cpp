@@ -1,9 +1,12 @@
 // Open demand query.
-#include "db/open_demand.h"
+#include "mrp/open_demand.h"
 
 #include <set>
 
-namespace mrpcalc::db {
+namespace mrpcalc::mrp {
+
+using db::Connection;
+
 namespace {
 
 constexpr const char* kOpenSalesLines =
@@ -82,4 +85,4 @@ DemandSelection SelectDemand(Connection& connection, const std::vector<std::stri
   return out;
 }
 
-}  // namespace mrpcalc::db
+}  // namespace mrpcalc::mrp

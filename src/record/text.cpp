@@ -1,5 +1,5 @@
 // Text cutters.
-#include "frame/record/text.h"
+#include "record/text.h"
 
 namespace mrpcalc {
 

@@ -1,12 +1,14 @@
 // Synthetic ERP data: items in 7 levels (0 products .. 6 raw materials), a
 // bill for every made item whose lines point one level down, stock, open
 // purchase orders, history, and open sales orders for the products.
-#include "bench/synthetic.h"
+#include "sample/synthetic.h"
+
+#include <algorithm>
 
 #include <cmath>
 #include <random>
 
-namespace mrpcalc::bench {
+namespace mrpcalc::sample {
 
 void GenerateSynthetic(db::Connection& c, double scale) {
   const int items = std::max(50, static_cast<int>(10000 * scale));
@@ -78,4 +80,4 @@ void GenerateSynthetic(db::Connection& c, double scale) {
   tx.Commit();
 }
 
-}  // namespace mrpcalc::bench
+}  // namespace mrpcalc::sample

@@ -1,7 +1,7 @@
 // Record set conversion into Dictionary rows.
-#include "frame/record/recordset.h"
+#include "record/recordset.h"
 
-#include "frame/record/error.h"
+#include "record/error.h"
 
 namespace mrpcalc {
 

@@ -7,10 +7,17 @@
 // several suppliers, one of them deleted; users with and without rights.
 #include <initializer_list>
 
-#include "db/schema.h"
-#include "frame/record/date.h"
+#include "sample/demo_data.h"
 
-namespace mrpcalc::db {
+#include "record/date.h"
+
+namespace mrpcalc::sample {
+
+using db::Connection;
+using db::Params;
+using db::Placeholders;
+using db::Transaction;
+
 namespace {
 
 void Insert(Connection& c, const std::string& table, const std::string& columns,
@@ -224,4 +231,4 @@ void LoadDemoData(Connection& c) {
   tx.Commit();
 }
 
-}  // namespace mrpcalc::db
+}  // namespace mrpcalc::sample

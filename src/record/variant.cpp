@@ -1,5 +1,5 @@
 // Variant conversions and the two collections.
-#include "frame/record/variant.h"
+#include "record/variant.h"
 
 #include <charconv>
 #include <cmath>
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <limits>
 
-#include "frame/record/error.h"
+#include "record/error.h"
 
 namespace mrpcalc {
 

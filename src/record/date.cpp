@@ -1,5 +1,5 @@
 // Date arithmetic on a day count (proleptic Gregorian calendar).
-#include "frame/record/date.h"
+#include "record/date.h"
 
 #include <chrono>
 #include <cstdio>

@@ -1,13 +1,18 @@
 // ERP table definitions. Types follow the ERP's own where the original
 // statements reveal them (decimal(23,10) quantities, varchar codes).
-#include "db/schema.h"
+#include "schema/erp_schema.h"
 
 #include <unordered_map>
 
-#include "db/backends.h"
-#include "frame/record/error.h"
+#include "record/error.h"
 
-namespace mrpcalc::db {
+namespace mrpcalc::schema {
+
+using db::ColumnDef;
+using db::ColumnType;
+using db::Connection;
+using db::Transaction;
+
 namespace {
 
 ColumnDef Int(const char* name, const char* def = "") { return {name, ColumnType::kInt, 0, def}; }
@@ -218,16 +223,6 @@ std::vector<TableDef> BuildOwnTables() {
 }
 
 // Result labels that our own queries produce besides table columns.
-const char* const kExtraLabels[] = {
-    "FAuxPropName", "FBSUnitID",       "FAuxUnitID",   "FBSUnitName",   "FAllStockQty",
-    "FActualQty",   "FStockQty",       "FItemName",    "FItemNumber",   "FItemModel",
-    "FSupplyName",  "FSupplyNumber",   "FOrderQty",    "FPlanQty",      "FVDate",
-    "FFinishDate",  "FKey",            "FIsMerge",     "FStartKey",     "FEndKey",
-    "FMergeSumQty", "FPurchaseUnFinishQty", "FClose", "FMemo",        "FDiscountRate",
-    "FBOMItemID",   "FBomInterID",     "FBomEntryID",  "FPItemID",      "FSuggestQty",
-    "FChildQty",    "FSourceNO",       "FUnitName",    "FAuxProp",      "FItemProp",
-    "FItemPropID",  "FNeedQty",        "FOpenQty",     "FDestroyRate",  "FFinal",
-};
 
 }  // namespace
 
@@ -241,20 +236,6 @@ const std::vector<TableDef>& OwnTables() {
   return tables;
 }
 
-std::string CanonicalLabel(const std::string& label) {
-  static const std::unordered_map<std::string, std::string> names = [] {
-    std::unordered_map<std::string, std::string> map;
-    for (const char* extra : kExtraLabels) map.emplace(FoldKey(extra), extra);
-    for (const auto* list : {&ErpTables(), &OwnTables()}) {
-      for (const auto& table : *list) {
-        for (const auto& column : table.columns) map.emplace(FoldKey(column.name), column.name);
-      }
-    }
-    return map;
-  }();
-  auto it = names.find(FoldKey(label));
-  return it == names.end() ? label : it->second;
-}
 
 void CreateErpSchema(Connection& connection, bool replace) {
   Transaction tx(connection);
@@ -294,4 +275,4 @@ void EnsureOwnTables(Connection& connection) {
   }
 }
 
-}  // namespace mrpcalc::db
+}  // namespace mrpcalc::schema

@@ -1,0 +1,504 @@
+// Variant <-> JSON: through a document, or streamed.
+#include "record/json.h"
+
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "record/error.h"
+#include "record/recordset.h"
+
+namespace mrpcalc {
+
+Json ToJson(const Variant& value) {
+  switch (value.type()) {
+    case VariantType::kEmpty:
+    case VariantType::kNull: return nullptr;
+    case VariantType::kBoolean: return *value.AsBoolean();
+    case VariantType::kLong: return *value.AsLong();
+    case VariantType::kDouble: {
+      const double d = *value.AsDouble();
+      if (!std::isfinite(d)) return nullptr;
+      return d;
+    }
+    case VariantType::kString: return *value.AsString();
+    case VariantType::kDate: return value.AsDate()->ToString();
+    case VariantType::kDictionary: {
+      Json out = Json::object();
+      const auto& d = *value.AsDictionary();
+      for (size_t i = 0; i < d.size(); ++i) out[d.key(i)] = ToJson(d.value(i));
+      return out;
+    }
+    case VariantType::kVector: {
+      Json out = Json::array();
+      for (const auto& row : value.AsVector()->rows()) out.push_back(ToJson(Variant(row)));
+      return out;
+    }
+    case VariantType::kObject: {
+      Json out = Json::array();
+      if (auto rs = std::dynamic_pointer_cast<RecordSet>(value.AsObject())) {
+        for (const auto& row : rs->rows()) {
+          Json obj = Json::object();
+          for (size_t i = 0; i < rs->columns().size(); ++i) obj[rs->columns()[i]] = ToJson(row[i]);
+          out.push_back(std::move(obj));
+        }
+      }
+      return out;
+    }
+  }
+  return nullptr;
+}
+
+Variant FromJson(const Json& json) {
+  switch (json.type()) {
+    case Json::value_t::null: return Variant::Null();
+    case Json::value_t::boolean: return Variant(json.get<bool>());
+    case Json::value_t::number_integer:
+    case Json::value_t::number_unsigned: {
+      if (json.is_number_unsigned() &&
+          json.get<uint64_t>() > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
+        return Variant(json.get<double>());
+      }
+      return Variant::FromInt64(json.get<int64_t>());
+    }
+    case Json::value_t::number_float: {
+      const double d = json.get<double>();
+      if (std::trunc(d) == d && d >= std::numeric_limits<int32_t>::min() &&
+          d <= std::numeric_limits<int32_t>::max()) {
+        return Variant(static_cast<int32_t>(d));
+      }
+      return Variant(d);
+    }
+    case Json::value_t::string: return Variant(json.get<std::string>());
+    case Json::value_t::object: {
+      auto dict = Dictionary::Create();
+      for (auto it = json.begin(); it != json.end(); ++it) dict->Set(it.key(), FromJson(it.value()));
+      return Variant(dict);
+    }
+    case Json::value_t::array: {
+      auto vec = Vector::Create();
+      for (const auto& element : json) {
+        if (!element.is_object()) {
+          ThrowInvalid("a JSON array stands for a Vector of rows and may hold objects only");
+        }
+        vec->Add(FromJson(element).AsDictionary());
+      }
+      return Variant(vec);
+    }
+    default: ThrowInvalid("unsupported JSON value");
+  }
+}
+
+namespace {
+
+constexpr const char* kNotRows = "a JSON array stands for a Vector of rows and may hold objects only";
+
+Variant FromJsonFloat(double d) {
+  if (std::trunc(d) == d && d >= std::numeric_limits<int32_t>::min() &&
+      d <= std::numeric_limits<int32_t>::max()) {
+    return Variant(static_cast<int32_t>(d));
+  }
+  return Variant(d);
+}
+
+// Builds variants from the parser's events. Values are made as FromJson
+// makes them from the document the same text would give: a key repeated in
+// one object keeps its first place and its last value, then the members
+// become a Dictionary in order. Errors of meaning are kept until the whole
+// text has parsed, so that a syntax error anywhere is what is reported, as
+// when the document is built first.
+class ArgumentReader {
+ public:
+  explicit ArgumentReader(JsonArguments& out) : out_(out) {}
+
+  bool null() { return Done(Variant::Null()); }
+  bool boolean(bool b) { return Done(Variant(b)); }
+  bool number_integer(int64_t v) { return Done(Variant::FromInt64(v)); }
+  bool number_unsigned(uint64_t v) {
+    if (v > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) {
+      return Done(Variant(static_cast<double>(v)));
+    }
+    return Done(Variant::FromInt64(static_cast<int64_t>(v)));
+  }
+  bool number_float(double v, const std::string&) { return Done(FromJsonFloat(v)); }
+  bool string(std::string& v) { return Done(Variant(std::move(v))); }
+  bool binary(Json::binary_t&) { return Unsupported(); }
+
+  bool start_object(std::size_t) {
+    frames_.push_back(Frame{Frame::kObject});
+    return true;
+  }
+  bool key(std::string& k) {
+    frames_.back().key = std::move(k);
+    return true;
+  }
+  bool end_object() {
+    Frame frame = std::move(frames_.back());
+    frames_.pop_back();
+    return Done(Variant(MakeRow(frame)));
+  }
+  bool start_array(std::size_t) {
+    if (frames_.empty()) {
+      out_.is_array = true;
+      frames_.push_back(Frame{Frame::kList});
+    } else {
+      frames_.push_back(Frame{Frame::kRows});
+      frames_.back().rows = Vector::Create();
+    }
+    return true;
+  }
+  bool end_array() {
+    Frame frame = std::move(frames_.back());
+    frames_.pop_back();
+    if (frame.kind == Frame::kList) return true;
+    return Done(Variant(std::move(frame.rows)));
+  }
+
+  template <class Exception>
+  bool parse_error(std::size_t, const std::string&, const Exception& ex) {
+    throw ex;
+  }
+
+  void Finish() {
+    if (!out_.is_array) {
+      out_.values.clear();
+      return;
+    }
+    if (!error_.empty()) ThrowInvalid(error_);
+  }
+
+ private:
+  struct Frame {
+    enum Kind { kList, kRows, kObject } kind;
+    VectorPtr rows;                                      // kRows
+    std::vector<std::pair<std::string, Variant>> members;  // kObject
+    std::string key;                                     // kObject: the member being read
+    KeyList shape;  // kRows: the keys of the last row, shared by rows alike
+  };
+
+  bool Unsupported() {
+    if (error_.empty()) error_ = "unsupported JSON value";
+    return Done(Variant());
+  }
+
+  bool Done(Variant value) {
+    if (frames_.empty()) return true;  // a lone value, not an argument list
+    Frame& parent = frames_.back();
+    switch (parent.kind) {
+      case Frame::kList: out_.values.push_back(std::move(value)); break;
+      case Frame::kRows:
+        if (value.type() != VariantType::kDictionary) {
+          if (error_.empty()) error_ = kNotRows;
+        } else {
+          parent.rows->Add(value.AsDictionary());
+        }
+        break;
+      case Frame::kObject: {
+        for (auto& [name, slot] : parent.members) {
+          if (name == parent.key) {
+            slot = std::move(value);
+            return true;
+          }
+        }
+        parent.members.emplace_back(std::move(parent.key), std::move(value));
+        break;
+      }
+    }
+    return true;
+  }
+
+  // Rows of one shape (the common case: every row of a list has the same
+  // keys) share one key list; anything else goes through Set.
+  DictionaryPtr MakeRow(Frame& object) {
+    Frame* rows = frames_.empty() || frames_.back().kind != Frame::kRows ? nullptr : &frames_.back();
+    auto& members = object.members;
+    if (rows && rows->shape && rows->shape->size() == members.size()) {
+      bool same = true;
+      for (size_t i = 0; i < members.size() && same; ++i) same = (*rows->shape)[i] == members[i].first;
+      if (same) return Fill(Dictionary::Create(rows->shape), members);
+    }
+    auto row = Dictionary::Create();
+    for (auto& [name, value] : members) row->Set(name, std::move(value));
+    if (rows && row->size() == members.size()) {
+      std::vector<std::string> keys;
+      keys.reserve(members.size());
+      for (size_t i = 0; i < row->size(); ++i) keys.push_back(row->key(i));
+      rows->shape = MakeKeyList(std::move(keys));
+      auto shared = Dictionary::Create(rows->shape);
+      for (size_t i = 0; i < row->size(); ++i) shared->SetAt(i, row->value(i));
+      return shared;
+    }
+    return row;
+  }
+
+  static DictionaryPtr Fill(DictionaryPtr row,
+                            std::vector<std::pair<std::string, Variant>>& members) {
+    for (size_t i = 0; i < members.size(); ++i) row->SetAt(i, std::move(members[i].second));
+    return row;
+  }
+
+  JsonArguments& out_;
+  std::vector<Frame> frames_;
+  std::string error_;  // the first error of meaning, reported after parsing
+};
+
+// Valid UTF-8 as the JSON library checks it: no overlong forms, no
+// surrogates, nothing past U+10FFFF, no sequence cut short.
+bool IsValidUtf8(std::string_view s) {
+  const auto* p = reinterpret_cast<const unsigned char*>(s.data());
+  const size_t n = s.size();
+  size_t i = 0;
+  while (i < n) {
+    const unsigned char c = p[i];
+    if (c < 0x80) {
+      ++i;
+      continue;
+    }
+    size_t len = 0;
+    unsigned char lo = 0x80, hi = 0xBF;  // range of the second byte
+    if (c >= 0xC2 && c <= 0xDF) {
+      len = 2;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      len = 3;
+      if (c == 0xE0) lo = 0xA0;
+      if (c == 0xED) hi = 0x9F;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      len = 4;
+      if (c == 0xF0) lo = 0x90;
+      if (c == 0xF4) hi = 0x8F;
+    } else {
+      return false;
+    }
+    if (i + len > n || p[i + 1] < lo || p[i + 1] > hi) return false;
+    for (size_t k = 2; k < len; ++k) {
+      if ((p[i + k] & 0xC0) != 0x80) return false;
+    }
+    i += len;
+  }
+  return true;
+}
+
+// A record set's row as ToJson builds it: a column name given twice is one
+// member, at its first place, with the value of its last column.
+std::vector<std::pair<const std::string*, size_t>> DistinctColumns(const RecordSet& rs) {
+  std::vector<std::pair<const std::string*, size_t>> out;
+  for (size_t i = 0; i < rs.columns().size(); ++i) {
+    bool seen = false;
+    for (auto& [name, index] : out) {
+      if (*name == rs.columns()[i]) {
+        index = i;
+        seen = true;
+      }
+    }
+    if (!seen) out.emplace_back(&rs.columns()[i], i);
+  }
+  return out;
+}
+
+}  // namespace
+
+JsonArguments ReadJsonArguments(std::string_view text) {
+  JsonArguments out;
+  ArgumentReader reader(out);
+  Json::sax_parse(text, &reader);
+  reader.Finish();
+  return out;
+}
+
+void CheckJsonString(std::string_view text) {
+  if (!IsValidUtf8(text)) {
+    // The library's own error, with its own wording.
+    static_cast<void>(Json(std::string(text)).dump());
+  }
+}
+
+void CheckJsonText(const Variant& value) {
+  switch (value.type()) {
+    case VariantType::kString: CheckJsonString(*value.AsString()); break;
+    case VariantType::kDictionary:
+      if (const auto d = value.AsDictionary()) {
+        for (size_t i = 0; i < d->size(); ++i) {
+          CheckJsonString(d->key(i));
+          CheckJsonText(d->value(i));
+        }
+      }
+      break;
+    case VariantType::kVector:
+      for (const auto& row : value.AsVector()->rows()) CheckJsonText(Variant(row));
+      break;
+    case VariantType::kObject:
+      if (auto rs = std::dynamic_pointer_cast<RecordSet>(value.AsObject())) {
+        for (const auto& c : rs->columns()) CheckJsonString(c);
+        for (const auto& row : rs->rows()) {
+          for (const auto& v : row) CheckJsonText(v);
+        }
+      }
+      break;
+    default: break;
+  }
+}
+
+JsonWriter::JsonWriter(Sink sink, size_t buffer_bytes)
+    : sink_(std::move(sink)), limit_(buffer_bytes) {
+  buffer_.reserve(limit_ + 256);
+}
+
+void JsonWriter::Flush() {
+  if (buffer_.empty()) return;
+  sink_(buffer_);
+  buffer_.clear();
+}
+
+void JsonWriter::Raw(std::string_view text) {
+  buffer_.append(text);
+  if (buffer_.size() >= limit_) Flush();
+}
+
+void JsonWriter::Newline(int indent) {
+  buffer_.push_back('\n');
+  buffer_.append(static_cast<size_t>(indent), ' ');
+}
+
+// Escapes as the library does without ensure_ascii: the quote, the
+// backslash and control characters; everything else as it is.
+void JsonWriter::String(std::string_view text) {
+  static constexpr char kHex[] = "0123456789abcdef";
+  buffer_.push_back('"');
+  size_t run = 0;  // start of the characters not yet copied
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (c >= 0x20 && c != '"' && c != '\\') continue;
+    buffer_.append(text.substr(run, i - run));
+    run = i + 1;
+    switch (c) {
+      case '"': buffer_.append("\\\""); break;
+      case '\\': buffer_.append("\\\\"); break;
+      case '\b': buffer_.append("\\b"); break;
+      case '\f': buffer_.append("\\f"); break;
+      case '\n': buffer_.append("\\n"); break;
+      case '\r': buffer_.append("\\r"); break;
+      case '\t': buffer_.append("\\t"); break;
+      default: {
+        const char escaped[] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
+        buffer_.append(escaped, sizeof escaped);
+      }
+    }
+  }
+  buffer_.append(text.substr(run));
+  buffer_.push_back('"');
+  if (buffer_.size() >= limit_) Flush();
+}
+
+void JsonWriter::Double(double value) {
+  if (!std::isfinite(value)) {
+    Raw("null");
+    return;
+  }
+  // The library's own shortest form (a whole number gets ".0").
+  char digits[64];
+  char* end = nlohmann::detail::to_chars(digits, digits + sizeof digits, value);
+  Raw(std::string_view(digits, static_cast<size_t>(end - digits)));
+}
+
+void JsonWriter::Object(const Dictionary& row, int indent) {
+  if (row.empty()) {
+    Raw("{}");
+    return;
+  }
+  buffer_.push_back('{');
+  for (size_t i = 0; i < row.size(); ++i) {
+    if (i) buffer_.push_back(',');
+    Newline(indent + 2);
+    String(row.key(i));
+    buffer_.append(": ");
+    Value(row.value(i), indent + 2);
+  }
+  Newline(indent);
+  Raw("}");
+}
+
+void JsonWriter::Value(const Variant& value, int indent) {
+  switch (value.type()) {
+    case VariantType::kEmpty:
+    case VariantType::kNull: Raw("null"); return;
+    case VariantType::kBoolean: Raw(*value.AsBoolean() ? "true" : "false"); return;
+    case VariantType::kLong: {
+      char digits[16];
+      const auto end = std::to_chars(digits, digits + sizeof digits, *value.AsLong()).ptr;
+      Raw(std::string_view(digits, static_cast<size_t>(end - digits)));
+      return;
+    }
+    case VariantType::kDouble: Double(*value.AsDouble()); return;
+    case VariantType::kString: String(*value.AsString()); return;
+    case VariantType::kDate: String(value.AsDate()->ToString()); return;
+    case VariantType::kDictionary: {
+      const auto row = value.AsDictionary();
+      Object(row ? *row : Dictionary(), indent);
+      return;
+    }
+    case VariantType::kVector: {
+      const auto& rows = value.AsVector()->rows();
+      if (rows.empty()) {
+        Raw("[]");
+        return;
+      }
+      buffer_.push_back('[');
+      for (size_t i = 0; i < rows.size(); ++i) {
+        if (i) buffer_.push_back(',');
+        Newline(indent + 2);
+        Object(rows[i] ? *rows[i] : Dictionary(), indent + 2);
+      }
+      Newline(indent);
+      Raw("]");
+      return;
+    }
+    case VariantType::kObject: {
+      auto rs = std::dynamic_pointer_cast<RecordSet>(value.AsObject());
+      if (!rs || rs->rows().empty()) {
+        Raw("[]");
+        return;
+      }
+      const auto columns = DistinctColumns(*rs);
+      buffer_.push_back('[');
+      for (size_t r = 0; r < rs->rows().size(); ++r) {
+        if (r) buffer_.push_back(',');
+        Newline(indent + 2);
+        if (columns.empty()) {
+          Raw("{}");
+          continue;
+        }
+        buffer_.push_back('{');
+        for (size_t i = 0; i < columns.size(); ++i) {
+          if (i) buffer_.push_back(',');
+          Newline(indent + 4);
+          String(*columns[i].first);
+          buffer_.append(": ");
+          Value(rs->rows()[r][columns[i].second], indent + 4);
+        }
+        Newline(indent + 2);
+        Raw("}");
+      }
+      Newline(indent);
+      Raw("]");
+      return;
+    }
+  }
+}
+
+void JsonWriter::Strings(const std::vector<std::string>& values, int indent) {
+  if (values.empty()) {
+    Raw("[]");
+    return;
+  }
+  buffer_.push_back('[');
+  for (size_t i = 0; i < values.size(); ++i) {
+    if (i) buffer_.push_back(',');
+    Newline(indent + 2);
+    String(values[i]);
+  }
+  Newline(indent);
+  Raw("]");
+}
+
+}  // namespace mrpcalc
