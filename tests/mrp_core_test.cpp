@@ -1,6 +1,9 @@
 // The MRP calculation core on in-memory data.
 #include <gtest/gtest.h>
 
+#include <random>
+#include <set>
+
 #include "record/error.h"
 #include "mrp/calculation.h"
 
@@ -83,6 +86,51 @@ TEST(BomExpansion, BillsLeadingBackIntoThemselvesAreRefused) {
   EXPECT_THROW(ExpandBomChildren(boms, 1, 10, kBike, 1, 1, Date()), Error);
   EXPECT_TRUE(BomLoopsBackToItem(boms, kWheel));
   EXPECT_FALSE(BomLoopsBackToItem(boms, kSpoke));
+}
+
+// The loop check over every item at once agrees with walking down from each
+// item on its own, on random bill structures: self-references, cycles of
+// several bills, items above a cycle and bills not in use.
+TEST(BomExpansion, LoopCheckAgreesWithAWalkFromEachItem) {
+  auto walk = [](const Input& in, int32_t item) {
+    std::set<int32_t> seen;
+    std::vector<int32_t> todo = {item};
+    while (!todo.empty()) {
+      const int32_t current = todo.back();
+      todo.pop_back();
+      for (const auto& b : in.boms) {
+        if (b.item_id != current || b.use_status != kBomInUse) continue;
+        for (const auto& c : in.bom_children) {
+          if (c.inter_id != b.inter_id) continue;
+          if (c.item_id == item) return true;
+          if (seen.insert(c.item_id).second) todo.push_back(c.item_id);
+        }
+      }
+    }
+    return false;
+  };
+  std::mt19937 rng(7);
+  int looping = 0;
+  for (int round = 0; round < 200; ++round) {
+    Input in;
+    const int items = 2 + static_cast<int>(rng() % 12);
+    for (int b = 1; b <= items; ++b) {
+      if (rng() % 4 == 0) continue;  // an item without a bill
+      const int32_t status = rng() % 5 == 0 ? 1073 : kBomInUse;
+      in.boms.push_back({b * 10, b, 1.0, 0, status, 1});
+      const int lines = static_cast<int>(rng() % 3);
+      for (int e = 1; e <= lines; ++e) {
+        in.bom_children.push_back(
+            {b * 10, e, 1 + static_cast<int32_t>(rng() % items), 1.0, 0.0, 0, 1, std::nullopt});
+      }
+    }
+    const BomIndex boms(in);
+    for (int32_t item = 1; item <= items; ++item) {
+      EXPECT_EQ(boms.LoopsBack(item), walk(in, item)) << "round " << round << " item " << item;
+      looping += walk(in, item);
+    }
+  }
+  EXPECT_GT(looping, 50);  // the structures did hold loops
 }
 
 TEST(Report, MultiAndSingleLevel) {

@@ -2,6 +2,7 @@
 // has always followed, including the odd ones that stay on purpose.
 #include "mrp/calculation.h"
 
+#include "mrp/explosion.h"
 #include "mrp/numeric.h"
 
 #include <algorithm>
@@ -41,23 +42,6 @@ void CheckBomType(int bom_type) {
 
 namespace {
 
-// Quantity of a bill line for a parent quantity: mode 1 divides by the
-// yield, mode 2 adds the scrap on top. `per` is the quantity the bill is
-// written for.
-OptNum LineQty(int bom_type, double suggest, const BomChild& line, OptNum per, int32_t bill) {
-  if (!line.qty || !line.scrap || !per) return std::nullopt;
-  const double scrap = *line.scrap;
-  const double den = bom_type == 1 ? *per * (100 - scrap) : *per;
-  if (den == 0) {
-    DivideByZero("quantity of item " + std::to_string(line.item_id) + " in bill " +
-                 std::to_string(bill) + " line " + std::to_string(line.entry_id) + " (BOMType " +
-                 std::to_string(bom_type) + ", scrap " + FormatDouble(scrap) +
-                 ", bill quantity " + FormatDouble(*per) + ")");
-  }
-  if (bom_type == 1) return suggest * *line.qty * 100 / den;
-  return suggest * *line.qty * (100 + scrap) / 100 / den;
-}
-
 bool IsMade(const Item* item) {
   return item && item->erp_cls && (*item->erp_cls == kClsAssembled || *item->erp_cls == kClsMadeVirtual);
 }
@@ -66,8 +50,16 @@ bool IsLeafClass(const Item* item) { return item && item->erp_cls && !IsMade(ite
 }  // namespace
 
 BomIndex::BomIndex(const Input& input) : input_(input) {
+  auto position_of = [&](int32_t inter_id) {
+    auto [it, inserted] = position_.try_emplace(inter_id, static_cast<int32_t>(bills_.size()));
+    if (inserted) {
+      bills_.push_back(nullptr);
+      inter_ids_.push_back(inter_id);
+    }
+    return it->second;
+  };
   for (const auto& b : input.boms) {
-    by_id_[b.inter_id] = &b;
+    bills_[static_cast<size_t>(position_of(b.inter_id))] = &b;
     if (b.use_status && *b.use_status == kBomInUse) {
       in_use_[b.item_id].push_back(&b);
       if (b.status && *b.status == 1) approved_in_use_.insert(b.item_id);
@@ -81,15 +73,27 @@ BomIndex::BomIndex(const Input& input) : input_(input) {
     std::sort(list.begin(), list.end(),
               [](const BomHeader* a, const BomHeader* b) { return a->inter_id < b->inter_id; });
   }
-  for (const auto& c : input.bom_children) {
+  // Lines grouped by bill position (a counting sort), then by line id.
+  std::vector<int32_t> line_bill;
+  line_bill.reserve(input.bom_children.size());
+  for (const auto& c : input.bom_children) line_bill.push_back(position_of(c.inter_id));
+  first_line_.assign(bills_.size() + 1, 0);
+  for (int32_t p : line_bill) ++first_line_[static_cast<size_t>(p) + 1];
+  for (size_t p = 0; p < bills_.size(); ++p) first_line_[p + 1] += first_line_[p];
+  std::vector<uint32_t> next(first_line_.begin(), first_line_.end() - 1);
+  lines_.resize(input.bom_children.size());
+  for (size_t i = 0; i < input.bom_children.size(); ++i) {
+    const BomChild& c = input.bom_children[i];
     const Item* item = FindItem(c.item_id);
-    lines_[c.inter_id].push_back({&c, IsLeafClass(item), IsMade(item),
-                                  approved_in_use_.count(c.item_id) > 0,
-                                  c.unit_id && input.unit_names.count(*c.unit_id) > 0});
+    const BomHeader* approved = IsMade(item) ? Approved(c.item_id) : nullptr;
+    lines_[next[static_cast<size_t>(line_bill[i])]++] = {
+        &c, IsLeafClass(item), IsMade(item), approved_in_use_.count(c.item_id) > 0,
+        c.unit_id && input.unit_names.count(*c.unit_id) > 0,
+        approved ? position_.at(approved->inter_id) : -1};
   }
-  for (auto& [id, list] : lines_) {
-    std::sort(list.begin(), list.end(),
-              [](const Line& a, const Line& b) { return a.child->entry_id < b.child->entry_id; });
+  for (size_t p = 0; p < bills_.size(); ++p) {
+    std::stable_sort(lines_.begin() + first_line_[p], lines_.begin() + first_line_[p + 1],
+                     [](const Line& a, const Line& b) { return a.child->entry_id < b.child->entry_id; });
   }
 }
 
@@ -98,14 +102,21 @@ const std::vector<const BomHeader*>& BomIndex::InUse(int32_t item_id) const {
   auto it = in_use_.find(item_id);
   return it == in_use_.end() ? none : it->second;
 }
-const BomHeader* BomIndex::Bill(int32_t inter_id) const {
-  auto it = by_id_.find(inter_id);
-  return it == by_id_.end() ? nullptr : it->second;
+int32_t BomIndex::Position(int32_t inter_id) const {
+  auto it = position_.find(inter_id);
+  return it == position_.end() ? -1 : it->second;
 }
-const std::vector<BomIndex::Line>& BomIndex::Lines(int32_t inter_id) const {
-  static const std::vector<Line> none;
-  auto it = lines_.find(inter_id);
-  return it == lines_.end() ? none : it->second;
+const BomHeader* BomIndex::Bill(int32_t inter_id) const {
+  const int32_t p = Position(inter_id);
+  return p < 0 ? nullptr : BillAt(p);
+}
+BomIndex::LineSpan BomIndex::LinesAt(int32_t position) const {
+  const auto p = static_cast<size_t>(position);
+  return LineSpan(lines_.data() + first_line_[p], first_line_[p + 1] - first_line_[p]);
+}
+BomIndex::LineSpan BomIndex::Lines(int32_t inter_id) const {
+  const int32_t p = Position(inter_id);
+  return p < 0 ? LineSpan() : LinesAt(p);
 }
 const BomHeader* BomIndex::Approved(int32_t item_id) const {
   auto it = approved_.find(item_id);
@@ -117,79 +128,99 @@ const Item* BomIndex::FindItem(int32_t item_id) const {
   return it == input_.items.end() ? nullptr : &it->second;
 }
 
-namespace {
-
-std::string ItemLabel(const BomIndex& boms, int32_t item_id) {
-  const Item* item = boms.FindItem(item_id);
-  if (item && item->number) return *item->number + " (id " + std::to_string(item_id) + ")";
-  return "id " + std::to_string(item_id);
+bool BomIndex::LoopsBack(int32_t item_id) const {
+  if (!loops_found_) FindLoops();
+  return looping_.count(item_id) > 0;
 }
 
-// Walks one bill and the approved bills of its made parts, handing every
-// leaf row to the sink: sink(line, quantity, bill quantity column).
-template <class Sink>
-class Expander {
- public:
-  Expander(const BomIndex& boms, int bom_type, Sink& sink)
-      : boms_(boms), bom_type_(bom_type), sink_(sink) {}
-
-  // One bill: leaves, made parts without an approved bill, then made parts
-  // exploded through their own approved bill. `per` is the quantity the
-  // bill is written for; `column_qty` what the rows record as FQty.
-  void Bill(const BomHeader& bill, double suggest, OptNum per, OptNum column_qty, bool nested) {
-    const auto& lines = boms_.Lines(bill.inter_id);
-    for (const auto& l : lines) {
-      if (l.leaf) sink_(*l.child, LineQty(bom_type_, suggest, *l.child, per, bill.inter_id), column_qty);
-    }
-    for (const auto& l : lines) {
-      if (l.made && !l.approved_in_use) {
-        sink_(*l.child, LineQty(bom_type_, suggest, *l.child, per, bill.inter_id), column_qty);
+// An item leads back to itself exactly when it lies on a cycle of the graph
+// "item -> component of one of its in-use bills": its strongly connected
+// component holds another item too, or it is its own component. Tarjan's
+// algorithm, without recursion (bill structures can be deep).
+void BomIndex::FindLoops() const {
+  loops_found_ = true;
+  std::unordered_map<int32_t, int32_t> node_of;
+  std::vector<int32_t> item_of;
+  auto node = [&](int32_t item) {
+    auto [it, inserted] = node_of.try_emplace(item, static_cast<int32_t>(item_of.size()));
+    if (inserted) item_of.push_back(item);
+    return it->second;
+  };
+  std::vector<std::vector<int32_t>> edges;
+  std::vector<bool> self_edge;
+  for (const auto& [item, bills] : in_use_) {
+    const int32_t from = node(item);
+    for (const BomHeader* bill : bills) {
+      for (const Line& line : Lines(bill->inter_id)) {
+        const int32_t to = node(line.child->item_id);
+        if (edges.size() < item_of.size()) edges.resize(item_of.size());
+        edges[static_cast<size_t>(from)].push_back(to);
       }
     }
-    for (const auto& l : lines) {
-      const BomChild* line = l.child;
-      if (!l.made) continue;
-      // Below the top level the made parts' query also requires the line's unit.
-      if (nested && !l.unit_known) continue;
-      const OptNum qty = LineQty(bom_type_, suggest, *line, per, bill.inter_id);
-      if (!qty) {
-        throw Error(ErrorCategory::kInvalidInput,
-                    "the quantity of " + ItemLabel(boms_, line->item_id) + " in bill " +
-                        std::to_string(bill.inter_id) + " is NULL");
+  }
+  const size_t n = item_of.size();
+  edges.resize(n);
+  self_edge.assign(n, false);
+  for (size_t v = 0; v < n; ++v) {
+    for (int32_t w : edges[v]) {
+      if (static_cast<size_t>(w) == v) self_edge[v] = true;
+    }
+  }
+  std::vector<int32_t> index(n, -1), low(n, 0);
+  std::vector<bool> on_stack(n, false);
+  std::vector<int32_t> stack;
+  struct Frame {
+    int32_t v;
+    size_t next_edge;
+  };
+  std::vector<Frame> calls;
+  int32_t counter = 0;
+  for (size_t root = 0; root < n; ++root) {
+    if (index[root] >= 0) continue;
+    calls.push_back({static_cast<int32_t>(root), 0});
+    while (!calls.empty()) {
+      Frame& f = calls.back();
+      const auto v = static_cast<size_t>(f.v);
+      if (f.next_edge == 0 && index[v] < 0) {
+        index[v] = low[v] = counter++;
+        stack.push_back(f.v);
+        on_stack[v] = true;
       }
-      Worker(line->item_id, *qty);
+      if (f.next_edge < edges[v].size()) {
+        const auto w = static_cast<size_t>(edges[v][f.next_edge++]);
+        if (index[w] < 0) {
+          calls.push_back({static_cast<int32_t>(w), 0});
+        } else if (on_stack[w]) {
+          low[v] = std::min(low[v], index[w]);
+        }
+        continue;
+      }
+      if (low[v] == index[v]) {
+        std::vector<int32_t> component;
+        int32_t w;
+        do {
+          w = stack.back();
+          stack.pop_back();
+          on_stack[static_cast<size_t>(w)] = false;
+          component.push_back(w);
+        } while (static_cast<size_t>(w) != v);
+        if (component.size() > 1 || self_edge[v]) {
+          for (int32_t c : component) looping_.insert(item_of[static_cast<size_t>(c)]);
+        }
+      }
+      const int32_t finished = f.v;
+      calls.pop_back();
+      if (!calls.empty()) {
+        const auto parent = static_cast<size_t>(calls.back().v);
+        low[parent] = std::min(low[parent], low[static_cast<size_t>(finished)]);
+      }
     }
   }
-
- private:
-  void Worker(int32_t item_id, double quantity) {
-    const BomHeader* bill = boms_.Approved(item_id);
-    if (!bill) return;
-    if (std::find(path_.begin(), path_.end(), item_id) != path_.end()) {
-      throw Error(ErrorCategory::kInvalidInput, "the bills of material below " +
-                                                    ItemLabel(boms_, item_id) +
-                                                    " lead back to it; please correct them");
-    }
-    path_.push_back(item_id);
-    Bill(*bill, AsText(quantity), bill->qty, bill->qty, true);
-    path_.pop_back();
-  }
-
-  const BomIndex& boms_;
-  int bom_type_;
-  Sink& sink_;
-  std::vector<int32_t> path_;
-};
-
-}  // namespace
+}
 
 void ForEachBomChild(const BomIndex& boms, int bom_type, int32_t bom_inter_id, double suggest_qty,
                      double qty, const ChildSink& sink) {
-  CheckBomType(bom_type);
-  const BomHeader* bill = boms.Bill(bom_inter_id);
-  if (!bill) return;  // no lines to read
-  Expander<const ChildSink> expander(boms, bom_type, sink);
-  expander.Bill(*bill, AsText(suggest_qty), OptNum(AsText(qty)), OptNum(AsText(qty)), false);
+  ExplodeBill(boms, bom_type, bom_inter_id, suggest_qty, qty, sink);
 }
 
 std::vector<ChildRow> ExpandBomChildren(const BomIndex& boms, int bom_type, int32_t bom_inter_id,
@@ -215,20 +246,6 @@ std::vector<ChildRow> ExpandBomChildren(const BomIndex& boms, int bom_type, int3
   return out;
 }
 
-bool BomLoopsBackToItem(const BomIndex& boms, int32_t item_id) {
-  std::set<int32_t> seen;
-  std::vector<int32_t> todo = {item_id};
-  while (!todo.empty()) {
-    const int32_t current = todo.back();
-    todo.pop_back();
-    for (const BomHeader* bill : boms.InUse(current)) {
-      for (const auto& line : boms.Lines(bill->inter_id)) {
-        if (line.child->item_id == item_id) return true;
-        if (seen.insert(line.child->item_id).second) todo.push_back(line.child->item_id);
-      }
-    }
-  }
-  return false;
-}
+bool BomLoopsBackToItem(const BomIndex& boms, int32_t item_id) { return boms.LoopsBack(item_id); }
 
 }  // namespace mrpcalc::mrp

@@ -5,13 +5,16 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "mrp/model.h"
 
 namespace mrpcalc::mrp {
 
-// Indexes over the bills of material of an Input.
+// Indexes over the bills of material of an Input. Bills are numbered
+// densely so that the explosion, which visits millions of bill lines at
+// scale, follows positions instead of looking ids up.
 class BomIndex {
  public:
   explicit BomIndex(const Input& input);
@@ -23,27 +26,45 @@ class BomIndex {
   // A bill line with what the explosion asks of its component.
   struct Line {
     const BomChild* child;
-    bool leaf;             // a class other than assembled (2) and 9
-    bool made;             // class 2 or 9
-    bool approved_in_use;  // the component has an in-use bill with FStatus 1
-    bool unit_known;       // the line's unit is in t_MeasureUnit
+    bool leaf;              // a class other than assembled (2) and 9
+    bool made;              // class 2 or 9
+    bool approved_in_use;   // the component has an in-use bill with FStatus 1
+    bool unit_known;        // the line's unit is in t_MeasureUnit
+    int32_t approved_bill;  // position of the component's approved bill, -1 for none
   };
+  using LineSpan = std::span<const Line>;
   // Lines of a bill, by line id.
-  const std::vector<Line>& Lines(int32_t inter_id) const;
+  LineSpan Lines(int32_t inter_id) const;
+  // The same by position: positions run from 0 to bill_count() - 1.
+  size_t bill_count() const { return bills_.size(); }
+  int32_t Position(int32_t inter_id) const;  // -1 when the bill is unknown
+  const BomHeader* BillAt(int32_t position) const { return bills_[static_cast<size_t>(position)]; }
+  int32_t InterIdAt(int32_t position) const { return inter_ids_[static_cast<size_t>(position)]; }
+  LineSpan LinesAt(int32_t position) const;
   // The approved bill of a made component: use status coded 'zt01' and
   // FStatus 1, lowest interior id first; nullptr when there is none.
   const BomHeader* Approved(int32_t item_id) const;
   // True when the item has an in-use bill with FStatus 1.
   bool HasApprovedInUse(int32_t item_id) const;
   const Item* FindItem(int32_t item_id) const;
+  // True when the in-use bills below the item lead back to it. Worked out
+  // for every item at the first question, in one pass over the bills.
+  bool LoopsBack(int32_t item_id) const;
 
  private:
+  void FindLoops() const;
+
   const Input& input_;
   std::unordered_map<int32_t, std::vector<const BomHeader*>> in_use_;
-  std::unordered_map<int32_t, const BomHeader*> by_id_;
-  std::unordered_map<int32_t, std::vector<Line>> lines_;
+  std::unordered_map<int32_t, int32_t> position_;  // interior id -> position
+  std::vector<const BomHeader*> bills_;            // by position; nullptr: lines only
+  std::vector<int32_t> inter_ids_;                 // by position
+  std::vector<uint32_t> first_line_;               // by position, and one past the last
+  std::vector<Line> lines_;
   std::unordered_map<int32_t, const BomHeader*> approved_;
   std::set<int32_t> approved_in_use_;
+  mutable bool loops_found_ = false;
+  mutable std::set<int32_t> looping_;
 };
 
 // Refuses a system profile IC/BOMType other than 1 (scrap as a share of the

@@ -101,14 +101,10 @@ VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr&
       // Lines whose product's bills lead back to it are dropped, last first,
       // and named to the planner; the calculation goes on without them.
       const mrp::BomIndex boms(in);
-      std::unordered_map<int32_t, bool> loops;  // many lines share a product
       std::string looping;
       for (int32_t i = lines->Count(); i >= 1; --i) {
         const DictionaryPtr& row = lines->Item(i);
-        const int32_t item = row->Get("FItemID").ToLong();
-        auto [known, inserted] = loops.try_emplace(item, false);
-        if (inserted) known->second = mrp::BomLoopsBackToItem(boms, item);
-        if (known->second) {
+        if (boms.LoopsBack(row->Get("FItemID").ToLong())) {
           looping += row->Get("FItemName").ToText() + "(" + row->Get("FItemNumber").ToText() + ")\r\n";
           lines->Remove(i);
         }

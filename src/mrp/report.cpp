@@ -9,6 +9,7 @@
 #include "record/error.h"
 #include "record/variant.h"
 #include "mrp/calculation.h"
+#include "mrp/explosion.h"
 #include "mrp/numeric.h"
 
 namespace mrpcalc::mrp {
@@ -226,10 +227,10 @@ class Report {
                       "cannot explode bill " + std::to_string(bill->inter_id) +
                           ": the demand quantity, the bill quantity or the required date is NULL");
         }
-        ForEachBomChild(boms_, opt_.bom_type, bill->inter_id, *r.suggest_qty, *bill->qty,
-                        [&](const BomChild& line, OptNum suggest, OptNum) {
-                          AccumulateLine(line, Dec(suggest), r.date);
-                        });
+        auto leaf = [&](const BomChild& line, OptNum suggest, OptNum) {
+          AccumulateLine(line, Dec(suggest), r.date);
+        };
+        ExplodeBill(boms_, opt_.bom_type, bill->inter_id, *r.suggest_qty, *bill->qty, leaf);
       }
     }
   }
