@@ -5,6 +5,7 @@
 #include <functional>
 #include <set>
 #include <string_view>
+#include <unordered_set>
 
 #include "record/error.h"
 
@@ -62,8 +63,11 @@ std::map<ItemAux, OptNum> Figures(db::Connection& c, const std::string& sql,
 }  // namespace
 
 void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in) {
-  std::set<int32_t> seen_items;
-  std::set<int32_t> seen_bills;
+  // Hash sets: tens of thousands of ids at scale, where tree sets spend
+  // most of the walk allocating and rebalancing nodes.
+  std::unordered_set<int32_t> seen_items;
+  std::unordered_set<int32_t> seen_bills;
+  seen_items.reserve(item_ids.size() * 4);
   std::vector<int32_t> frontier;
   for (int32_t id : item_ids) {
     if (seen_items.insert(id).second) frontier.push_back(id);
@@ -93,7 +97,9 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
               });
     frontier = std::move(next);
   }
-  const std::vector<int32_t> all(seen_items.begin(), seen_items.end());
+  std::vector<int32_t> all(seen_items.begin(), seen_items.end());
+  std::sort(all.begin(), all.end());
+  in.items.reserve(in.items.size() + all.size());
   ForChunks(c, all,
             "select FItemID, FErpClsID, FNumber, FName, FModel, FUnitID, FSecInv, FQtyDecimal,"
             " FSource from t_ICItem where FItemID in (%IDS%)",
