@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <random>
 
 #include "record/error.h"
@@ -233,6 +234,195 @@ TEST(Json, RoundTripsEveryKind) {
   EXPECT_EQ(FromJson(Json(3.0)).type(), VariantType::kLong);
   EXPECT_EQ(FromJson(Json(int64_t{1} << 40)).type(), VariantType::kDouble);
   EXPECT_THROW(FromJson(Json::parse("[1,2]")), Error);
+}
+
+// What the streaming writer prints, with a tiny buffer so that every value
+// crosses a chunk boundary somewhere.
+std::string Streamed(const Variant& v, size_t buffer = 7) {
+  std::string out;
+  JsonWriter w([&](std::string_view chunk) { out.append(chunk); }, buffer);
+  w.Value(v, 0);
+  w.Flush();
+  return out;
+}
+
+std::string RandomText(std::mt19937& rng) {
+  static const char32_t kPool[] = {U'a', U'Z', U'0', U' ', U'"', U'\\', U'/', U'\b', U'\f', U'\n',
+                                   U'\r', U'\t', 0x01, 0x1F, 0x7F, 0x80, U'é', U'供', U'应',
+                                   0xFFFD, 0x10348, 0x1F600, U'\'', U'｀'};
+  std::u32string text;
+  for (int n = static_cast<int>(rng() % 9); n > 0; --n) text.push_back(kPool[rng() % std::size(kPool)]);
+  std::string out;
+  for (char32_t c : text) {
+    if (c < 0x80) {
+      out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+      out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+  }
+  return out;
+}
+
+Variant RandomScalar(std::mt19937& rng) {
+  switch (rng() % 8) {
+    case 0: return Variant();
+    case 1: return Variant::Null();
+    case 2: return Variant(rng() % 2 == 0);
+    case 3: return Variant(static_cast<int32_t>(rng()));
+    case 4: {  // any finite double, from its bits
+      double d;
+      do {
+        const uint64_t bits = (uint64_t{rng()} << 32) | rng();
+        std::memcpy(&d, &bits, sizeof d);
+      } while (!std::isfinite(d));
+      return Variant(d);
+    }
+    case 5: return Variant(static_cast<double>(static_cast<int32_t>(rng() % 2000) - 1000) / 8);
+    case 6: return Variant(Date::FromParts(2000 + static_cast<int>(rng() % 50), 1 + static_cast<int>(rng() % 12), 1 + static_cast<int>(rng() % 28)));
+    default: return Variant(RandomText(rng));
+  }
+}
+
+// Rows of a few shapes, some sharing their key lists, nested up to depth 3.
+Variant RandomValue(std::mt19937& rng, int depth) {
+  const unsigned kind = depth >= 3 ? 0 : rng() % 4;
+  if (kind == 0) return RandomScalar(rng);
+  if (kind == 1) {
+    auto d = Dictionary::Create();
+    for (int n = static_cast<int>(rng() % 5); n > 0; --n) d->Set(RandomText(rng), RandomValue(rng, depth + 1));
+    return Variant(d);
+  }
+  auto rows = Vector::Create();
+  static const KeyList shape = MakeKeyList({"FItemID", "F\"Name\"", "名称"});  // shared at every depth
+  for (int n = static_cast<int>(rng() % 4); n > 0; --n) {
+    auto row = kind == 2 ? Dictionary::Create(shape) : Dictionary::Create();
+    if (kind == 2) {
+      for (size_t i = 0; i < shape->size(); ++i) row->SetAt(i, RandomValue(rng, depth + 1));
+    } else {
+      for (int k = static_cast<int>(rng() % 3); k > 0; --k) row->Set(RandomText(rng), RandomScalar(rng));
+    }
+    rows->Add(row);
+  }
+  return Variant(rows);
+}
+
+TEST(JsonStreams, WriterPrintsWhatTheDocumentPrints) {
+  // Record sets: a column selected twice is one member with the last value.
+  auto rs = std::make_shared<RecordSet>(
+      std::vector<std::string>{"FID", "FQty", "FID"},
+      std::vector<std::vector<Variant>>{{int32_t{1}, 2.5, "x"}, {int32_t{2}, Variant::Null(), 7.0}});
+  auto empty_rs = std::make_shared<RecordSet>(std::vector<std::string>{"A"}, std::vector<std::vector<Variant>>{});
+  auto no_columns = std::make_shared<RecordSet>(std::vector<std::string>{}, std::vector<std::vector<Variant>>{{}});
+  auto outer = Dictionary::Create();
+  outer->Set("rs", Variant(std::static_pointer_cast<Object>(rs)));
+  outer->Set("none", Variant(std::static_pointer_cast<Object>(empty_rs)));
+  outer->Set("bare", Variant(std::static_pointer_cast<Object>(no_columns)));
+  outer->Set("empty", Variant(Dictionary::Create()));
+  outer->Set("rows", Variant(Vector::Create()));
+  for (double d : {0.0, -0.0, 1e-5, 1e16, 1e15, 123.456, 1.0 / 3, 5e-324, 1.7976931348623157e308,
+                   std::nan(""), HUGE_VAL}) {
+    outer->Set("d" + std::to_string(outer->size()), d);
+  }
+  EXPECT_EQ(Streamed(Variant(outer)), ToJson(Variant(outer)).dump(2));
+
+  std::mt19937 rng(20261122);
+  for (int round = 0; round < 400; ++round) {
+    const Variant v = RandomValue(rng, 0);
+    ASSERT_EQ(Streamed(v, 1 + rng() % 64), ToJson(v).dump(2)) << "round " << round;
+  }
+}
+
+TEST(JsonStreams, TextCheckAgreesWithTheLibrary) {
+  // Random bytes, most of them outside ASCII: the check refuses exactly the
+  // strings the library refuses to print, with the library's message.
+  std::mt19937 rng(5);
+  int refused = 0;
+  for (int round = 0; round < 20000; ++round) {
+    std::string s;
+    for (int n = static_cast<int>(rng() % 6); n > 0; --n) {
+      const unsigned r = rng() % 10;
+      s.push_back(static_cast<char>(r < 2 ? 'a' : r < 4 ? 0x80 + rng() % 0x40 : 0xC0 + rng() % 0x40));
+    }
+    std::string library_error, our_error;
+    try {
+      static_cast<void>(Json(s).dump());
+    } catch (const Json::type_error& e) {
+      library_error = e.what();
+    }
+    try {
+      CheckJsonString(s);
+    } catch (const Json::type_error& e) {
+      our_error = e.what();
+    }
+    ASSERT_EQ(our_error, library_error) << "round " << round;
+    refused += !our_error.empty();
+  }
+  EXPECT_GT(refused, 1000);
+  auto row = Dictionary::Create();
+  row->Set("ok", "供应商");
+  row->Set("bad", std::string("\xE4\xBE"));  // cut short
+  EXPECT_THROW(CheckJsonText(Variant(row)), Json::type_error);
+}
+
+// The event reader gives the values that parsing a document and converting
+// it gives, errors included.
+TEST(JsonStreams, ReaderReadsWhatTheDocumentGives) {
+  auto shown = [](const std::vector<Variant>& values) {
+    std::string out;
+    for (const auto& v : values) out += std::string(VariantTypeName(v.type())) + ":" + ToJson(v).dump() + ";";
+    return out;
+  };
+  auto via_document = [&](const std::string& text) {
+    std::vector<Variant> values;
+    for (const auto& a : Json::parse(text)) values.push_back(FromJson(a));
+    return shown(values);
+  };
+  for (const std::string text :
+       {R"([])", R"([1, -0, 1.0, 1e2, 2147483647, 2147483648, -2147483649, 1.5])",
+        R"([9223372036854775807, 9223372036854775808, 18446744073709551616, -9223372036854775809])",
+        R"(["x\u00e9\ud83d\ude00", true, false, null])",
+        R"([{"a": 1, "A": 2, "a": 3}, {"b": {"c": [ ]}}])",
+        R"([[{"FItemID": 1, "FQty": 2}, {"FItemID": 3, "FQty": 4}, {"FQty": 5, "FItemID": 6}, {"FItemID": 7}]])",
+        R"([[{"k": 1, "K": 2}, {"k": 3, "K": 4}]])",
+        R"([{"SourceData": [{"FBillNO": "SO1", "Ftrantype": 81}], "Expand": 1}, "", "1", 1, 0])"}) {
+    const JsonArguments read = ReadJsonArguments(text);
+    EXPECT_TRUE(read.is_array);
+    EXPECT_EQ(shown(read.values), via_document(text)) << text;
+  }
+  EXPECT_FALSE(ReadJsonArguments(R"({"a": [1]})").is_array);
+  EXPECT_FALSE(ReadJsonArguments("3").is_array);
+  try {
+    ReadJsonArguments("[[1]]");
+    FAIL() << "an array of scalars inside the list was read";
+  } catch (const Error& e) {
+    EXPECT_STREQ(e.what(), "a JSON array stands for a Vector of rows and may hold objects only");
+  }
+  // A syntax error is what is reported, even after an error of meaning.
+  for (const std::string text : {"[1, 2", "[[1]] x", R"(["\ud800"])", "[\"a\x01\"]", "[01]"}) {
+    std::string ours, library;
+    try {
+      ReadJsonArguments(text);
+    } catch (const Json::parse_error& e) {
+      ours = e.what();
+    }
+    try {
+      static_cast<void>(Json::parse(text));
+    } catch (const Json::parse_error& e) {
+      library = e.what();
+    }
+    EXPECT_FALSE(ours.empty()) << text;
+    EXPECT_EQ(ours, library) << text;
+  }
 }
 
 }  // namespace

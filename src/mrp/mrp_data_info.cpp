@@ -97,10 +97,12 @@ VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr&
     for (const auto& e : in.task_entries) demand_items.push_back(e.item_id);
     mrp::LoadBoms(c, demand_items, in);
 
+    // The bills are all loaded: the index over them serves the loop check
+    // and the calculation (later loads do not touch bills or items).
+    const mrp::BomIndex boms(in);
     if (o.expand) {
       // Lines whose product's bills lead back to it are dropped, last first,
       // and named to the planner; the calculation goes on without them.
-      const mrp::BomIndex boms(in);
       std::string looping;
       for (int32_t i = lines->Count(); i >= 1; --i) {
         const DictionaryPtr& row = lines->Item(i);
@@ -151,7 +153,7 @@ VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr&
     }
     const auto loaded = Clock::now();
     auto out = Vector::Create();
-    for (const auto& r : mrp::Calculate(in)) out->Add(ToDictionary(r));
+    for (const auto& r : mrp::Calculate(in, &boms)) out->Add(ToDictionary(r));
     timings_.load_seconds = std::chrono::duration<double>(loaded - started).count();
     timings_.calculate_seconds = std::chrono::duration<double>(Clock::now() - loaded).count();
     return out;

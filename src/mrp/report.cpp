@@ -3,6 +3,7 @@
 #include <climits>
 #include <cmath>
 #include <map>
+#include <optional>
 #include <tuple>
 #include <unordered_map>
 
@@ -32,7 +33,11 @@ struct Need {
 
 class Report {
  public:
-  explicit Report(const Input& input) : in_(input), opt_(input.options), boms_(input) {}
+  Report(const Input& input, const BomIndex* boms)
+      : in_(input),
+        opt_(input.options),
+        own_boms_(boms ? std::nullopt : std::make_optional<BomIndex>(input)),
+        boms_(boms ? *boms : *own_boms_) {}
 
   std::vector<ReportRow> Run() {
     if (opt_.task.code == 0) {
@@ -619,7 +624,8 @@ class Report {
 
   const Input& in_;
   const Options& opt_;
-  BomIndex boms_;
+  std::optional<BomIndex> own_boms_;
+  const BomIndex& boms_;
   std::vector<ReportRow> rows_;
   std::set<Key> snapshot_;
   std::map<Key, OptNum> produc_;
@@ -636,6 +642,8 @@ class Report {
 
 }  // namespace
 
-std::vector<ReportRow> Calculate(const Input& input) { return Report(input).Run(); }
+std::vector<ReportRow> Calculate(const Input& input, const BomIndex* boms) {
+  return Report(input, boms).Run();
+}
 
 }  // namespace mrpcalc::mrp

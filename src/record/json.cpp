@@ -360,33 +360,41 @@ void JsonWriter::Newline(int indent) {
   buffer_.append(static_cast<size_t>(indent), ' ');
 }
 
+namespace {
+
 // Escapes as the library does without ensure_ascii: the quote, the
 // backslash and control characters; everything else as it is.
-void JsonWriter::String(std::string_view text) {
+void AppendQuoted(std::string& out, std::string_view text) {
   static constexpr char kHex[] = "0123456789abcdef";
-  buffer_.push_back('"');
+  out.push_back('"');
   size_t run = 0;  // start of the characters not yet copied
   for (size_t i = 0; i < text.size(); ++i) {
     const auto c = static_cast<unsigned char>(text[i]);
     if (c >= 0x20 && c != '"' && c != '\\') continue;
-    buffer_.append(text.substr(run, i - run));
+    out.append(text.substr(run, i - run));
     run = i + 1;
     switch (c) {
-      case '"': buffer_.append("\\\""); break;
-      case '\\': buffer_.append("\\\\"); break;
-      case '\b': buffer_.append("\\b"); break;
-      case '\f': buffer_.append("\\f"); break;
-      case '\n': buffer_.append("\\n"); break;
-      case '\r': buffer_.append("\\r"); break;
-      case '\t': buffer_.append("\\t"); break;
+      case '"': out.append("\\\""); break;
+      case '\\': out.append("\\\\"); break;
+      case '\b': out.append("\\b"); break;
+      case '\f': out.append("\\f"); break;
+      case '\n': out.append("\\n"); break;
+      case '\r': out.append("\\r"); break;
+      case '\t': out.append("\\t"); break;
       default: {
         const char escaped[] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
-        buffer_.append(escaped, sizeof escaped);
+        out.append(escaped, sizeof escaped);
       }
     }
   }
-  buffer_.append(text.substr(run));
-  buffer_.push_back('"');
+  out.append(text.substr(run));
+  out.push_back('"');
+}
+
+}  // namespace
+
+void JsonWriter::String(std::string_view text) {
+  AppendQuoted(buffer_, text);
   if (buffer_.size() >= limit_) Flush();
 }
 
@@ -401,18 +409,43 @@ void JsonWriter::Double(double value) {
   Raw(std::string_view(digits, static_cast<size_t>(end - digits)));
 }
 
+const JsonWriter::Shape* JsonWriter::ShapeOf(const Dictionary& row, int indent) {
+  constexpr size_t kShapes = 16;
+  for (const Shape& s : shapes_) {
+    if (s.keys == row.keys() && s.indent == indent) return &s;
+  }
+  // Only key lists that rows share are worth rendering ahead.
+  if (shapes_.size() >= kShapes || row.keys().use_count() < 2) return nullptr;
+  Shape& shape = shapes_.emplace_back(Shape{row.keys(), indent, {}});
+  for (size_t i = 0; i < row.size(); ++i) {
+    std::string prefix = i ? ",\n" : "\n";
+    prefix.append(static_cast<size_t>(indent + 2), ' ');
+    AppendQuoted(prefix, row.key(i));
+    prefix.append(": ");
+    shape.prefixes.push_back(std::move(prefix));
+  }
+  return &shape;
+}
+
 void JsonWriter::Object(const Dictionary& row, int indent) {
   if (row.empty()) {
     Raw("{}");
     return;
   }
   buffer_.push_back('{');
-  for (size_t i = 0; i < row.size(); ++i) {
-    if (i) buffer_.push_back(',');
-    Newline(indent + 2);
-    String(row.key(i));
-    buffer_.append(": ");
-    Value(row.value(i), indent + 2);
+  if (const Shape* shape = ShapeOf(row, indent)) {
+    for (size_t i = 0; i < row.size(); ++i) {
+      buffer_.append(shape->prefixes[i]);
+      Value(row.value(i), indent + 2);
+    }
+  } else {
+    for (size_t i = 0; i < row.size(); ++i) {
+      if (i) buffer_.push_back(',');
+      Newline(indent + 2);
+      AppendQuoted(buffer_, row.key(i));
+      buffer_.append(": ");
+      Value(row.value(i), indent + 2);
+    }
   }
   Newline(indent);
   Raw("}");

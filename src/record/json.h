@@ -17,6 +17,7 @@
 // writer, the same text as ToJson(value).dump(2).
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -77,6 +78,16 @@ class JsonWriter {
   Sink sink_;
   std::string buffer_;
   size_t limit_;
+  // Rows of one shape are laid out alike: their keys, each with the
+  // punctuation and indentation before it, are rendered once. A few shapes
+  // are kept (a report row, a filter holding rows of another shape...).
+  struct Shape {
+    KeyList keys;  // held, so that its address is not reused
+    int indent;
+    std::vector<std::string> prefixes;
+  };
+  const Shape* ShapeOf(const Dictionary& row, int indent);
+  std::deque<Shape> shapes_;
 };
 
 // Throws the error Json::dump throws (type_error 316) when a string of the

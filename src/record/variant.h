@@ -136,6 +136,8 @@ class Dictionary {
   bool empty() const { return values_.empty(); }
   // Position i, 0-based, in insertion order.
   const std::string& key(size_t i) const { return (*keys_)[i]; }
+  // The key list, shared with rows of the same shape; nullptr while empty.
+  const KeyList& keys() const { return keys_; }
   const Variant& value(size_t i) const { return values_[i]; }
   void SetAt(size_t i, Variant value) { values_[i] = std::move(value); }
 
