@@ -528,17 +528,18 @@ class Report {
     }
     std::map<Key, double> covered;
     for (int32_t m : made) {
-      double on_hand = 0;
-      for (const auto& [key, qty] : in_.stock) {
-        if (key.first == m && qty) on_hand += *qty;
+      double on_hand = 0;  // over the part's properties, in key order
+      for (auto it = in_.stock.lower_bound({m, std::nullopt});
+           it != in_.stock.end() && it->first.first == m; ++it) {
+        if (it->second) on_hand += *it->second;
       }
       if (on_hand <= 0) continue;
       const BomHeader* bill = boms_.Approved(m);
       if (!bill->qty) continue;
-      for (const auto& c : ExpandBomChildren(boms_, opt_.bom_type, bill->inter_id, m, on_hand,
-                                             *bill->qty, Date())) {
-        if (c.suggest_qty) covered[{c.item_id, c.aux_prop_id}] += *c.suggest_qty;
-      }
+      auto leaf = [&](const BomChild& line, OptNum suggest, OptNum) {
+        if (const OptNum qty = Dec(suggest)) covered[{line.item_id, line.aux_prop_id}] += *qty;
+      };
+      ExplodeBill(boms_, opt_.bom_type, bill->inter_id, on_hand, *bill->qty, leaf);
     }
     for (auto& r : rows_) {
       if (!r.bom_item_id || !r.aux_prop_id) continue;

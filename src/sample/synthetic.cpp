@@ -15,6 +15,7 @@ void GenerateSynthetic(db::Connection& c, double scale) {
   const int bills = std::max(10, static_cast<int>(2000 * scale));
   const int demand = std::max(5, static_cast<int>(2500 * scale));
   constexpr int kLevels = 6;
+  constexpr int kTasks = 20;
   std::mt19937 rng(20261122);
   auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
 
@@ -41,6 +42,7 @@ void GenerateSynthetic(db::Connection& c, double scale) {
   // Bills: 4 to 6 lines one level down, about one in four of them made.
   auto bom = c.Prepare("insert into ICBOM (FInterID, FBOMNumber, FItemID, FQty, FAuxPropID, FUnitID, FUseStatus, FStatus) values (?,?,?,1,0,1,1072,1)");
   auto line = c.Prepare("insert into ICBOMChild (FInterID, FEntryID, FItemID, FQty, FScrap, FAuxPropID, FUnitID, FNote) values (?,?,?,?,?,0,1,'')");
+  std::vector<std::vector<std::pair<int, double>>> lines_of(static_cast<size_t>(bills) + 1);
   for (int level = 0; level < kLevels; ++level) {
     for (int parent : made[level]) {
       bom->Execute({parent, "BOM" + std::to_string(parent), parent});
@@ -50,7 +52,9 @@ void GenerateSynthetic(db::Connection& c, double scale) {
                                ? made[level + 1]
                                : bought[level + 1];
         const int child = pool[static_cast<size_t>(pick(0, static_cast<int>(pool.size()) - 1))];
-        line->Execute({parent, e, child, static_cast<double>(pick(1, 4)), pick(0, 1) ? 2.0 : 0.0});
+        const double qty = pick(1, 4);
+        line->Execute({parent, e, child, qty, pick(0, 1) ? 2.0 : 0.0});
+        lines_of[static_cast<size_t>(parent)].emplace_back(child, qty);
       }
     }
   }
@@ -76,6 +80,24 @@ void GenerateSynthetic(db::Connection& c, double scale) {
     const int product = made[0][static_cast<size_t>(k) % made[0].size()];
     so_line->Execute({inter, k % 10 + 1, product, static_cast<double>(pick(1, 50)),
                       Date::FromParts(2026, 12, 1 + k % 28)});
+  }
+  // Open production tasks for products, each with its material plan (one
+  // bill level) and a checked issue of part of its first material.
+  auto mo = c.Prepare("insert into ICMO (FInterID, FBillNo, FTranType, FStatus, FItemID, FQty, FUnitID, FStockFinishQty, FBeginDate, FDate) values (?,?,85,1,?,?,1,0,?,?)");
+  auto mo_line = c.Prepare("insert into ICMOEntry (FInterID, FEntryID, FItemID, FPlanQty, FAuxPropID, FScrapRate, FUnitID, FNote) values (?,?,?,?,0,0,1,'')");
+  auto issue = c.Prepare("insert into ICStockBill (FInterID, FBillNo, FTranType, FDate, FCheckerID) values (?,?,24,?,1)");
+  auto issue_line = c.Prepare("insert into ICStockBillEntry (FInterID, FEntryID, FItemID, FQty, FSourceInterId, FSourceEntryID) values (?,1,?,?,?,1)");
+  for (int k = 1; k <= kTasks; ++k) {
+    const int product = made[0][static_cast<size_t>(k * 7) % made[0].size()];
+    const double qty = pick(5, 40);
+    const Date start = Date::FromParts(2026, 12, k);
+    mo->Execute({k, "MO" + std::to_string(k), product, qty, start, start});
+    const auto& plan = lines_of[static_cast<size_t>(product)];
+    for (size_t e = 0; e < plan.size(); ++e) {
+      mo_line->Execute({k, static_cast<int>(e) + 1, plan[e].first, plan[e].second * qty});
+    }
+    issue->Execute({k, "SOUT" + std::to_string(k), start});
+    issue_line->Execute({k, plan[0].first, plan[0].second * qty / 2, k});
   }
   tx.Commit();
 }
