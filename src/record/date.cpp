@@ -129,11 +129,27 @@ int Date::second() const {
 Date Date::StartOfDay() const { return Date(FloorDiv(seconds_, kSecondsPerDay) * kSecondsPerDay); }
 
 std::string Date::ToString() const {
-  char buf[32];
   const Civil c = CivilFromDays(FloorDiv(seconds_, kSecondsPerDay) + kEpochOffsetDays);
-  std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", c.year, c.month, c.day, hour(),
-                minute(), second());
-  return buf;
+  if (c.year < 0 || c.year > 9999) {
+    char buf[40];
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", c.year, c.month, c.day, hour(),
+                  minute(), second());
+    return buf;
+  }
+  // Reports print a date per row: digits by hand, not through printf.
+  std::string out = "0000-00-00 00:00:00";
+  auto two = [&out](size_t at, int v) {
+    out[at] = static_cast<char>('0' + v / 10);
+    out[at + 1] = static_cast<char>('0' + v % 10);
+  };
+  two(0, c.year / 100);
+  two(2, c.year % 100);
+  two(5, c.month);
+  two(8, c.day);
+  two(11, hour());
+  two(14, minute());
+  two(17, second());
+  return out;
 }
 
 std::string Date::ToDateString() const { return ToString().substr(0, 10); }

@@ -43,6 +43,16 @@ VectorPtr Variant::AsVector() const {
   const auto* p = std::get_if<VectorPtr>(&value_);
   return p ? *p : nullptr;
 }
+const DictionaryPtr& Variant::AsDictionaryRef() const {
+  static const DictionaryPtr none;
+  const auto* p = std::get_if<DictionaryPtr>(&value_);
+  return p ? *p : none;
+}
+const VectorPtr& Variant::AsVectorRef() const {
+  static const VectorPtr none;
+  const auto* p = std::get_if<VectorPtr>(&value_);
+  return p ? *p : none;
+}
 ObjectPtr Variant::AsObject() const {
   const auto* p = std::get_if<ObjectPtr>(&value_);
   return p ? *p : nullptr;

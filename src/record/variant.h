@@ -88,6 +88,10 @@ class Variant {
   const Date* AsDate() const { return std::get_if<Date>(&value_); }
   DictionaryPtr AsDictionary() const;
   VectorPtr AsVector() const;
+  // The same without copying the reference; a null pointer when the
+  // variant holds another type.
+  const DictionaryPtr& AsDictionaryRef() const;
+  const VectorPtr& AsVectorRef() const;
   ObjectPtr AsObject() const;
 
   // Conversions in the manner of the host's automation: Empty converts to 0,
