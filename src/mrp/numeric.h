@@ -17,12 +17,58 @@ inline double Dec(double v) { return std::fabs(v) >= 1e8 ? v : std::round(v * 1e
 inline OptNum Dec(OptNum v) { return v ? OptNum(Dec(*v)) : std::nullopt; }
 
 // Numbers handed from one statement to the next travel as text, 15
-// significant digits.
-inline double AsText(double v) {
+// significant digits: printed as "%.15g" prints them, then read back.
+inline double AsTextByPrinting(double v) {
   char buf[40];
   const auto printed = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, 15);
   double back = 0;
   std::from_chars(buf, printed.ptr, back);
+  return back;
+}
+
+// The same, faster: the explosion passes every made part's quantity this
+// way, and fixed-precision printing is several times slower than the
+// shortest form. From the shortest exact digits of v: at most 15 of them
+// come back as v itself; 17, or 16 not ending in 5, round to 15 the way the
+// exact value does (the shortest form lies within half a unit of v, and no
+// decimal of at most 16 digits lies between them, so the cut falls on the
+// same side); 16 ending in 5 may be the halfway point itself, left to the
+// printing.
+inline double AsText(double v) {
+  char buf[48];
+  const char* end = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::scientific).ptr;
+  const char* p = buf;
+  const bool negative = *p == '-';
+  if (negative) ++p;
+  char digits[20];
+  int n = 0;
+  for (; p != end && *p != 'e'; ++p) {
+    if (*p != '.') digits[n++] = *p;
+  }
+  if (n <= 15) return v;
+  if (n == 16 && digits[15] == '5') return AsTextByPrinting(v);
+  int exponent = 0;
+  std::from_chars(p + 1 + (p[1] == '+'), end, exponent);
+  if (digits[15] >= '5') {  // round the 15 digits up
+    int k = 14;
+    while (k >= 0 && digits[k] == '9') digits[k--] = '0';
+    if (k >= 0) {
+      ++digits[k];
+    } else {
+      digits[0] = '1';
+      ++exponent;
+    }
+  }
+  char text[40];
+  char* out = text;
+  if (negative) *out++ = '-';
+  *out++ = digits[0];
+  *out++ = '.';
+  for (int k = 1; k < 15; ++k) *out++ = digits[k];
+  *out++ = 'e';
+  out = std::to_chars(out, text + sizeof text, exponent).ptr;
+  double back = 0;
+  std::from_chars(text, out, back);
   return back;
 }
 
