@@ -167,6 +167,50 @@ TEST_P(Database, RowsStreamToASink) {
   EXPECT_EQ(conn().QueryValue("select count(*) from t_Probe").ToLong(), 6);
 }
 
+// Many rows of every kind, NULLs among them, texts that fill their column
+// with characters beyond the basic plane, and a long text column: every
+// row comes back whole and in order, across blocks of fetched rows.
+TEST_P(Database, ManyRowsOfEveryKindComeBackWhole) {
+  using T = db::ColumnType;
+  conn().Execute(conn().dialect().CreateTable(
+      "t_Rows", {{"FID", T::kInt}, {"FQty", T::kDecimal}, {"FName", T::kVarchar, 6},
+                 {"FDate", T::kDateTime}, {"FNote", T::kText}, {"FOn", T::kBit}}));
+  const std::string long_note(5000, 'n');
+  auto name = [](int i) { return i % 3 ? std::string("😀😀😀😀😀😀") : "行" + std::to_string(i % 100); };
+  {
+    db::Transaction tx(conn());
+    auto insert = conn().Prepare(
+        "insert into t_Rows (FID, FQty, FName, FDate, FNote, FOn) values (?,?,?,?,?,?)");
+    for (int i = 0; i < 600; ++i) {
+      const bool null = i % 7 == 0;
+      insert->Execute({i, null ? Variant::Null() : Variant(i / 8.0),
+                       null ? Variant::Null() : Variant(name(i)),
+                       null ? Variant::Null() : Variant(Date::FromParts(2026, 1 + i % 12, 1 + i % 28, i % 24)),
+                       null ? Variant::Null() : Variant(i % 2 ? long_note : "短"),
+                       null ? Variant::Null() : Variant(i % 2 == 0)});
+    }
+    tx.Commit();
+  }
+  for (const char* sql : {"select FID, FQty, FName, FDate, FOn from t_Rows order by FID",
+                          "select FID, FQty, FName, FDate, FOn, FNote from t_Rows order by FID"}) {
+    int expected = 0;
+    conn().QueryRows(sql, {}, [&](std::vector<Variant>& r) {
+      const int i = expected++;
+      ASSERT_EQ(r[0], Variant(i)) << sql;
+      if (i % 7 == 0) {
+        for (size_t k = 1; k < r.size(); ++k) EXPECT_TRUE(r[k].IsNull()) << i << " " << k;
+        return;
+      }
+      EXPECT_EQ(r[1], Variant(i / 8.0));
+      EXPECT_EQ(r[2], Variant(name(i)));
+      EXPECT_EQ(r[3], Variant(Date::FromParts(2026, 1 + i % 12, 1 + i % 28, i % 24)));
+      EXPECT_EQ(r[4].ToBoolean(), i % 2 == 0);
+      if (r.size() > 5) EXPECT_EQ(r[5], Variant(i % 2 ? long_note : "短"));
+    });
+    EXPECT_EQ(expected, 600) << sql;
+  }
+}
+
 TEST_P(Database, DemoDatabaseHoldsEveryCase) {
   schema::CreateErpSchema(conn(), false);
   sample::LoadDemoData(conn());

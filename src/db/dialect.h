@@ -71,6 +71,19 @@ class Dialect {
   virtual std::string InteriorIdProcedure() const { return {}; }
   // True when the engine folds unquoted names to lower case in result labels.
   virtual bool FoldsNames() const { return false; }
+  // A set of integers bound as one parameter, for "x in (<IntSet>)": the
+  // parameter is a JSON array ("[3,5]") that the engine unpacks itself, so
+  // one statement serves any number of ids. Empty where the engine has no
+  // such function; callers then bind the ids as lists of parameters.
+  virtual std::string IntSet() const { return {}; }
+  // The same for texts: a JSON array of strings.
+  virtual std::string TextSet() const { return {}; }
+  // True when one statement over such a set is cheaper than a few over
+  // lists of parameters (a server that plans every statement anew).
+  virtual bool PrefersSets() const { return false; }
+  // Parameters one statement may take for an id list (SQL Server takes
+  // 2,100 in all).
+  virtual size_t IdsPerStatement() const { return 500; }
 };
 
 std::unique_ptr<Dialect> MakeDialect(Engine engine);

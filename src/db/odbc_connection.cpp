@@ -269,6 +269,156 @@ Variant ReadColumn(SQLHSTMT stmt, SQLUSMALLINT col, SQLSMALLINT type, std::strin
   }
 }
 
+// Rows fetched in blocks: each column bound to an array of kBlockRows
+// values, one SQLFetch a block, instead of one SQLFetch a row and one
+// SQLGetData a value. Columns of unknown or very long width keep the
+// row-by-row path (see BlockReader::Fits).
+constexpr SQLULEN kBlockRows = 256;
+constexpr SQLULEN kLongestBoundText = 4000;  // characters
+
+class BlockReader {
+ public:
+  enum class Kind { kInteger, kBit, kDouble, kTimestamp, kText };
+
+  // Whether every column can be bound; `sizes` are the column sizes the
+  // driver described (characters for texts).
+  static bool Fits(const std::vector<SQLSMALLINT>& types, const std::vector<SQLULEN>& sizes) {
+    for (size_t i = 0; i < types.size(); ++i) {
+      if (KindOf(types[i]) == Kind::kText && (sizes[i] == 0 || sizes[i] > kLongestBoundText)) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  BlockReader(SQLHSTMT stmt, const std::vector<SQLSMALLINT>& types,
+              const std::vector<SQLULEN>& sizes, std::string_view sql)
+      : stmt_(stmt), sql_(sql), columns_(types.size()) {
+    Check(SQLSetStmtAttr(stmt, SQL_ATTR_ROW_BIND_TYPE,
+                         reinterpret_cast<SQLPOINTER>(SQL_BIND_BY_COLUMN), 0),
+          SQL_HANDLE_STMT, stmt, "binding columns", sql);
+    Check(SQLSetStmtAttr(stmt, SQL_ATTR_ROW_ARRAY_SIZE, reinterpret_cast<SQLPOINTER>(kBlockRows), 0),
+          SQL_HANDLE_STMT, stmt, "binding columns", sql);
+    Check(SQLSetStmtAttr(stmt, SQL_ATTR_ROWS_FETCHED_PTR, &fetched_, 0), SQL_HANDLE_STMT, stmt,
+          "binding columns", sql);
+    for (size_t i = 0; i < types.size(); ++i) {
+      Column& c = columns_[i];
+      c.kind = KindOf(types[i]);
+      c.indicators.resize(kBlockRows);
+      SQLSMALLINT target = SQL_C_SBIGINT;
+      switch (c.kind) {
+        case Kind::kInteger:
+        case Kind::kBit: c.width = sizeof(SQLBIGINT); break;
+        case Kind::kDouble:
+          c.width = sizeof(double);
+          target = SQL_C_DOUBLE;
+          break;
+        case Kind::kTimestamp:
+          c.width = sizeof(SQL_TIMESTAMP_STRUCT);
+          target = SQL_C_TYPE_TIMESTAMP;
+          break;
+        case Kind::kText:
+          // Two UTF-16 units a character (characters beyond the basic
+          // plane), and the terminator.
+          c.width = (sizes[i] * 2 + 1) * sizeof(char16_t);
+          target = SQL_C_WCHAR;
+          break;
+      }
+      c.data.resize(c.width * kBlockRows);
+      Check(SQLBindCol(stmt, static_cast<SQLUSMALLINT>(i + 1), target, c.data.data(),
+                       static_cast<SQLLEN>(c.width), c.indicators.data()),
+            SQL_HANDLE_STMT, stmt, "binding columns", sql);
+    }
+  }
+
+  // Hands every row to the sink, a block at a time.
+  void ReadAll(const RowSink& sink) {
+    std::vector<Variant> row;
+    while (true) {
+      const SQLRETURN rc = SQLFetch(stmt_);
+      if (rc == SQL_NO_DATA) break;
+      Check(rc, SQL_HANDLE_STMT, stmt_, "fetching rows", sql_);
+      for (SQLULEN r = 0; r < fetched_; ++r) {
+        row.clear();
+        row.reserve(columns_.size());
+        for (const Column& c : columns_) row.push_back(Value(c, r));
+        sink(row);
+      }
+    }
+  }
+
+ private:
+  struct Column {
+    Kind kind;
+    size_t width = 0;
+    std::vector<unsigned char> data;
+    std::vector<SQLLEN> indicators;
+  };
+
+  static Kind KindOf(SQLSMALLINT type) {
+    switch (type) {
+      case SQL_INTEGER:
+      case SQL_SMALLINT:
+      case SQL_TINYINT:
+      case SQL_BIGINT: return Kind::kInteger;
+      case SQL_BIT: return Kind::kBit;
+      case SQL_DECIMAL:
+      case SQL_NUMERIC:
+      case SQL_REAL:
+      case SQL_FLOAT:
+      case SQL_DOUBLE: return Kind::kDouble;
+      case SQL_TYPE_DATE:
+      case SQL_TYPE_TIMESTAMP: return Kind::kTimestamp;
+      default: return Kind::kText;
+    }
+  }
+
+  Variant Value(const Column& c, SQLULEN r) const {
+    const SQLLEN ind = c.indicators[r];
+    if (ind == SQL_NULL_DATA) return Variant::Null();
+    const unsigned char* at = c.data.data() + r * c.width;
+    switch (c.kind) {
+      case Kind::kInteger: {
+        SQLBIGINT v;
+        std::memcpy(&v, at, sizeof v);
+        return Variant::FromInt64(v);
+      }
+      case Kind::kBit: {
+        SQLBIGINT v;
+        std::memcpy(&v, at, sizeof v);
+        return Variant(v != 0);
+      }
+      case Kind::kDouble: {
+        double v;
+        std::memcpy(&v, at, sizeof v);
+        return Variant(v);
+      }
+      case Kind::kTimestamp: {
+        SQL_TIMESTAMP_STRUCT ts;
+        std::memcpy(&ts, at, sizeof ts);
+        return Variant(Date::FromParts(ts.year, ts.month, ts.day, ts.hour, ts.minute, ts.second));
+      }
+      case Kind::kText: {
+        const size_t capacity = c.width / sizeof(char16_t) - 1;
+        if (ind == SQL_NO_TOTAL || static_cast<size_t>(ind) / 2 > capacity) {
+          throw Error(ErrorCategory::kDatabase,
+                      "a text longer than its column's described size came back: " +
+                          std::string(sql_));
+        }
+        std::u16string text(static_cast<size_t>(ind) / 2, u'\0');
+        std::memcpy(text.data(), at, text.size() * sizeof(char16_t));
+        return Variant(Utf16ToUtf8(text.data(), text.size()));
+      }
+    }
+    return Variant();
+  }
+
+  SQLHSTMT stmt_;
+  std::string_view sql_;
+  std::vector<Column> columns_;
+  SQLULEN fetched_ = 0;
+};
+
 class StmtHandle {
  public:
   explicit StmtHandle(SQLHDBC dbc) {
@@ -333,6 +483,7 @@ class OdbcConnection : public Connection {
     Check(SQLNumResultCols(stmt.get(), &ncols), SQL_HANDLE_STMT, stmt.get(), "reading columns",
           sql);
     std::vector<SQLSMALLINT> types;
+    std::vector<SQLULEN> sizes;
     for (SQLUSMALLINT c = 1; c <= static_cast<SQLUSMALLINT>(ncols); ++c) {
       SQLWCHAR name[512] = {};
       SQLSMALLINT name_len = 0, type = 0, digits = 0, nullable = 0;
@@ -345,6 +496,11 @@ class OdbcConnection : public Connection {
                       std::min<size_t>(static_cast<size_t>(name_len), std::size(name) - 1));
       if (columns) columns->push_back(dialect_->FoldsNames() ? LabelAsSpelled(sql, label) : label);
       types.push_back(type);
+      sizes.push_back(size);
+    }
+    if (ncols > 0 && BlockReader::Fits(types, sizes)) {
+      BlockReader(stmt.get(), types, sizes, sql).ReadAll(sink);
+      return;
     }
     std::vector<Variant> row;
     if (ncols > 0) {

@@ -5,24 +5,35 @@
 #include <functional>
 #include <set>
 #include <string_view>
+#include <type_traits>
 #include <unordered_set>
 
 #include "record/error.h"
+#include "record/json.h"
 
 namespace mrpcalc::mrp {
 namespace {
 
-constexpr size_t kChunk = 500;  // ids per IN list (SQL Server takes 2,100 parameters)
-
 using Row = std::vector<Variant>;
 
-// Runs `sql` (with "%IDS%" standing for the list) once per chunk of keys,
-// handing each row to `each`.
+// Runs `sql`, "%IDS%" standing for the keys, handing each row to `each`:
+// once with the keys as one JSON parameter where the engine unpacks such a
+// set itself, else once per chunk of keys bound as a parameter list.
 template <class Key>
 void ForChunks(db::Connection& c, const std::vector<Key>& keys, const std::string& sql,
                const db::RowSink& each) {
-  for (size_t from = 0; from < keys.size(); from += kChunk) {
-    const size_t n = std::min(kChunk, keys.size() - from);
+  if (keys.empty()) return;
+  const db::Dialect& d = c.dialect();
+  const std::string set = std::is_same_v<Key, std::string> ? d.TextSet() : d.IntSet();
+  if (!set.empty() && d.PrefersSets()) {
+    std::string text = sql;
+    text.replace(text.find("%IDS%"), 5, set);
+    c.QueryRows(text, {Variant(Json(keys).dump())}, each);
+    return;
+  }
+  const size_t chunk = d.IdsPerStatement();
+  for (size_t from = 0; from < keys.size(); from += chunk) {
+    const size_t n = std::min(chunk, keys.size() - from);
     db::Params params;
     params.reserve(n);
     for (size_t i = from; i < from + n; ++i) params.emplace_back(keys[i]);
@@ -278,7 +289,16 @@ void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
   if (in.demand_bill_numbers.empty()) {
     throw Error(ErrorCategory::kInvalidInput, "the demand names no bill number");
   }
-  db::Params numbers(in.demand_bill_numbers.begin(), in.demand_bill_numbers.end());
+  // The demand's own bills are excluded in one statement (the sums stay the
+  // engine's): as one set parameter where the engine reads one, which has
+  // no limit of parameters, else as a list.
+  const std::string& set = c.dialect().TextSet();
+  db::Params numbers;
+  if (!set.empty()) {
+    numbers.emplace_back(Json(in.demand_bill_numbers).dump());
+  } else {
+    numbers.assign(in.demand_bill_numbers.begin(), in.demand_bill_numbers.end());
+  }
   in.producing =
       Figures(c,
               "select u1.FItemID, u1.FAuxPropID, sum(u1.FPlanQty - coalesce(s.FQty, 0)) from " +
@@ -288,7 +308,7 @@ void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
                   " and s.FSourceEntryID = u1.FEntryID"
                   " where v1.FStatus in (1,2) and u1.FPlanQty - coalesce(s.FQty, 0) > 0"
                   " and v1.FBillNo not in (" +
-                  db::Placeholders(numbers.size()) +
+                  (set.empty() ? db::Placeholders(numbers.size()) : set) +
                   ")"
                   " group by u1.FItemID, u1.FAuxPropID",
               numbers);
