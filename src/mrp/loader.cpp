@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string_view>
 #include <type_traits>
@@ -42,6 +43,49 @@ void ForChunks(db::Connection& c, const std::vector<Key>& keys, const std::strin
     c.QueryRows(text, params, each);
   }
 }
+
+// The rows of one table whose key column holds one of a set of ids. Where
+// the engine takes the ids as one set parameter, one statement reads them.
+// Elsewhere a lookup in the key's index costs about as much as reading ten
+// rows in order, so ids that number an eighth of the table or more are
+// read with one scan of the table, filtered here; fewer go by parameter
+// lists. The table is counted once, the first time that matters.
+class TableByIds {
+ public:
+  TableByIds(db::Connection& c, std::string select_list, std::string table, std::string key,
+             size_t key_position)
+      : c_(c),
+        select_(std::move(select_list)),
+        table_(std::move(table)),
+        key_(std::move(key)),
+        key_position_(key_position) {}
+
+  void Read(const std::vector<int32_t>& ids, const db::RowSink& each) {
+    if (ids.empty()) return;
+    const db::Dialect& d = c_.dialect();
+    if (d.PrefersSets() || ids.size() * 8 < Rows()) {
+      ForChunks(c_, ids, "select " + select_ + " from " + table_ + " where " + key_ + " in (%IDS%)",
+                each);
+      return;
+    }
+    const std::unordered_set<int32_t> wanted(ids.begin(), ids.end());
+    c_.QueryRows("select " + select_ + " from " + table_, {}, [&](Row& r) {
+      const Variant& k = r[key_position_];
+      if (!k.IsNull() && wanted.count(k.ToLong())) each(r);
+    });
+  }
+
+ private:
+  size_t Rows() {
+    if (!rows_) rows_ = static_cast<size_t>(c_.QueryValue("select count(*) from " + table_).ToDouble());
+    return *rows_;
+  }
+
+  db::Connection& c_;
+  std::string select_, table_, key_;
+  size_t key_position_;
+  std::optional<size_t> rows_;
+};
 
 OptInt Int(const Variant& v) {
   if (v.IsNull() || v.IsEmpty()) return std::nullopt;
@@ -83,12 +127,17 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
   for (int32_t id : item_ids) {
     if (seen_items.insert(id).second) frontier.push_back(id);
   }
+  TableByIds headers(c, "FInterID, FItemID, FQty, FAuxPropID, FUseStatus, FStatus", "ICBOM",
+                     "FItemID", 1);
+  TableByIds lines(c, "FInterID, FEntryID, FItemID, FQty, FScrap, FAuxPropID, FUnitID, FNote",
+                   "ICBOMChild", "FInterID", 0);
+  TableByIds items(c,
+                   "FItemID, FErpClsID, FNumber, FName, FModel, FUnitID, FSecInv, FQtyDecimal,"
+                   " FSource",
+                   "t_ICItem", "FItemID", 0);
   while (!frontier.empty()) {
     std::vector<int32_t> bills;
-    ForChunks(c, frontier,
-              "select FInterID, FItemID, FQty, FAuxPropID, FUseStatus, FStatus from ICBOM"
-              " where FItemID in (%IDS%)",
-              [&](Row& r) {
+    headers.Read(frontier, [&](Row& r) {
                 BomHeader b{r[0].ToLong(), r[1].ToLong(), Num(r[2]),
                             Int(r[3]),     Int(r[4]),     Int(r[5])};
                 if (seen_bills.insert(b.inter_id).second) {
@@ -97,10 +146,7 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
                 }
               });
     std::vector<int32_t> next;
-    ForChunks(c, bills,
-              "select FInterID, FEntryID, FItemID, FQty, FScrap, FAuxPropID, FUnitID, FNote"
-              " from ICBOMChild where FInterID in (%IDS%)",
-              [&](Row& r) {
+    lines.Read(bills, [&](Row& r) {
                 BomChild ch{r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
                             Num(r[4]),     Int(r[5]),     Int(r[6]),     Text(r[7])};
                 if (seen_items.insert(ch.item_id).second) next.push_back(ch.item_id);
@@ -111,10 +157,7 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
   std::vector<int32_t> all(seen_items.begin(), seen_items.end());
   std::sort(all.begin(), all.end());
   in.items.reserve(in.items.size() + all.size());
-  ForChunks(c, all,
-            "select FItemID, FErpClsID, FNumber, FName, FModel, FUnitID, FSecInv, FQtyDecimal,"
-            " FSource from t_ICItem where FItemID in (%IDS%)",
-            [&](Row& r) {
+  items.Read(all, [&](Row& r) {
               in.items[r[0].ToLong()] = {Int(r[1]), Text(r[2]), Text(r[3]), Text(r[4]),
                                          Int(r[5]), Num(r[6]),  Int(r[7]),  Int(r[8])};
             });
