@@ -27,19 +27,20 @@ bool SwitchOn(const DictionaryPtr& filter, const char* key) {
 
 Variant Cell(const mrp::OptInt& v) { return v ? Variant(*v) : Variant::Null(); }
 Variant Cell(const mrp::OptNum& v) { return v ? Variant(*v) : Variant::Null(); }
-Variant Cell(const mrp::OptText& v) { return v ? Variant(*v) : Variant::Null(); }
+Variant Cell(mrp::OptText&& v) { return v ? Variant(std::move(*v)) : Variant::Null(); }
 Variant Cell(const std::optional<Date>& v) { return v ? Variant(*v) : Variant::Null(); }
 
-DictionaryPtr ToDictionary(const mrp::ReportRow& r) {
+// Texts move into the row: the calculation's rows are dropped after.
+DictionaryPtr ToDictionary(mrp::ReportRow&& r) {
   Variant cells[] = {
       Cell(r.item_id),      Cell(r.bom_item_id),  Cell(r.inter_id),       Cell(r.entry_id),
       Cell(r.bom_inter_id), Cell(r.bom_entry_id), Cell(r.tran_type),      Cell(r.item_prop_id),
-      Cell(r.item_prop),    Cell(r.item_number),  Cell(r.item_name),      Cell(r.item_model),
-      Cell(r.aux_prop_id),  Cell(r.aux_prop),     Cell(r.unit_id),        Cell(r.unit_name),
+      Cell(std::move(r.item_prop)),    Cell(std::move(r.item_number)),  Cell(std::move(r.item_name)),      Cell(std::move(r.item_model)),
+      Cell(r.aux_prop_id),  Cell(std::move(r.aux_prop)),     Cell(r.unit_id),        Cell(std::move(r.unit_name)),
       Cell(r.destroy_rate), Cell(r.qty_decimal),  Cell(r.need_qty),       Cell(r.save_qty),
       Cell(r.current_qty),  Cell(r.moving_qty),   Cell(r.unstock_qty),    Cell(r.producing_qty),
       Cell(r.produc_qty),   Cell(r.mid_stock_qty), Cell(r.suggest_qty),   Cell(r.qty),
-      Cell(r.source_no),    Cell(r.supply_number), Cell(r.supply_name),   Cell(r.memo),
+      Cell(std::move(r.source_no)),    Cell(std::move(r.supply_number)), Cell(std::move(r.supply_name)),   Cell(std::move(r.memo)),
       Cell(r.final),        Cell(r.date)};
   static const KeyList keys = MakeKeyList(mrp::ReportColumns());
   auto row = Dictionary::Create(keys);
@@ -153,7 +154,7 @@ VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr&
     }
     const auto loaded = Clock::now();
     auto out = Vector::Create();
-    for (const auto& r : mrp::Calculate(in, &boms)) out->Add(ToDictionary(r));
+    for (auto& r : mrp::Calculate(in, &boms)) out->Add(ToDictionary(std::move(r)));
     timings_.load_seconds = std::chrono::duration<double>(loaded - started).count();
     timings_.calculate_seconds = std::chrono::duration<double>(Clock::now() - loaded).count();
     return out;

@@ -13,7 +13,15 @@
 namespace mrpcalc::mrp {
 
 // Every stored quantity keeps ten decimals, as decimal(23,10) does.
-inline double Dec(double v) { return std::fabs(v) >= 1e8 ? v : std::round(v * 1e10) / 1e10; }
+inline double Dec(double v) {
+  if (!(std::fabs(v) < 1e8)) return v;
+  // std::round (half away from zero) without the library call: |x| < 1e18
+  // fits a 64-bit integer, and the fraction x - trunc(x) is exact.
+  const double x = v * 1e10;
+  double r = std::copysign(static_cast<double>(static_cast<int64_t>(x)), x);  // keeps -0
+  if (std::fabs(x - r) >= 0.5) r += x > 0 ? 1 : -1;
+  return r / 1e10;
+}
 inline OptNum Dec(OptNum v) { return v ? OptNum(Dec(*v)) : std::nullopt; }
 
 // Numbers handed from one statement to the next travel as text, 15
