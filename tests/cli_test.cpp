@@ -80,6 +80,53 @@ TEST_F(Command, ReportFormatsAndTheAutomationRouteAgree) {
   const Json answer = Json::parse(call.out);
   EXPECT_EQ(answer.at("result"), rows);
   EXPECT_EQ(answer.at("resultType"), "Vector");
+  // The answer is streamed, in exactly the layout of the document printed
+  // with two blanks a level; so is the report.
+  EXPECT_EQ(call.out, answer.dump(2) + "\n");
+  EXPECT_EQ(json.out, rows.dump(2) + "\n");
+}
+
+// A text that is not UTF-8 fails the whole answer before any of it is
+// printed: the output is the error object alone.
+TEST_F(Command, AnAnswerWithABadTextIsAnErrorNotHalfAnAnswer) {
+  auto c = db::Open(dsn_);
+  c->Execute("update t_ICItem set FName = cast(x'4bff' as text) where FItemID = "
+             "(select max(FItemID) from t_ICItem)");
+  const auto demand = mrp::SelectDemand(*c, {}, mrp::kTranProductionTask);
+  c.reset();
+  Json filter = {{"SubID", "SC"}, {"Expand", 1}, {"SourceData", ToJson(Variant(demand.source))}};
+  std::ofstream(dir_ / "args.json")
+      << Json::array({ToJson(Variant(demand.lines)), filter, "", "", 1, 1}).dump();
+  const Outcome call = Cli("call ZUVMMrpCalculate.MrpDataInfo GetMrpReportData --dsn '" + dsn_ +
+                           "' --args @" + (dir_ / "args.json").string());
+  EXPECT_EQ(call.status, 1);
+  const Json error = Json::parse(call.out);  // one document, nothing before it
+  EXPECT_NE(error.at("error").at("description").get<std::string>().find("invalid UTF-8"),
+            std::string::npos)
+      << call.out;
+}
+
+// The benchmark's commands: a synthetic factory, its request file, and a
+// call on it as the benchmark times it.
+TEST_F(Command, BenchmarkRequestRunsThroughTheCallCommand) {
+  const std::string bench = "sqlite:" + (dir_ / "bench.db").string();
+  ASSERT_EQ(Cli("bench generate --dsn '" + bench + "' --scale 0.05").status, 0);
+  const Outcome request =
+      Cli("bench request --dsn '" + bench + "' --out " + (dir_ / "request.json").string());
+  ASSERT_EQ(request.status, 0) << request.out;
+  const Outcome call = Cli("call ZUVMMrpCalculate.MrpDataInfo GetMrpReportData --dsn '" + bench +
+                           "' --args @" + (dir_ / "request.json").string());
+  ASSERT_EQ(call.status, 0) << call.out.substr(0, 400);
+  const Json answer = Json::parse(call.out);
+  EXPECT_GT(answer.at("result").size(), 20u);
+  // Every open sales-order line and the production tasks were asked for.
+  const Json sent = Json::parse(std::ifstream(dir_ / "request.json"));
+  int tasks = 0;
+  for (const auto& line : sent.at(0)) tasks += line.at("Ftrantype") == 85;
+  EXPECT_EQ(tasks, 20);
+  const Outcome run = Cli("bench run --dsn '" + bench + "' --repeat 1");
+  ASSERT_EQ(run.status, 0) << run.out;
+  EXPECT_NE(run.out.find("whole call process 1:"), std::string::npos) << run.out;
 }
 
 TEST_F(Command, RefusalsExitNonZeroAndSayWhy) {
