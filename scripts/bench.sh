@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# Reproduces the table of docs/benchmark.md on this machine: a Release
+# build, the synthetic factories at scales 0.1, 1, 4 and 10, and for each
+# the whole `mrpcalc call` process on all open demand (median of RUNS) and,
+# in the same run, the sqlite3 shell reading every table the report reads.
+#   scripts/bench.sh [RUNS]        (default 7)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+runs=${1:-7}
+scripts/install-deps.sh
+if ! command -v sqlite3 >/dev/null || [[ ! -x /usr/bin/time ]]; then
+  sudo_cmd=(); [[ $(id -u) -ne 0 ]] && sudo_cmd=(sudo)
+  "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends sqlite3 time
+fi
+cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DMRPCALC_BUILD_TESTS=OFF >/dev/null
+cmake --build build-release -j"$(nproc)" >/dev/null
+mrpcalc=build-release/src/mrpcalc
+work=$(mktemp -d /tmp/mrpcalc-bench.XXXXXX)
+trap 'rm -rf "$work"' EXIT
+tables="ICBOM ICBOMChild t_ICItem t_MeasureUnit t_AuxItem t_SubMessage SEOrder SEOrderEntry
+        ICMO ICMOEntry ICOutMO ICOutMOEntry ICStockBill ICStockBillEntry ICInventory t_Stock
+        POOrder POOrderEntry t_SystemProfile"
+for t in $tables; do echo "select * from $t;"; done >"$work/read.sql"
+
+median() { sort -g | awk '{v[NR]=$1} END {print (NR%2 ? v[(NR+1)/2] : (v[NR/2]+v[NR/2+1])/2)}'; }
+
+printf '| scale | demand lines | result rows | whole call (median) | peak RSS | sqlite3 shell reading the tables |\n'
+printf '|---|---|---|---|---|---|\n'
+for scale in 0.1 1 4 10; do
+  db="$work/bench-$scale.db"
+  "$mrpcalc" bench generate --dsn "sqlite:$db" --scale "$scale" >/dev/null
+  "$mrpcalc" bench request --dsn "sqlite:$db" --out "$work/request.json" >"$work/request.log"
+  lines=$(grep -o '[0-9]* demand lines' "$work/request.log" | cut -d' ' -f1)
+  rows=$("$mrpcalc" call ZUVMMrpCalculate.MrpDataInfo GetMrpReportData --dsn "sqlite:$db" \
+           --args @"$work/request.json" | grep -c '"FBOMItemID"')
+  : >"$work/call.times"; : >"$work/read.times"
+  for _ in $(seq "$runs"); do
+    /usr/bin/time -f "%e %M" -a -o "$work/call.times" "$mrpcalc" call ZUVMMrpCalculate.MrpDataInfo \
+      GetMrpReportData --dsn "sqlite:$db" --args @"$work/request.json" >/dev/null
+    /usr/bin/time -f "%e" -a -o "$work/read.times" sqlite3 "$db" <"$work/read.sql" >/dev/null
+  done
+  wall=$(cut -d' ' -f1 "$work/call.times" | median)
+  peak=$(cut -d' ' -f2 "$work/call.times" | median)
+  read=$(median <"$work/read.times")
+  printf '| %s | %s | %s | %s s | %s MB | %s s |\n' "$scale" "$lines" "$rows" "$wall" \
+    "$(awk -v k="$peak" 'BEGIN {printf "%.0f", k / 1024}')" "$read"
+done
