@@ -43,7 +43,7 @@ Input Bikes(int bom_type = 1) {
   return in;
 }
 
-const ReportRow& RowOf(const std::vector<ReportRow>& rows, int32_t item) {
+const ReportRow& RowOf(const ReportRows& rows, int32_t item) {
   for (const auto& r : rows) {
     if (r.bom_item_id == item) return r;
   }

@@ -93,6 +93,6 @@ bool BomLoopsBackToItem(const BomIndex& boms, int32_t item_id);
 // The report: one row per material, auxiliary property and memo, in
 // material-code order (rows without a code first). `boms`, when given, is
 // an index already built over the same input's bills.
-std::vector<ReportRow> Calculate(const Input& input, const BomIndex* boms = nullptr);
+ReportRows Calculate(const Input& input, const BomIndex* boms = nullptr);
 
 }  // namespace mrpcalc::mrp

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <optional>
 #include <set>
@@ -200,6 +201,11 @@ struct ReportRow {
   OptInt final;
   std::optional<Date> date;
 };
+
+// The report's rows. A deque: a caller turning them into other rows frees
+// each as it goes (pop_front), so that both forms of a large report are
+// never held at once.
+using ReportRows = std::deque<ReportRow>;
 
 // The working table's column names, in order, as its table spells them.
 const std::vector<std::string>& ReportColumns();

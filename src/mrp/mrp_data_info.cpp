@@ -154,7 +154,9 @@ VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr&
     }
     const auto loaded = Clock::now();
     auto out = Vector::Create();
-    for (auto& r : mrp::Calculate(in, &boms)) out->Add(ToDictionary(std::move(r)));
+    for (mrp::ReportRows rows = mrp::Calculate(in, &boms); !rows.empty(); rows.pop_front()) {
+      out->Add(ToDictionary(std::move(rows.front())));
+    }
     timings_.load_seconds = std::chrono::duration<double>(loaded - started).count();
     timings_.calculate_seconds = std::chrono::duration<double>(Clock::now() - loaded).count();
     return out;

@@ -39,7 +39,7 @@ class Report {
         own_boms_(boms ? std::nullopt : std::make_optional<BomIndex>(input)),
         boms_(boms ? *boms : *own_boms_) {}
 
-  std::vector<ReportRow> Run() {
+  ReportRows Run() {
     if (opt_.task.code == 0) {
       throw Error(ErrorCategory::kInvalidInput,
                   "SubID must be \"SC\" (production tasks) or \"WW\" (outsourcing tasks)");
@@ -418,7 +418,6 @@ class Report {
       return *x.first < *y.first;
     });
     rows_.clear();
-    rows_.reserve(groups_.size());
     for (const auto& [number, index] : order) {
       const Group& g = groups_[index];
       ReportRow& f = rows_.emplace_back();
@@ -627,7 +626,7 @@ class Report {
   const Options& opt_;
   std::optional<BomIndex> own_boms_;
   const BomIndex& boms_;
-  std::vector<ReportRow> rows_;
+  ReportRows rows_;
   std::set<Key> snapshot_;
   std::map<Key, OptNum> produc_;
   std::unordered_map<std::string, int> memo_ids_;
@@ -643,7 +642,7 @@ class Report {
 
 }  // namespace
 
-std::vector<ReportRow> Calculate(const Input& input, const BomIndex* boms) {
+ReportRows Calculate(const Input& input, const BomIndex* boms) {
   return Report(input, boms).Run();
 }
 
