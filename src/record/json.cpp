@@ -557,34 +557,21 @@ void JsonWriter::Value(const Variant& value, int indent) {
     }
     case VariantType::kVector: {
       const auto& rows = value.AsVectorRef()->rows();
-      if (rows.empty()) {
-        Raw("[]");
-        return;
-      }
-      buffer_.push_back('[');
-      for (size_t i = 0; i < rows.size(); ++i) {
-        if (i) buffer_.push_back(',');
-        Newline(indent + 2);
-        Object(rows[i] ? *rows[i] : Dictionary(), indent + 2);
-      }
-      Newline(indent);
-      Raw("]");
+      Array(rows.size(), indent,
+            [&](size_t i) { Object(rows[i] ? *rows[i] : Dictionary(), indent + 2); });
       return;
     }
     case VariantType::kObject: {
       auto rs = std::dynamic_pointer_cast<RecordSet>(value.AsObject());
-      if (!rs || rs->rows().empty()) {
+      if (!rs) {
         Raw("[]");
         return;
       }
       const auto columns = DistinctColumns(*rs);
-      buffer_.push_back('[');
-      for (size_t r = 0; r < rs->rows().size(); ++r) {
-        if (r) buffer_.push_back(',');
-        Newline(indent + 2);
+      Array(rs->rows().size(), indent, [&](size_t r) {
         if (columns.empty()) {
           Raw("{}");
-          continue;
+          return;
         }
         buffer_.push_back('{');
         for (size_t i = 0; i < columns.size(); ++i) {
@@ -596,27 +583,31 @@ void JsonWriter::Value(const Variant& value, int indent) {
         }
         Newline(indent + 2);
         Raw("}");
-      }
-      Newline(indent);
-      Raw("]");
+      });
       return;
     }
   }
 }
 
-void JsonWriter::Strings(const std::vector<std::string>& values, int indent) {
-  if (values.empty()) {
+// [] when empty; else one element a line, two blanks in from `indent`.
+template <class Element>
+void JsonWriter::Array(size_t count, int indent, Element&& element) {
+  if (count == 0) {
     Raw("[]");
     return;
   }
   buffer_.push_back('[');
-  for (size_t i = 0; i < values.size(); ++i) {
+  for (size_t i = 0; i < count; ++i) {
     if (i) buffer_.push_back(',');
     Newline(indent + 2);
-    String(values[i]);
+    element(i);
   }
   Newline(indent);
   Raw("]");
+}
+
+void JsonWriter::Strings(const std::vector<std::string>& values, int indent) {
+  Array(values.size(), indent, [&](size_t i) { String(values[i]); });
 }
 
 }  // namespace mrpcalc

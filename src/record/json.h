@@ -74,6 +74,8 @@ class JsonWriter {
   void Newline(int indent);
   void Double(double value);
   void Object(const Dictionary& row, int indent);
+  template <class Element>
+  void Array(size_t count, int indent, Element&& element);
 
   Sink sink_;
   std::string buffer_;
