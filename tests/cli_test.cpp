@@ -69,7 +69,8 @@ TEST_F(Command, ReportFormatsAndTheAutomationRouteAgree) {
 
   // The same demand through the published method, as the ERP's form calls it.
   auto c = db::Open(dsn_);
-  const auto demand = mrp::SelectDemand(*c, {"SEORD000001", "WORK000001"}, mrp::kTranProductionTask);
+  const auto demand =
+      mrp::SelectDemand(*c, {"SEORD000001", "WORK000001"}, mrp::kTranProductionTask);
   c.reset();
   Json filter = {{"SubID", "SC"}, {"Expand", 1}, {"SourceData", ToJson(Variant(demand.source))}};
   const Json args = Json::array({ToJson(Variant(demand.lines)), filter, "", "", 1, 0});
@@ -90,8 +91,9 @@ TEST_F(Command, ReportFormatsAndTheAutomationRouteAgree) {
 // printed: the output is the error object alone.
 TEST_F(Command, AnAnswerWithABadTextIsAnErrorNotHalfAnAnswer) {
   auto c = db::Open(dsn_);
-  c->Execute("update t_ICItem set FName = cast(x'4bff' as text) where FItemID = "
-             "(select max(FItemID) from t_ICItem)");
+  c->Execute(
+      "update t_ICItem set FName = cast(x'4bff' as text) where FItemID = "
+      "(select max(FItemID) from t_ICItem)");
   const auto demand = mrp::SelectDemand(*c, {}, mrp::kTranProductionTask);
   c.reset();
   Json filter = {{"SubID", "SC"}, {"Expand", 1}, {"SourceData", ToJson(Variant(demand.source))}};

@@ -6,11 +6,11 @@
 
 #include <chrono>
 
+#include "db_fixture.h"
 #include "mrp/open_demand.h"
+#include "record/error.h"
 #include "sample/demo_data.h"
 #include "schema/erp_schema.h"
-#include "db_fixture.h"
-#include "record/error.h"
 
 namespace mrpcalc::testing {
 namespace {
@@ -172,9 +172,12 @@ TEST_P(Database, RowsStreamToASink) {
 // row comes back whole and in order, across blocks of fetched rows.
 TEST_P(Database, ManyRowsOfEveryKindComeBackWhole) {
   using T = db::ColumnType;
-  conn().Execute(conn().dialect().CreateTable(
-      "t_Rows", {{"FID", T::kInt}, {"FQty", T::kDecimal}, {"FName", T::kVarchar, 6},
-                 {"FDate", T::kDateTime}, {"FNote", T::kText}, {"FOn", T::kBit}}));
+  conn().Execute(conn().dialect().CreateTable("t_Rows", {{"FID", T::kInt},
+                                                         {"FQty", T::kDecimal},
+                                                         {"FName", T::kVarchar, 6},
+                                                         {"FDate", T::kDateTime},
+                                                         {"FNote", T::kText},
+                                                         {"FOn", T::kBit}}));
   const std::string long_note(5000, 'n');
   auto name = [](int i) { return i % 3 ? std::string("😀😀😀😀😀😀") : "行" + std::to_string(i % 100); };
   {
@@ -183,11 +186,11 @@ TEST_P(Database, ManyRowsOfEveryKindComeBackWhole) {
         "insert into t_Rows (FID, FQty, FName, FDate, FNote, FOn) values (?,?,?,?,?,?)");
     for (int i = 0; i < 600; ++i) {
       const bool null = i % 7 == 0;
-      insert->Execute({i, null ? Variant::Null() : Variant(i / 8.0),
-                       null ? Variant::Null() : Variant(name(i)),
-                       null ? Variant::Null() : Variant(Date::FromParts(2026, 1 + i % 12, 1 + i % 28, i % 24)),
-                       null ? Variant::Null() : Variant(i % 2 ? long_note : "短"),
-                       null ? Variant::Null() : Variant(i % 2 == 0)});
+      insert->Execute(
+          {i, null ? Variant::Null() : Variant(i / 8.0), null ? Variant::Null() : Variant(name(i)),
+           null ? Variant::Null() : Variant(Date::FromParts(2026, 1 + i % 12, 1 + i % 28, i % 24)),
+           null ? Variant::Null() : Variant(i % 2 ? long_note : "短"),
+           null ? Variant::Null() : Variant(i % 2 == 0)});
     }
     tx.Commit();
   }

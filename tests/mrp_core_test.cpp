@@ -6,9 +6,9 @@
 #include <random>
 #include <set>
 
-#include "record/error.h"
 #include "mrp/calculation.h"
 #include "mrp/numeric.h"
+#include "record/error.h"
 
 namespace mrpcalc::mrp {
 namespace {
@@ -160,15 +160,18 @@ TEST(Numeric, FifteenDigitTextAsPrinted) {
     double v;
     const uint64_t bits = rng();
     std::memcpy(&v, &bits, sizeof v);
-    if (i % 2) v = static_cast<double>(static_cast<int64_t>(rng() % 2000000001) - 1000000000) / 1e10 + 0.5e-10;
+    if (i % 2)
+      v = static_cast<double>(static_cast<int64_t>(rng() % 2000000001) - 1000000000) / 1e10 +
+          0.5e-10;
     const double want = std::fabs(v) >= 1e8 ? v : std::round(v * 1e10) / 1e10;
     const double got = Dec(v);
     ASSERT_TRUE(std::memcmp(&want, &got, sizeof got) == 0 || (std::isnan(want) && std::isnan(got)))
         << std::hexfloat << v;
   }
   // Carries through every digit, halfway-looking tails, signs, zero.
-  for (double v : {0.99999999999999994, 9.9999999999999995e20, 0.123456789012345, 1.0000000000000005,
-                   -2.5000000000000004, 0.0, -0.0, 5e-324, 1.7976931348623157e308, 1.0 / 3, 2.0 / 3}) {
+  for (double v :
+       {0.99999999999999994, 9.9999999999999995e20, 0.123456789012345, 1.0000000000000005,
+        -2.5000000000000004, 0.0, -0.0, 5e-324, 1.7976931348623157e308, 1.0 / 3, 2.0 / 3}) {
     const double fast = AsText(v), printed = AsTextByPrinting(v);
     EXPECT_EQ(std::memcmp(&fast, &printed, sizeof fast), 0) << std::hexfloat << v;
   }

@@ -247,11 +247,12 @@ std::string Streamed(const Variant& v, size_t buffer = 7) {
 }
 
 std::string RandomText(std::mt19937& rng) {
-  static const char32_t kPool[] = {U'a', U'Z', U'0', U' ', U'"', U'\\', U'/', U'\b', U'\f', U'\n',
-                                   U'\r', U'\t', 0x01, 0x1F, 0x7F, 0x80, U'é', U'供', U'应',
-                                   0xFFFD, 0x10348, 0x1F600, U'\'', U'｀'};
+  static const char32_t kPool[] = {U'a',  U'Z',  U'0',  U' ',   U'"',    U'\\',   U'/',  U'\b',
+                                   U'\f', U'\n', U'\r', U'\t',  0x01,    0x1F,    0x7F,  0x80,
+                                   U'é',  U'供', U'应', 0xFFFD, 0x10348, 0x1F600, U'\'', U'｀'};
   std::u32string text;
-  for (int n = static_cast<int>(rng() % 9); n > 0; --n) text.push_back(kPool[rng() % std::size(kPool)]);
+  for (int n = static_cast<int>(rng() % 9); n > 0; --n)
+    text.push_back(kPool[rng() % std::size(kPool)]);
   std::string out;
   for (char32_t c : text) {
     if (c < 0x80) {
@@ -275,10 +276,14 @@ std::string RandomText(std::mt19937& rng) {
 
 Variant RandomScalar(std::mt19937& rng) {
   switch (rng() % 8) {
-    case 0: return Variant();
-    case 1: return Variant::Null();
-    case 2: return Variant(rng() % 2 == 0);
-    case 3: return Variant(static_cast<int32_t>(rng()));
+    case 0:
+      return Variant();
+    case 1:
+      return Variant::Null();
+    case 2:
+      return Variant(rng() % 2 == 0);
+    case 3:
+      return Variant(static_cast<int32_t>(rng()));
     case 4: {  // any finite double, from its bits
       double d;
       do {
@@ -287,9 +292,14 @@ Variant RandomScalar(std::mt19937& rng) {
       } while (!std::isfinite(d));
       return Variant(d);
     }
-    case 5: return Variant(static_cast<double>(static_cast<int32_t>(rng() % 2000) - 1000) / 8);
-    case 6: return Variant(Date::FromParts(2000 + static_cast<int>(rng() % 50), 1 + static_cast<int>(rng() % 12), 1 + static_cast<int>(rng() % 28)));
-    default: return Variant(RandomText(rng));
+    case 5:
+      return Variant(static_cast<double>(static_cast<int32_t>(rng() % 2000) - 1000) / 8);
+    case 6:
+      return Variant(Date::FromParts(2000 + static_cast<int>(rng() % 50),
+                                     1 + static_cast<int>(rng() % 12),
+                                     1 + static_cast<int>(rng() % 28)));
+    default:
+      return Variant(RandomText(rng));
   }
 }
 
@@ -299,17 +309,20 @@ Variant RandomValue(std::mt19937& rng, int depth) {
   if (kind == 0) return RandomScalar(rng);
   if (kind == 1) {
     auto d = Dictionary::Create();
-    for (int n = static_cast<int>(rng() % 5); n > 0; --n) d->Set(RandomText(rng), RandomValue(rng, depth + 1));
+    for (int n = static_cast<int>(rng() % 5); n > 0; --n)
+      d->Set(RandomText(rng), RandomValue(rng, depth + 1));
     return Variant(d);
   }
   auto rows = Vector::Create();
-  static const KeyList shape = MakeKeyList({"FItemID", "F\"Name\"", "名称"});  // shared at every depth
+  static const KeyList shape =
+      MakeKeyList({"FItemID", "F\"Name\"", "名称"});  // shared at every depth
   for (int n = static_cast<int>(rng() % 4); n > 0; --n) {
     auto row = kind == 2 ? Dictionary::Create(shape) : Dictionary::Create();
     if (kind == 2) {
       for (size_t i = 0; i < shape->size(); ++i) row->SetAt(i, RandomValue(rng, depth + 1));
     } else {
-      for (int k = static_cast<int>(rng() % 3); k > 0; --k) row->Set(RandomText(rng), RandomScalar(rng));
+      for (int k = static_cast<int>(rng() % 3); k > 0; --k)
+        row->Set(RandomText(rng), RandomScalar(rng));
     }
     rows->Add(row);
   }
@@ -318,11 +331,14 @@ Variant RandomValue(std::mt19937& rng, int depth) {
 
 TEST(JsonStreams, WriterPrintsWhatTheDocumentPrints) {
   // Record sets: a column selected twice is one member with the last value.
-  auto rs = std::make_shared<RecordSet>(
-      std::vector<std::string>{"FID", "FQty", "FID"},
-      std::vector<std::vector<Variant>>{{int32_t{1}, 2.5, "x"}, {int32_t{2}, Variant::Null(), 7.0}});
-  auto empty_rs = std::make_shared<RecordSet>(std::vector<std::string>{"A"}, std::vector<std::vector<Variant>>{});
-  auto no_columns = std::make_shared<RecordSet>(std::vector<std::string>{}, std::vector<std::vector<Variant>>{{}});
+  auto rs =
+      std::make_shared<RecordSet>(std::vector<std::string>{"FID", "FQty", "FID"},
+                                  std::vector<std::vector<Variant>>{
+                                      {int32_t{1}, 2.5, "x"}, {int32_t{2}, Variant::Null(), 7.0}});
+  auto empty_rs = std::make_shared<RecordSet>(std::vector<std::string>{"A"},
+                                              std::vector<std::vector<Variant>>{});
+  auto no_columns = std::make_shared<RecordSet>(std::vector<std::string>{},
+                                                std::vector<std::vector<Variant>>{{}});
   auto outer = Dictionary::Create();
   outer->Set("rs", Variant(std::static_pointer_cast<Object>(rs)));
   outer->Set("none", Variant(std::static_pointer_cast<Object>(empty_rs)));
@@ -351,7 +367,9 @@ TEST(JsonStreams, TextCheckAgreesWithTheLibrary) {
     std::string s;
     for (int n = static_cast<int>(rng() % 6); n > 0; --n) {
       const unsigned r = rng() % 10;
-      s.push_back(static_cast<char>(r < 2 ? 'a' : r < 4 ? 0x80 + rng() % 0x40 : 0xC0 + rng() % 0x40));
+      s.push_back(static_cast<char>(r < 2   ? 'a'
+                                    : r < 4 ? 0x80 + rng() % 0x40
+                                            : 0xC0 + rng() % 0x40));
     }
     std::string library_error, our_error;
     try {
@@ -379,7 +397,8 @@ TEST(JsonStreams, TextCheckAgreesWithTheLibrary) {
 TEST(JsonStreams, ReaderReadsWhatTheDocumentGives) {
   auto shown = [](const std::vector<Variant>& values) {
     std::string out;
-    for (const auto& v : values) out += std::string(VariantTypeName(v.type())) + ":" + ToJson(v).dump() + ";";
+    for (const auto& v : values)
+      out += std::string(VariantTypeName(v.type())) + ":" + ToJson(v).dump() + ";";
     return out;
   };
   auto via_document = [&](const std::string& text) {
@@ -387,15 +406,16 @@ TEST(JsonStreams, ReaderReadsWhatTheDocumentGives) {
     for (const auto& a : Json::parse(text)) values.push_back(FromJson(a));
     return shown(values);
   };
-  for (const std::string text :
-       {R"([])", R"([1, -0, 1.0, 1e2, 2147483647, 2147483648, -2147483649, 1.5])",
-        R"([9223372036854775807, 9223372036854775808, 18446744073709551616, -9223372036854775809])",
-        R"(["x\u00e9\ud83d\ude00", true, false, null])",
-        R"([{"a": 1, "A": 2, "a": 3}, {"b": {"c": [ ]}}])",
-        R"([[{"FItemID": 1, "FQty": 2}, {"FItemID": 3, "FQty": 4}, {"FQty": 5, "FItemID": 6}, {"FItemID": 7}]])",
-        R"([[{"k": 1, "K": 2}, {"k": 3, "K": 4}]])",
-        R"([{"SourceData": [{"FBillNO": "SO1", "Ftrantype": 81}], "Expand": 1}, "", "1", 1, 0])",
-        "\xEF\xBB\xBF[1]", "[1e-400, 1e308]", R"(["\u0000", -0.0])"}) {
+  for (
+      const std::string text :
+      {R"([])", R"([1, -0, 1.0, 1e2, 2147483647, 2147483648, -2147483649, 1.5])",
+       R"([9223372036854775807, 9223372036854775808, 18446744073709551616, -9223372036854775809])",
+       R"(["x\u00e9\ud83d\ude00", true, false, null])",
+       R"([{"a": 1, "A": 2, "a": 3}, {"b": {"c": [ ]}}])",
+       R"([[{"FItemID": 1, "FQty": 2}, {"FItemID": 3, "FQty": 4}, {"FQty": 5, "FItemID": 6}, {"FItemID": 7}]])",
+       R"([[{"k": 1, "K": 2}, {"k": 3, "K": 4}]])",
+       R"([{"SourceData": [{"FBillNO": "SO1", "Ftrantype": 81}], "Expand": 1}, "", "1", 1, 0])",
+       "\xEF\xBB\xBF[1]", "[1e-400, 1e308]", R"(["\u0000", -0.0])"}) {
     const JsonArguments read = ReadJsonArguments(text);
     EXPECT_TRUE(read.is_array);
     EXPECT_EQ(shown(read.values), via_document(text)) << text;
@@ -406,13 +426,16 @@ TEST(JsonStreams, ReaderReadsWhatTheDocumentGives) {
   int valid = 0;
   for (int round = 0; round < 3000; ++round) {
     Json list = Json::array();
-    for (int n = static_cast<int>(rng() % 4); n > 0; --n) list.push_back(ToJson(RandomValue(rng, 1)));
+    for (int n = static_cast<int>(rng() % 4); n > 0; --n)
+      list.push_back(ToJson(RandomValue(rng, 1)));
     std::string text = list.dump(rng() % 2 ? -1 : 1, ' ', rng() % 2 == 0);
     if (rng() % 3 == 0 && !text.empty()) {
       static const char kNoise[] = "[]{},:\"\\0-e.tn \x01\xC3";
       const size_t at = rng() % text.size();
-      if (rng() % 2) text.erase(at, 1 + rng() % 3);
-      else text.insert(at, 1, kNoise[rng() % (sizeof kNoise - 1)]);
+      if (rng() % 2)
+        text.erase(at, 1 + rng() % 3);
+      else
+        text.insert(at, 1, kNoise[rng() % (sizeof kNoise - 1)]);
     }
     std::string ours, document;
     try {

@@ -1,8 +1,8 @@
 // mrpcalc: the command-line program. All argument parsing lives in this one
 // file (CLI11 is slow to compile); each command hands over to a library.
+#include <fcntl.h>
 #include <fmt/core.h>
 #include <malloc.h>
-#include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -11,24 +11,24 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <cstdio>
 #include <fstream>
 #include <iostream>
 #include <set>
 #include <sstream>
 
-#include "sample/synthetic.h"
 #include "component/registry.h"
 #include "db/connection.h"
+#include "mrp/mrp_data_info.h"
 #include "mrp/open_demand.h"
-#include "sample/demo_data.h"
-#include "schema/erp_schema.h"
 #include "record/error.h"
 #include "record/json.h"
 #include "record/text.h"
-#include "mrp/mrp_data_info.h"
+#include "sample/demo_data.h"
+#include "sample/synthetic.h"
+#include "schema/erp_schema.h"
 #include "services/host_config.h"
 
 namespace {
@@ -224,7 +224,8 @@ BenchRequest MakeBenchRequest(const std::string& dsn, int form) {
 void WriteBenchRequest(const BenchRequest& r, const std::string& path) {
   std::FILE* file = std::fopen(path.c_str(), "wb");
   if (!file) ThrowInvalid("cannot write the request file " + path);
-  JsonWriter out([file](std::string_view chunk) { std::fwrite(chunk.data(), 1, chunk.size(), file); });
+  JsonWriter out(
+      [file](std::string_view chunk) { std::fwrite(chunk.data(), 1, chunk.size(), file); });
   out.Raw("[\n  ");
   out.Value(Variant(r.lines), 2);
   out.Raw(",\n  ");
@@ -253,9 +254,10 @@ struct ProcessFigures {
 ProcessFigures TimeCallProcess(const std::string& dsn, const std::string& request) {
   const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
   const std::string args_file = "@" + request;
-  std::vector<const char*> argv = {self.c_str(),  "call", kMrpDataInfoProgId, "GetMrpReportData",
-                                   "--dsn",       dsn.c_str(), "--args",   args_file.c_str(),
-                                   nullptr};
+  std::vector<const char*> argv = {
+      self.c_str(), "call",      kMrpDataInfoProgId, "GetMrpReportData",
+      "--dsn",      dsn.c_str(), "--args",           args_file.c_str(),
+      nullptr};
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
@@ -299,8 +301,9 @@ int RunBench(const std::string& dsn, int repeat, int form) {
       std::filesystem::remove(path);
       ThrowInvalid("the call process failed (status " + std::to_string(f.status) + ")");
     }
-    fmt::print("whole call process {}: {:.3f} s wall, {:.3f} s user, {:.3f} s sys, peak {:.1f} MB\n",
-               i + 1, f.wall, f.user, f.sys, f.peak_mb);
+    fmt::print(
+        "whole call process {}: {:.3f} s wall, {:.3f} s user, {:.3f} s sys, peak {:.1f} MB\n",
+        i + 1, f.wall, f.user, f.sys, f.peak_mb);
     walls.push_back(f.wall);
     peaks.push_back(f.peak_mb);
   }
@@ -376,8 +379,7 @@ int RunCall(const std::string& prog_id, const std::string& method, const std::st
       } catch (const Json::parse_error& e) {
         ThrowInvalid(std::string("--args is not valid JSON: ") + e.what());
       }
-      if (!parsed.is_array)
-        ThrowInvalid("--args must be a JSON array of the arguments after sDsn");
+      if (!parsed.is_array) ThrowInvalid("--args must be a JSON array of the arguments after sDsn");
       args = std::move(parsed.values);
     }
     const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());

@@ -297,8 +297,9 @@ class BlockReader {
     Check(SQLSetStmtAttr(stmt, SQL_ATTR_ROW_BIND_TYPE,
                          reinterpret_cast<SQLPOINTER>(SQL_BIND_BY_COLUMN), 0),
           SQL_HANDLE_STMT, stmt, "binding columns", sql);
-    Check(SQLSetStmtAttr(stmt, SQL_ATTR_ROW_ARRAY_SIZE, reinterpret_cast<SQLPOINTER>(kBlockRows), 0),
-          SQL_HANDLE_STMT, stmt, "binding columns", sql);
+    Check(
+        SQLSetStmtAttr(stmt, SQL_ATTR_ROW_ARRAY_SIZE, reinterpret_cast<SQLPOINTER>(kBlockRows), 0),
+        SQL_HANDLE_STMT, stmt, "binding columns", sql);
     Check(SQLSetStmtAttr(stmt, SQL_ATTR_ROWS_FETCHED_PTR, &fetched_, 0), SQL_HANDLE_STMT, stmt,
           "binding columns", sql);
     for (size_t i = 0; i < types.size(); ++i) {
@@ -308,7 +309,9 @@ class BlockReader {
       SQLSMALLINT target = SQL_C_SBIGINT;
       switch (c.kind) {
         case Kind::kInteger:
-        case Kind::kBit: c.width = sizeof(SQLBIGINT); break;
+        case Kind::kBit:
+          c.width = sizeof(SQLBIGINT);
+          break;
         case Kind::kDouble:
           c.width = sizeof(double);
           target = SQL_C_DOUBLE;
@@ -360,16 +363,21 @@ class BlockReader {
       case SQL_INTEGER:
       case SQL_SMALLINT:
       case SQL_TINYINT:
-      case SQL_BIGINT: return Kind::kInteger;
-      case SQL_BIT: return Kind::kBit;
+      case SQL_BIGINT:
+        return Kind::kInteger;
+      case SQL_BIT:
+        return Kind::kBit;
       case SQL_DECIMAL:
       case SQL_NUMERIC:
       case SQL_REAL:
       case SQL_FLOAT:
-      case SQL_DOUBLE: return Kind::kDouble;
+      case SQL_DOUBLE:
+        return Kind::kDouble;
       case SQL_TYPE_DATE:
-      case SQL_TYPE_TIMESTAMP: return Kind::kTimestamp;
-      default: return Kind::kText;
+      case SQL_TYPE_TIMESTAMP:
+        return Kind::kTimestamp;
+      default:
+        return Kind::kText;
     }
   }
 
@@ -401,9 +409,9 @@ class BlockReader {
       case Kind::kText: {
         const size_t capacity = c.width / sizeof(char16_t) - 1;
         if (ind == SQL_NO_TOTAL || static_cast<size_t>(ind) / 2 > capacity) {
-          throw Error(ErrorCategory::kDatabase,
-                      "a text longer than its column's described size came back: " +
-                          std::string(sql_));
+          throw Error(
+              ErrorCategory::kDatabase,
+              "a text longer than its column's described size came back: " + std::string(sql_));
         }
         std::u16string text(static_cast<size_t>(ind) / 2, u'\0');
         std::memcpy(text.data(), at, text.size() * sizeof(char16_t));

@@ -2,12 +2,11 @@
 // has always followed, including the odd ones that stay on purpose.
 #include "mrp/calculation.h"
 
-#include "mrp/explosion.h"
-#include "mrp/numeric.h"
-
 #include <algorithm>
 #include <cmath>
 
+#include "mrp/explosion.h"
+#include "mrp/numeric.h"
 #include "record/error.h"
 #include "record/variant.h"
 
@@ -87,13 +86,17 @@ BomIndex::BomIndex(const Input& input) : input_(input) {
     const Item* item = FindItem(c.item_id);
     const BomHeader* approved = IsMade(item) ? Approved(c.item_id) : nullptr;
     lines_[next[static_cast<size_t>(line_bill[i])]++] = {
-        &c, IsLeafClass(item), IsMade(item), approved_in_use_.count(c.item_id) > 0,
+        &c,
+        IsLeafClass(item),
+        IsMade(item),
+        approved_in_use_.count(c.item_id) > 0,
         c.unit_id && input.unit_names.count(*c.unit_id) > 0,
         approved ? position_.at(approved->inter_id) : -1};
   }
   for (size_t p = 0; p < bills_.size(); ++p) {
-    std::stable_sort(lines_.begin() + first_line_[p], lines_.begin() + first_line_[p + 1],
-                     [](const Line& a, const Line& b) { return a.child->entry_id < b.child->entry_id; });
+    std::stable_sort(
+        lines_.begin() + first_line_[p], lines_.begin() + first_line_[p + 1],
+        [](const Line& a, const Line& b) { return a.child->entry_id < b.child->entry_id; });
   }
 }
 

@@ -17,15 +17,16 @@ namespace mrpcalc::mrp {
 // yield, mode 2 adds the scrap on top. `per` is the quantity the bill is
 // written for.
 [[noreturn, gnu::cold, gnu::noinline]] inline void LineDividesByZero(int bom_type,
-                                                                    const BomChild& line,
-                                                                    double per, int32_t bill) {
+                                                                     const BomChild& line,
+                                                                     double per, int32_t bill) {
   DivideByZero("quantity of item " + std::to_string(line.item_id) + " in bill " +
                std::to_string(bill) + " line " + std::to_string(line.entry_id) + " (BOMType " +
                std::to_string(bom_type) + ", scrap " + FormatDouble(*line.scrap) +
                ", bill quantity " + FormatDouble(per) + ")");
 }
 
-inline OptNum LineQty(int bom_type, double suggest, const BomChild& line, OptNum per, int32_t bill) {
+inline OptNum LineQty(int bom_type, double suggest, const BomChild& line, OptNum per,
+                      int32_t bill) {
   if (!line.qty || !line.scrap || !per) return std::nullopt;
   const double scrap = *line.scrap;
   const double den = bom_type == 1 ? *per * (100 - scrap) : *per;

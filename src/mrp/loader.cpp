@@ -2,6 +2,7 @@
 #include "mrp/loader.h"
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <optional>
 #include <set>
@@ -70,14 +71,21 @@ class TableByIds {
     }
     const std::unordered_set<int32_t> wanted(ids.begin(), ids.end());
     c_.QueryRows("select " + select_ + " from " + table_, {}, [&](Row& r) {
+      // The rows "key in (ids)" would give: whole numbers equal to an id.
       const Variant& k = r[key_position_];
-      if (!k.IsNull() && wanted.count(k.ToLong())) each(r);
+      const double* d = k.AsDouble();
+      if (const int32_t* id = k.AsLong()) {
+        if (wanted.count(*id)) each(r);
+      } else if (d && std::trunc(*d) == *d && std::fabs(*d) < 2147483648.0) {
+        if (wanted.count(static_cast<int32_t>(*d))) each(r);
+      }
     });
   }
 
  private:
   size_t Rows() {
-    if (!rows_) rows_ = static_cast<size_t>(c_.QueryValue("select count(*) from " + table_).ToDouble());
+    if (!rows_)
+      rows_ = static_cast<size_t>(c_.QueryValue("select count(*) from " + table_).ToDouble());
     return *rows_;
   }
 
@@ -138,29 +146,28 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
   while (!frontier.empty()) {
     std::vector<int32_t> bills;
     headers.Read(frontier, [&](Row& r) {
-                BomHeader b{r[0].ToLong(), r[1].ToLong(), Num(r[2]),
-                            Int(r[3]),     Int(r[4]),     Int(r[5])};
-                if (seen_bills.insert(b.inter_id).second) {
-                  bills.push_back(b.inter_id);
-                  in.boms.push_back(b);
-                }
-              });
+      BomHeader b{r[0].ToLong(), r[1].ToLong(), Num(r[2]), Int(r[3]), Int(r[4]), Int(r[5])};
+      if (seen_bills.insert(b.inter_id).second) {
+        bills.push_back(b.inter_id);
+        in.boms.push_back(b);
+      }
+    });
     std::vector<int32_t> next;
     lines.Read(bills, [&](Row& r) {
-                BomChild ch{r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
-                            Num(r[4]),     Int(r[5]),     Int(r[6]),     Text(r[7])};
-                if (seen_items.insert(ch.item_id).second) next.push_back(ch.item_id);
-                in.bom_children.push_back(std::move(ch));
-              });
+      BomChild ch{r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
+                  Num(r[4]),     Int(r[5]),     Int(r[6]),     Text(r[7])};
+      if (seen_items.insert(ch.item_id).second) next.push_back(ch.item_id);
+      in.bom_children.push_back(std::move(ch));
+    });
     frontier = std::move(next);
   }
   std::vector<int32_t> all(seen_items.begin(), seen_items.end());
   std::sort(all.begin(), all.end());
   in.items.reserve(in.items.size() + all.size());
   items.Read(all, [&](Row& r) {
-              in.items[r[0].ToLong()] = {Int(r[1]), Text(r[2]), Text(r[3]), Text(r[4]),
-                                         Int(r[5]), Num(r[6]),  Int(r[7]),  Int(r[8])};
-            });
+    in.items[r[0].ToLong()] = {Int(r[1]), Text(r[2]), Text(r[3]), Text(r[4]),
+                               Int(r[5]), Num(r[6]),  Int(r[7]),  Int(r[8])};
+  });
   c.QueryRows("select FMeasureUnitID, FName from t_MeasureUnit", {}, [&](Row& r) {
     if (!r[0].IsNull()) in.unit_names[r[0].ToLong()] = r[1].IsNull() ? "" : r[1].ToText();
   });

@@ -6,9 +6,9 @@
 #include <set>
 #include <unordered_map>
 
-#include "record/text.h"
 #include "mrp/calculation.h"
 #include "mrp/loader.h"
+#include "record/text.h"
 #include "services/profile.h"
 #include "services/rights.h"
 
@@ -32,16 +32,40 @@ Variant Cell(const std::optional<Date>& v) { return v ? Variant(*v) : Variant::N
 
 // Texts move into the row: the calculation's rows are dropped after.
 DictionaryPtr ToDictionary(mrp::ReportRow&& r) {
-  Variant cells[] = {
-      Cell(r.item_id),      Cell(r.bom_item_id),  Cell(r.inter_id),       Cell(r.entry_id),
-      Cell(r.bom_inter_id), Cell(r.bom_entry_id), Cell(r.tran_type),      Cell(r.item_prop_id),
-      Cell(std::move(r.item_prop)),    Cell(std::move(r.item_number)),  Cell(std::move(r.item_name)),      Cell(std::move(r.item_model)),
-      Cell(r.aux_prop_id),  Cell(std::move(r.aux_prop)),     Cell(r.unit_id),        Cell(std::move(r.unit_name)),
-      Cell(r.destroy_rate), Cell(r.qty_decimal),  Cell(r.need_qty),       Cell(r.save_qty),
-      Cell(r.current_qty),  Cell(r.moving_qty),   Cell(r.unstock_qty),    Cell(r.producing_qty),
-      Cell(r.produc_qty),   Cell(r.mid_stock_qty), Cell(r.suggest_qty),   Cell(r.qty),
-      Cell(std::move(r.source_no)),    Cell(std::move(r.supply_number)), Cell(std::move(r.supply_name)),   Cell(std::move(r.memo)),
-      Cell(r.final),        Cell(r.date)};
+  Variant cells[] = {Cell(r.item_id),
+                     Cell(r.bom_item_id),
+                     Cell(r.inter_id),
+                     Cell(r.entry_id),
+                     Cell(r.bom_inter_id),
+                     Cell(r.bom_entry_id),
+                     Cell(r.tran_type),
+                     Cell(r.item_prop_id),
+                     Cell(std::move(r.item_prop)),
+                     Cell(std::move(r.item_number)),
+                     Cell(std::move(r.item_name)),
+                     Cell(std::move(r.item_model)),
+                     Cell(r.aux_prop_id),
+                     Cell(std::move(r.aux_prop)),
+                     Cell(r.unit_id),
+                     Cell(std::move(r.unit_name)),
+                     Cell(r.destroy_rate),
+                     Cell(r.qty_decimal),
+                     Cell(r.need_qty),
+                     Cell(r.save_qty),
+                     Cell(r.current_qty),
+                     Cell(r.moving_qty),
+                     Cell(r.unstock_qty),
+                     Cell(r.producing_qty),
+                     Cell(r.produc_qty),
+                     Cell(r.mid_stock_qty),
+                     Cell(r.suggest_qty),
+                     Cell(r.qty),
+                     Cell(std::move(r.source_no)),
+                     Cell(std::move(r.supply_number)),
+                     Cell(std::move(r.supply_name)),
+                     Cell(std::move(r.memo)),
+                     Cell(r.final),
+                     Cell(r.date)};
   static const KeyList keys = MakeKeyList(mrp::ReportColumns());
   auto row = Dictionary::Create(keys);
   for (size_t i = 0; i < std::size(cells); ++i) row->SetAt(i, std::move(cells[i]));

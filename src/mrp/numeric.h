@@ -6,9 +6,9 @@
 #include <cmath>
 #include <string>
 
+#include "mrp/model.h"
 #include "record/error.h"
 #include "record/variant.h"
-#include "mrp/model.h"
 
 namespace mrpcalc::mrp {
 

@@ -7,11 +7,11 @@
 #include <tuple>
 #include <unordered_map>
 
-#include "record/error.h"
-#include "record/variant.h"
 #include "mrp/calculation.h"
 #include "mrp/explosion.h"
 #include "mrp/numeric.h"
+#include "record/error.h"
+#include "record/variant.h"
 
 namespace mrpcalc::mrp {
 namespace {
@@ -642,8 +642,6 @@ class Report {
 
 }  // namespace
 
-ReportRows Calculate(const Input& input, const BomIndex* boms) {
-  return Report(input, boms).Run();
-}
+ReportRows Calculate(const Input& input, const BomIndex* boms) { return Report(input, boms).Run(); }
 
 }  // namespace mrpcalc::mrp

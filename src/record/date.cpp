@@ -54,8 +54,9 @@ bool ValidDay(int y, int m, int d) {
 }  // namespace
 
 Date Date::FromParts(int year, int month, int day, int hour, int minute, int second) {
-  const int64_t days = DaysFromCivil(year, static_cast<unsigned>(month),
-                                     static_cast<unsigned>(day)) - kEpochOffsetDays;
+  const int64_t days =
+      DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) -
+      kEpochOffsetDays;
   return Date(days * kSecondsPerDay + hour * 3600 + minute * 60 + second);
 }
 

@@ -21,16 +21,21 @@ namespace mrpcalc {
 Json ToJson(const Variant& value) {
   switch (value.type()) {
     case VariantType::kEmpty:
-    case VariantType::kNull: return nullptr;
-    case VariantType::kBoolean: return *value.AsBoolean();
-    case VariantType::kLong: return *value.AsLong();
+    case VariantType::kNull:
+      return nullptr;
+    case VariantType::kBoolean:
+      return *value.AsBoolean();
+    case VariantType::kLong:
+      return *value.AsLong();
     case VariantType::kDouble: {
       const double d = *value.AsDouble();
       if (!std::isfinite(d)) return nullptr;
       return d;
     }
-    case VariantType::kString: return *value.AsString();
-    case VariantType::kDate: return value.AsDate()->ToString();
+    case VariantType::kString:
+      return *value.AsString();
+    case VariantType::kDate:
+      return value.AsDate()->ToString();
     case VariantType::kDictionary: {
       Json out = Json::object();
       const auto& d = *value.AsDictionary();
@@ -59,8 +64,10 @@ Json ToJson(const Variant& value) {
 
 Variant FromJson(const Json& json) {
   switch (json.type()) {
-    case Json::value_t::null: return Variant::Null();
-    case Json::value_t::boolean: return Variant(json.get<bool>());
+    case Json::value_t::null:
+      return Variant::Null();
+    case Json::value_t::boolean:
+      return Variant(json.get<bool>());
     case Json::value_t::number_integer:
     case Json::value_t::number_unsigned: {
       if (json.is_number_unsigned() &&
@@ -77,10 +84,12 @@ Variant FromJson(const Json& json) {
       }
       return Variant(d);
     }
-    case Json::value_t::string: return Variant(json.get<std::string>());
+    case Json::value_t::string:
+      return Variant(json.get<std::string>());
     case Json::value_t::object: {
       auto dict = Dictionary::Create();
-      for (auto it = json.begin(); it != json.end(); ++it) dict->Set(it.key(), FromJson(it.value()));
+      for (auto it = json.begin(); it != json.end(); ++it)
+        dict->Set(it.key(), FromJson(it.value()));
       return Variant(dict);
     }
     case Json::value_t::array: {
@@ -93,13 +102,15 @@ Variant FromJson(const Json& json) {
       }
       return Variant(vec);
     }
-    default: ThrowInvalid("unsupported JSON value");
+    default:
+      ThrowInvalid("unsupported JSON value");
   }
 }
 
 namespace {
 
-constexpr const char* kNotRows = "a JSON array stands for a Vector of rows and may hold objects only";
+constexpr const char* kNotRows =
+    "a JSON array stands for a Vector of rows and may hold objects only";
 
 Variant FromJsonFloat(double d) {
   if (std::trunc(d) == d && d >= std::numeric_limits<int32_t>::min() &&
@@ -178,9 +189,9 @@ class ArgumentReader {
  private:
   struct Frame {
     enum Kind { kList, kRows, kObject } kind;
-    VectorPtr rows;                                      // kRows
+    VectorPtr rows;                                        // kRows
     std::vector<std::pair<std::string, Variant>> members;  // kObject
-    std::string key;                                     // kObject: the member being read
+    std::string key;                                       // kObject: the member being read
     KeyList shape;  // kRows: the keys of the last row, shared by rows alike
   };
 
@@ -193,7 +204,9 @@ class ArgumentReader {
     if (frames_.empty()) return true;  // a lone value, not an argument list
     Frame& parent = frames_.back();
     switch (parent.kind) {
-      case Frame::kList: out_.values.push_back(std::move(value)); break;
+      case Frame::kList:
+        out_.values.push_back(std::move(value));
+        break;
       case Frame::kRows:
         if (value.type() != VariantType::kDictionary) {
           if (error_.empty()) error_ = kNotRows;
@@ -218,11 +231,13 @@ class ArgumentReader {
   // Rows of one shape (the common case: every row of a list has the same
   // keys) share one key list; anything else goes through Set.
   DictionaryPtr MakeRow(Frame& object) {
-    Frame* rows = frames_.empty() || frames_.back().kind != Frame::kRows ? nullptr : &frames_.back();
+    Frame* rows =
+        frames_.empty() || frames_.back().kind != Frame::kRows ? nullptr : &frames_.back();
     auto& members = object.members;
     if (rows && rows->shape && rows->shape->size() == members.size()) {
       bool same = true;
-      for (size_t i = 0; i < members.size() && same; ++i) same = (*rows->shape)[i] == members[i].first;
+      for (size_t i = 0; i < members.size() && same; ++i)
+        same = (*rows->shape)[i] == members[i].first;
       if (same) return Fill(Dictionary::Create(rows->shape), members);
     }
     auto row = Dictionary::Create();
@@ -331,8 +346,12 @@ void Walk(simdjson::dom::element e, ArgumentReader& reader) {
       reader.end_object();
       return;
     }
-    case T::INT64: reader.number_integer(e.get_int64().value_unsafe()); return;
-    case T::UINT64: reader.number_unsigned(e.get_uint64().value_unsafe()); return;
+    case T::INT64:
+      reader.number_integer(e.get_int64().value_unsafe());
+      return;
+    case T::UINT64:
+      reader.number_unsigned(e.get_uint64().value_unsafe());
+      return;
     case T::DOUBLE: {
       static const std::string unused;
       reader.number_float(e.get_double().value_unsafe(), unused);
@@ -343,8 +362,12 @@ void Walk(simdjson::dom::element e, ArgumentReader& reader) {
       reader.string(text);
       return;
     }
-    case T::BOOL: reader.boolean(e.get_bool().value_unsafe()); return;
-    case T::NULL_VALUE: reader.null(); return;
+    case T::BOOL:
+      reader.boolean(e.get_bool().value_unsafe());
+      return;
+    case T::NULL_VALUE:
+      reader.null();
+      return;
   }
 }
 
@@ -387,7 +410,9 @@ void CheckRow(const Dictionary& row, KeyList& checked_keys);
 
 void CheckValue(const Variant& value, KeyList& checked_keys) {
   switch (value.type()) {
-    case VariantType::kString: CheckJsonString(*value.AsString()); break;
+    case VariantType::kString:
+      CheckJsonString(*value.AsString());
+      break;
     case VariantType::kDictionary:
       if (const auto& d = value.AsDictionaryRef()) CheckRow(*d, checked_keys);
       break;
@@ -404,7 +429,8 @@ void CheckValue(const Variant& value, KeyList& checked_keys) {
         }
       }
       break;
-    default: break;
+    default:
+      break;
   }
 }
 
@@ -459,13 +485,27 @@ void AppendQuoted(std::string& out, std::string_view text) {
     out.append(text.substr(run, i - run));
     run = i + 1;
     switch (c) {
-      case '"': out.append("\\\""); break;
-      case '\\': out.append("\\\\"); break;
-      case '\b': out.append("\\b"); break;
-      case '\f': out.append("\\f"); break;
-      case '\n': out.append("\\n"); break;
-      case '\r': out.append("\\r"); break;
-      case '\t': out.append("\\t"); break;
+      case '"':
+        out.append("\\\"");
+        break;
+      case '\\':
+        out.append("\\\\");
+        break;
+      case '\b':
+        out.append("\\b");
+        break;
+      case '\f':
+        out.append("\\f");
+        break;
+      case '\n':
+        out.append("\\n");
+        break;
+      case '\r':
+        out.append("\\r");
+        break;
+      case '\t':
+        out.append("\\t");
+        break;
       default: {
         const char escaped[] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
         out.append(escaped, sizeof escaped);
@@ -539,17 +579,27 @@ void JsonWriter::Object(const Dictionary& row, int indent) {
 void JsonWriter::Value(const Variant& value, int indent) {
   switch (value.type()) {
     case VariantType::kEmpty:
-    case VariantType::kNull: Raw("null"); return;
-    case VariantType::kBoolean: Raw(*value.AsBoolean() ? "true" : "false"); return;
+    case VariantType::kNull:
+      Raw("null");
+      return;
+    case VariantType::kBoolean:
+      Raw(*value.AsBoolean() ? "true" : "false");
+      return;
     case VariantType::kLong: {
       char digits[16];
       const auto end = std::to_chars(digits, digits + sizeof digits, *value.AsLong()).ptr;
       Raw(std::string_view(digits, static_cast<size_t>(end - digits)));
       return;
     }
-    case VariantType::kDouble: Double(*value.AsDouble()); return;
-    case VariantType::kString: String(*value.AsString()); return;
-    case VariantType::kDate: String(value.AsDate()->ToString()); return;
+    case VariantType::kDouble:
+      Double(*value.AsDouble());
+      return;
+    case VariantType::kString:
+      String(*value.AsString());
+      return;
+    case VariantType::kDate:
+      String(value.AsDate()->ToString());
+      return;
     case VariantType::kDictionary: {
       const auto& row = value.AsDictionaryRef();
       Object(row ? *row : Dictionary(), indent);

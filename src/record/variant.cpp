@@ -13,16 +13,26 @@ namespace mrpcalc {
 
 const char* VariantTypeName(VariantType type) {
   switch (type) {
-    case VariantType::kEmpty: return "Empty";
-    case VariantType::kNull: return "Null";
-    case VariantType::kBoolean: return "Boolean";
-    case VariantType::kLong: return "Long";
-    case VariantType::kDouble: return "Double";
-    case VariantType::kString: return "String";
-    case VariantType::kDate: return "Date";
-    case VariantType::kDictionary: return "Dictionary";
-    case VariantType::kVector: return "Vector";
-    case VariantType::kObject: return "Object";
+    case VariantType::kEmpty:
+      return "Empty";
+    case VariantType::kNull:
+      return "Null";
+    case VariantType::kBoolean:
+      return "Boolean";
+    case VariantType::kLong:
+      return "Long";
+    case VariantType::kDouble:
+      return "Double";
+    case VariantType::kString:
+      return "String";
+    case VariantType::kDate:
+      return "Date";
+    case VariantType::kDictionary:
+      return "Dictionary";
+    case VariantType::kVector:
+      return "Vector";
+    case VariantType::kObject:
+      return "Object";
   }
   return "Empty";
 }
@@ -99,29 +109,39 @@ int32_t RoundToLong(double value, const Variant& source) {
 
 int32_t Variant::ToLong() const {
   switch (type()) {
-    case VariantType::kEmpty: return 0;
-    case VariantType::kBoolean: return *AsBoolean() ? -1 : 0;
-    case VariantType::kLong: return *AsLong();
-    case VariantType::kDouble: return RoundToLong(*AsDouble(), *this);
+    case VariantType::kEmpty:
+      return 0;
+    case VariantType::kBoolean:
+      return *AsBoolean() ? -1 : 0;
+    case VariantType::kLong:
+      return *AsLong();
+    case VariantType::kDouble:
+      return RoundToLong(*AsDouble(), *this);
     case VariantType::kString: {
       if (auto n = ParseNumber(*AsString())) return RoundToLong(*n, *this);
       CannotConvert(*this, "Long");
     }
-    default: CannotConvert(*this, "Long");
+    default:
+      CannotConvert(*this, "Long");
   }
 }
 
 double Variant::ToDouble() const {
   switch (type()) {
-    case VariantType::kEmpty: return 0;
-    case VariantType::kBoolean: return *AsBoolean() ? -1 : 0;
-    case VariantType::kLong: return *AsLong();
-    case VariantType::kDouble: return *AsDouble();
+    case VariantType::kEmpty:
+      return 0;
+    case VariantType::kBoolean:
+      return *AsBoolean() ? -1 : 0;
+    case VariantType::kLong:
+      return *AsLong();
+    case VariantType::kDouble:
+      return *AsDouble();
     case VariantType::kString: {
       if (auto n = ParseNumber(*AsString())) return *n;
       CannotConvert(*this, "Double");
     }
-    default: CannotConvert(*this, "Double");
+    default:
+      CannotConvert(*this, "Double");
   }
 }
 
@@ -140,22 +160,33 @@ double Variant::ToValue() const {
 
 std::string Variant::ToText() const {
   switch (type()) {
-    case VariantType::kEmpty: return "";
-    case VariantType::kBoolean: return *AsBoolean() ? "True" : "False";
-    case VariantType::kLong: return std::to_string(*AsLong());
-    case VariantType::kDouble: return FormatDouble(*AsDouble());
-    case VariantType::kString: return *AsString();
-    case VariantType::kDate: return AsDate()->ToString();
-    default: CannotConvert(*this, "String");
+    case VariantType::kEmpty:
+      return "";
+    case VariantType::kBoolean:
+      return *AsBoolean() ? "True" : "False";
+    case VariantType::kLong:
+      return std::to_string(*AsLong());
+    case VariantType::kDouble:
+      return FormatDouble(*AsDouble());
+    case VariantType::kString:
+      return *AsString();
+    case VariantType::kDate:
+      return AsDate()->ToString();
+    default:
+      CannotConvert(*this, "String");
   }
 }
 
 bool Variant::ToBoolean() const {
   switch (type()) {
-    case VariantType::kEmpty: return false;
-    case VariantType::kBoolean: return *AsBoolean();
-    case VariantType::kLong: return *AsLong() != 0;
-    case VariantType::kDouble: return *AsDouble() != 0;
+    case VariantType::kEmpty:
+      return false;
+    case VariantType::kBoolean:
+      return *AsBoolean();
+    case VariantType::kLong:
+      return *AsLong() != 0;
+    case VariantType::kDouble:
+      return *AsDouble() != 0;
     case VariantType::kString: {
       const std::string folded = FoldKey(*AsString());
       if (folded == "true") return true;
@@ -163,19 +194,23 @@ bool Variant::ToBoolean() const {
       if (auto n = ParseNumber(*AsString())) return *n != 0;
       CannotConvert(*this, "Boolean");
     }
-    default: CannotConvert(*this, "Boolean");
+    default:
+      CannotConvert(*this, "Boolean");
   }
 }
 
 Date Variant::ToDate() const {
   switch (type()) {
-    case VariantType::kEmpty: return Date();
-    case VariantType::kDate: return *AsDate();
+    case VariantType::kEmpty:
+      return Date();
+    case VariantType::kDate:
+      return *AsDate();
     case VariantType::kString: {
       if (auto d = Date::Parse(*AsString())) return *d;
       CannotConvert(*this, "Date");
     }
-    default: CannotConvert(*this, "Date");
+    default:
+      CannotConvert(*this, "Date");
   }
 }
 

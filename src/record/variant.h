@@ -134,7 +134,9 @@ class Dictionary {
   // A row with these keys, every value Empty.
   explicit Dictionary(KeyList keys);
   static DictionaryPtr Create() { return std::make_shared<Dictionary>(); }
-  static DictionaryPtr Create(KeyList keys) { return std::make_shared<Dictionary>(std::move(keys)); }
+  static DictionaryPtr Create(KeyList keys) {
+    return std::make_shared<Dictionary>(std::move(keys));
+  }
 
   size_t size() const { return values_.size(); }
   bool empty() const { return values_.empty(); }
