@@ -97,28 +97,38 @@ std::string Show(const Variant& v) {
 
 void WriteToStdout(std::string_view chunk) { std::fwrite(chunk.data(), 1, chunk.size(), stdout); }
 
+using Sink = std::function<void(std::string_view)>;
+
 // The answer of a call, streamed: the same text as the document
 // {"result", "resultType", "byref", "messages"} printed with two blanks
-// per level. Every string is checked first, so that an answer is printed
-// whole or not at all.
-void WriteAnswer(const CallResult& r) {
+// per level, each line after the first indented by `indent` more. Every
+// string is checked first, so that an answer is printed whole or not at all.
+void WriteAnswer(const CallResult& r, const Sink& sink, int indent = 0) {
   auto by_ref = Dictionary::Create();
   for (const auto& [name, value] : r.by_ref) by_ref->Set(name, value);
   CheckJsonText(r.result);
   CheckJsonText(Variant(by_ref));
   for (const auto& m : r.messages) CheckJsonString(m);
-  JsonWriter out(WriteToStdout, 1 << 20);
-  out.Raw("{\n  \"result\": ");
-  out.Value(r.result, 2);
-  out.Raw(",\n  \"resultType\": ");
+  const std::string pad(static_cast<size_t>(indent), ' ');
+  JsonWriter out(sink, 1 << 20);
+  out.Raw("{\n" + pad + "  \"result\": ");
+  out.Value(r.result, indent + 2);
+  out.Raw(",\n" + pad + "  \"resultType\": ");
   out.String(VariantTypeName(r.result.type()));
-  out.Raw(",\n  \"byref\": ");
-  out.Value(Variant(by_ref), 2);
-  out.Raw(",\n  \"messages\": ");
-  out.Strings(r.messages, 2);
-  out.Raw("\n}\n");
+  out.Raw(",\n" + pad + "  \"byref\": ");
+  out.Value(Variant(by_ref), indent + 2);
+  out.Raw(",\n" + pad + "  \"messages\": ");
+  out.Strings(r.messages, indent + 2);
+  out.Raw("\n" + pad + "}");
   out.Flush();
-  std::fflush(stdout);
+}
+
+// The error object a failed call prints, indented as WriteAnswer indents.
+std::string ErrorAnswer(long number, const std::string& description, int indent = 0) {
+  Json err = {{"error", {{"number", number}, {"description", description}}}};
+  std::string text = err.dump(2);
+  if (indent > 0) text = ReplaceAll(text, "\n", "\n" + std::string(static_cast<size_t>(indent), ' '));
+  return text;
 }
 
 std::string CsvField(const Variant& v) {
@@ -366,39 +376,92 @@ std::string ReadArgs(const std::string& args) {
   return text.str();
 }
 
+std::vector<Variant> ParseCallArgs(const std::string& text) {
+  std::vector<Variant> args;
+  if (text.empty()) return args;
+  JsonArguments parsed;
+  try {
+    parsed = ReadJsonArguments(text);
+  } catch (const Json::parse_error& e) {
+    ThrowInvalid(std::string("--args is not valid JSON: ") + e.what());
+  }
+  if (!parsed.is_array) ThrowInvalid("--args must be a JSON array of the arguments after sDsn");
+  return std::move(parsed.values);
+}
+
 // Exit codes and the JSON shape of answers are decided here, at the edge.
 int RunCall(const std::string& prog_id, const std::string& method, const std::string& dsn,
             const std::string& args_text) {
   try {
-    std::vector<Variant> args;
-    const std::string text = ReadArgs(args_text);
-    if (!text.empty()) {
-      JsonArguments parsed;
-      try {
-        parsed = ReadJsonArguments(text);
-      } catch (const Json::parse_error& e) {
-        ThrowInvalid(std::string("--args is not valid JSON: ") + e.what());
-      }
-      if (!parsed.is_array) ThrowInvalid("--args must be a JSON array of the arguments after sDsn");
-      args = std::move(parsed.values);
-    }
+    std::vector<Variant> args = ParseCallArgs(ReadArgs(args_text));
     const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
     // The arguments and the answer live until the process ends: the system
     // takes the memory back whole, which is much faster than freeing a
     // report of tens of thousands of rows piece by piece just before exit.
     auto* kept = new std::pair<std::vector<Variant>, CallResult>(std::move(args), {});
     kept->second = Invoke(PublicClasses(), host, prog_id, method, kept->first, dsn);
-    WriteAnswer(kept->second);
+    WriteAnswer(kept->second, WriteToStdout);
+    std::fputs("\n", stdout);
+    std::fflush(stdout);
     return 0;
   } catch (const Error& e) {
-    Json err = {{"error", {{"number", e.number()}, {"description", e.what()}}}};
-    std::cout << err.dump(2) << "\n";
+    std::cout << ErrorAnswer(e.number(), e.what()) << "\n";
     return 1;
   } catch (const std::exception& e) {
-    Json err = {{"error", {{"number", -1}, {"description", e.what()}}}};
-    std::cout << err.dump(2) << "\n";
+    std::cout << ErrorAnswer(-1, e.what()) << "\n";
     return 1;
   }
+}
+
+// A script of calls, {"progid", "method", "args"} each, run in order on one
+// object per ProgID. Every call runs, whatever came before; the answers
+// form one JSON array, each element what `call` prints for it.
+int RunCalls(const std::string& dsn, const std::string& script_arg) {
+  std::vector<std::string> answers;
+  bool failed = false;
+  try {
+    const Json script = Json::parse(ReadArgs(script_arg));
+    if (!script.is_array()) ThrowInvalid("--script must be a JSON array of calls");
+    const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
+    CallSession session(PublicClasses(), host);
+    for (size_t i = 0; i < script.size(); ++i) {
+      const Json& step = script[i];
+      std::string answer;
+      try {
+        const std::string where = "call " + std::to_string(i + 1) + " of the script";
+        if (!step.is_object() || !step.contains("progid") || !step["progid"].is_string() ||
+            !step.contains("method") || !step["method"].is_string()) {
+          ThrowInvalid(where + " must be an object with the texts \"progid\" and \"method\"");
+        }
+        std::vector<Variant> args;
+        if (step.contains("args")) {
+          if (!step["args"].is_array()) ThrowInvalid(where + ": \"args\" must be an array");
+          args = ParseCallArgs(step["args"].dump());
+        }
+        const CallResult r = session.Call(step["progid"].get<std::string>(),
+                                          step["method"].get<std::string>(), args, dsn);
+        WriteAnswer(r, [&](std::string_view chunk) { answer.append(chunk); }, 2);
+      } catch (const Error& e) {
+        answer = ErrorAnswer(e.number(), e.what(), 2);
+        failed = true;
+      } catch (const std::exception& e) {
+        answer = ErrorAnswer(-1, e.what(), 2);
+        failed = true;
+      }
+      answers.push_back(std::move(answer));
+    }
+  } catch (const Json::parse_error& e) {
+    std::cout << ErrorAnswer(-1, std::string("--script is not valid JSON: ") + e.what()) << "\n";
+    return 1;
+  } catch (const Error& e) {
+    std::cout << ErrorAnswer(e.number(), e.what()) << "\n";
+    return 1;
+  }
+  std::string out = "[";
+  for (size_t i = 0; i < answers.size(); ++i) out += (i ? ",\n  " : "\n  ") + answers[i];
+  out += answers.empty() ? "]\n" : "\n]\n";
+  std::fwrite(out.data(), 1, out.size(), stdout);
+  return failed ? 1 : 0;
 }
 
 int RunMethods() {
@@ -440,6 +503,14 @@ int main(int argc, char** argv) {
   call->add_option("--dsn", call_dsn, "the database, given as the method's sDsn");
   call->add_option("--args", call_args,
                    "JSON array of the arguments after sDsn, or @FILE holding it");
+
+  std::string calls_dsn, calls_script;
+  auto* calls = app.add_subcommand(
+      "calls", "run a JSON script of calls in one process, one object per ProgID (prints JSON)");
+  calls->add_option("--dsn", calls_dsn, "the database, given as each method's sDsn");
+  calls->add_option("--script", calls_script,
+                    "JSON array of {\"progid\", \"method\", \"args\"}, or @FILE holding it")
+      ->required();
 
   auto* methods = app.add_subcommand("methods", "list every public class and method");
 
@@ -506,6 +577,7 @@ int main(int argc, char** argv) {
     }
   }
   if (*call) return RunCall(prog_id, method, call_dsn, call_args);
+  if (*calls) return RunCalls(calls_dsn, calls_script);
   if (*methods) return RunMethods();
   if (*mrp_cmd) {
     try {

@@ -1,11 +1,13 @@
 // Engine-independent parts of the database layer.
 #include "db/connection.h"
 
+#include <algorithm>
 #include <charconv>
 #include <limits>
 
 #include "db/backends.h"
 #include "record/error.h"
+#include "record/json.h"
 #include "record/text.h"
 
 namespace mrpcalc::db {
@@ -117,6 +119,49 @@ std::vector<int32_t> ParseIdList(std::string_view text, std::string_view what) {
     pos = comma + 1;
   }
   return ids;
+}
+
+namespace {
+
+template <class Key>
+void QueryInChunks(Connection& c, const std::vector<Key>& keys, std::string_view sql,
+                   const RowSink& each, const Params& leading) {
+  if (keys.empty()) return;
+  const Dialect& d = c.dialect();
+  const std::string set = std::is_same_v<Key, std::string> ? d.TextSet() : d.IntSet();
+  const size_t at = sql.find("%IDS%");
+  if (at == std::string_view::npos) ThrowInvalid("QueryIn: the statement has no %IDS%");
+  auto with = [&](std::string_view list) {
+    std::string text(sql.substr(0, at));
+    text += list;
+    text += sql.substr(at + 5);
+    return text;
+  };
+  if (!set.empty() && d.PrefersSets()) {
+    Params params = leading;
+    params.emplace_back(Json(keys).dump());
+    c.QueryRows(with(set), params, each);
+    return;
+  }
+  const size_t chunk = d.IdsPerStatement();
+  for (size_t from = 0; from < keys.size(); from += chunk) {
+    const size_t n = std::min(chunk, keys.size() - from);
+    Params params = leading;
+    for (size_t i = from; i < from + n; ++i) params.emplace_back(keys[i]);
+    c.QueryRows(with(Placeholders(n)), params, each);
+  }
+}
+
+}  // namespace
+
+void QueryIn(Connection& c, const std::vector<int32_t>& keys, std::string_view sql,
+             const RowSink& each, const Params& leading) {
+  QueryInChunks(c, keys, sql, each, leading);
+}
+
+void QueryIn(Connection& c, const std::vector<std::string>& keys, std::string_view sql,
+             const RowSink& each, const Params& leading) {
+  QueryInChunks(c, keys, sql, each, leading);
 }
 
 std::string JoinIds(const std::vector<int32_t>& ids) {

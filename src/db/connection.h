@@ -90,6 +90,15 @@ class Transaction {
   bool done_ = false;
 };
 
+// Runs `sql`, "%IDS%" standing for the keys, handing each row to `each`:
+// once with the keys as one set parameter where the engine unpacks such a
+// set itself, else once per chunk of keys bound as a parameter list.
+// `leading` are the parameters that come before "%IDS%" in the text.
+void QueryIn(Connection& connection, const std::vector<int32_t>& keys, std::string_view sql,
+             const RowSink& each, const Params& leading = {});
+void QueryIn(Connection& connection, const std::vector<std::string>& keys, std::string_view sql,
+             const RowSink& each, const Params& leading = {});
+
 // Parses "3,5" (blanks around ids allowed) into integers. An empty or blank
 // text gives an empty list. Anything else throws invalid input naming `what`
 // and the offending piece.

@@ -111,10 +111,9 @@ Variant Convert(const Variant& value, const ParamSpec& p) {
 
 }  // namespace
 
-CallResult Invoke(const Registry& registry, const Host& host, const std::string& prog_id,
-                  const std::string& method, const std::vector<Variant>& args,
-                  const std::string& dsn) {
-  const ClassSpec* cls = registry.Find(prog_id);
+CallResult CallSession::Call(const std::string& prog_id, const std::string& method,
+                             const std::vector<Variant>& args, const std::string& dsn) {
+  const ClassSpec* cls = registry_.Find(prog_id);
   if (!cls) throw Error(ErrorCategory::kNotFound, "no class with ProgID " + prog_id);
   const MethodSpec* m = cls->FindMethod(method);
   if (!m) throw Error(ErrorCategory::kNotFound, cls->prog_id + " has no method " + method);
@@ -142,15 +141,29 @@ CallResult Invoke(const Registry& registry, const Host& host, const std::string&
     }
   }
 
-  auto object = cls->create(host);
+  ComponentObject* object = nullptr;
+  for (auto& [spec, o] : objects_) {
+    if (spec == cls) object = o.get();
+  }
+  if (!object) {
+    objects_.emplace_back(cls, cls->create(host_));
+    object = objects_.back().second.get();
+  }
   CallResult out;
-  if (host.messages) host.messages->Clear();
+  if (host_.messages) host_.messages->Clear();
   out.result = m->invoke(*object, call);
   for (size_t i = first; i < m->params.size(); ++i) {
     if (m->params[i].by_ref) out.by_ref.emplace_back(m->params[i].name, call[i]);
   }
-  if (host.messages) out.messages = host.messages->messages();
+  if (host_.messages) out.messages = host_.messages->messages();
   return out;
+}
+
+CallResult Invoke(const Registry& registry, const Host& host, const std::string& prog_id,
+                  const std::string& method, const std::vector<Variant>& args,
+                  const std::string& dsn) {
+  CallSession session(registry, host);
+  return session.Call(prog_id, method, args, dsn);
 }
 
 }  // namespace mrpcalc

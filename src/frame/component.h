@@ -114,6 +114,22 @@ struct CallResult {
   std::vector<std::string> messages;
 };
 
+// Calls made on one object per ProgID, created at its first call and kept
+// for the session's life, so that what an object remembers between calls
+// (the stock-status option of MrpDataServer) carries over to the next.
+class CallSession {
+ public:
+  CallSession(const Registry& registry, Host host) : registry_(registry), host_(std::move(host)) {}
+  // As Invoke, on the session's object of prog_id.
+  CallResult Call(const std::string& prog_id, const std::string& method,
+                  const std::vector<Variant>& args, const std::string& dsn);
+
+ private:
+  const Registry& registry_;
+  Host host_;
+  std::vector<std::pair<const ClassSpec*, std::unique_ptr<ComponentObject>>> objects_;
+};
+
 // Creates an instance of prog_id and calls method. `args` are the arguments
 // after sDsn in published order; omitted trailing optionals take their
 // defaults. Arguments are converted to the declared types (strings to Dates

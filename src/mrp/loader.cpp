@@ -10,6 +10,7 @@
 #include <type_traits>
 #include <unordered_set>
 
+#include "mrp/calculation.h"
 #include "record/error.h"
 #include "record/json.h"
 
@@ -17,33 +18,6 @@ namespace mrpcalc::mrp {
 namespace {
 
 using Row = std::vector<Variant>;
-
-// Runs `sql`, "%IDS%" standing for the keys, handing each row to `each`:
-// once with the keys as one JSON parameter where the engine unpacks such a
-// set itself, else once per chunk of keys bound as a parameter list.
-template <class Key>
-void ForChunks(db::Connection& c, const std::vector<Key>& keys, const std::string& sql,
-               const db::RowSink& each) {
-  if (keys.empty()) return;
-  const db::Dialect& d = c.dialect();
-  const std::string set = std::is_same_v<Key, std::string> ? d.TextSet() : d.IntSet();
-  if (!set.empty() && d.PrefersSets()) {
-    std::string text = sql;
-    text.replace(text.find("%IDS%"), 5, set);
-    c.QueryRows(text, {Variant(Json(keys).dump())}, each);
-    return;
-  }
-  const size_t chunk = d.IdsPerStatement();
-  for (size_t from = 0; from < keys.size(); from += chunk) {
-    const size_t n = std::min(chunk, keys.size() - from);
-    db::Params params;
-    params.reserve(n);
-    for (size_t i = from; i < from + n; ++i) params.emplace_back(keys[i]);
-    std::string text = sql;
-    text.replace(text.find("%IDS%"), 5, db::Placeholders(n));
-    c.QueryRows(text, params, each);
-  }
-}
 
 // The rows of one table whose key column holds one of a set of ids. Where
 // the engine takes the ids as one set parameter, one statement reads them.
@@ -65,7 +39,7 @@ class TableByIds {
     if (ids.empty()) return;
     const db::Dialect& d = c_.dialect();
     if (d.PrefersSets() || ids.size() * 8 < Rows()) {
-      ForChunks(c_, ids, "select " + select_ + " from " + table_ + " where " + key_ + " in (%IDS%)",
+      db::QueryIn(c_, ids, "select " + select_ + " from " + table_ + " where " + key_ + " in (%IDS%)",
                 each);
       return;
     }
@@ -196,7 +170,7 @@ DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
       if (s.has_type && s.type == kTranSalesOrder) sales_orders.insert(s.inter_id);
     }
   }
-  ForChunks(c, std::vector<int32_t>(sales_orders.begin(), sales_orders.end()),
+  db::QueryIn(c, std::vector<int32_t>(sales_orders.begin(), sales_orders.end()),
             "select FInterID, FEntryID, FDate from SEOrderEntry where FInterID in (%IDS%)",
             [&](Row& r) {
               sales_dates_[{r[0].ToLong(), r[1].ToLong()}] = When(r[2]);
@@ -212,9 +186,9 @@ DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
       if (d && (!slot || *d < *slot)) slot = d;
     };
   };
-  ForChunks(c, list, "select FBillNo, FBeginDate from ICMO where FBillNo in (%IDS%)",
+  db::QueryIn(c, list, "select FBillNo, FBeginDate from ICMO where FBillNo in (%IDS%)",
             earliest(mo_dates_));
-  ForChunks(c, list, "select FBillNo, FBeginDate from ICOutMO where FBillNo in (%IDS%)",
+  db::QueryIn(c, list, "select FBillNo, FBeginDate from ICOutMO where FBillNo in (%IDS%)",
             earliest(out_mo_dates_));
 }
 
@@ -278,13 +252,13 @@ Date DemandDates::For(const std::vector<std::string>& bill_numbers) const {
 
 void LoadTasks(db::Connection& c, const std::vector<int32_t>& demand_tasks, Input& in) {
   const TaskKind& task = in.options.task;
-  ForChunks(
+  db::QueryIn(
       c, demand_tasks,
       "select FInterID, FItemID, FQty from " + task.header_table + " where FInterID in (%IDS%)",
       [&](Row& r) {
         in.task_headers[r[0].ToLong()] = {r[0].ToLong(), Int(r[1]), Num(r[2])};
       });
-  ForChunks(c, demand_tasks,
+  db::QueryIn(c, demand_tasks,
             "select FInterID, FEntryID, FItemID, FPlanQty, FAuxPropID, FScrapRate, FNote from " +
                 task.entry_table + " where FInterID in (%IDS%) order by FInterID, FEntryID",
             [&](Row& r) {
@@ -299,7 +273,7 @@ void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
   const TaskKind& task = in.options.task;
   // Issued to the demand's tasks; only checked stock bills count unless the
   // ERP counts bills when they are saved.
-  ForChunks(c, demand_tasks,
+  db::QueryIn(c, demand_tasks,
             "select u1.FItemID, u1.FAuxPropID, sum(coalesce(s.FQty, 0)) from " + task.header_table +
                 " v1 inner join " + task.entry_table +
                 " u1 on v1.FInterID = u1.FInterID"
@@ -314,7 +288,7 @@ void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
             });
 
   std::vector<int32_t> stocks = warehouses.empty() ? std::vector<int32_t>{0} : warehouses;
-  ForChunks(c, stocks,
+  db::QueryIn(c, stocks,
             std::string("select i.FItemID, i.FAuxPropID, sum(i.FQty) from ICInventory i"
                         " inner join t_Stock s on i.FStockID = s.FItemID"
                         " where i.FStockID in (%IDS%)") +
@@ -370,18 +344,18 @@ void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
   for (const auto& [id, item] : in.items) materials.push_back(id);
   std::sort(materials.begin(), materials.end());
   auto history = [&](Row& r) { in.history.push_back({r[0].ToLong(), Int(r[1]), When(r[2])}); };
-  ForChunks(
+  db::QueryIn(
       c, materials,
       "select u.FItemID, v.FSupplyID, v.FDate from POOrder v inner join POOrderEntry u"
       " on v.FInterID = u.FInterID where u.FItemID in (%IDS%) order by v.FInterID, u.FEntryID",
       history);
-  ForChunks(
+  db::QueryIn(
       c, materials,
       "select u.FItemID, v.FSupplyID, v.FDate from ICStockBill v inner join ICStockBillEntry u"
       " on v.FInterID = u.FInterID where v.FTranType = 1 and u.FItemID in (%IDS%)"
       " order by v.FInterID, u.FEntryID",
       history);
-  ForChunks(
+  db::QueryIn(
       c, materials,
       "select u.FItemID, v.FSupplyID, v.FDate from ICPurchase v inner join ICPurchaseEntry u"
       " on v.FInterID = u.FInterID where u.FItemID in (%IDS%) order by v.FInterID, u.FEntryID",
@@ -390,6 +364,20 @@ void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
               [&](Row& r) {
                 in.suppliers[r[0].ToLong()] = {Text(r[1]), Text(r[2]), Text(r[3]), Int(r[4])};
               });
+}
+
+}  // namespace mrpcalc::mrp
+
+namespace mrpcalc::mrp {
+
+std::vector<bool> BomsLoopBack(db::Connection& c, const std::vector<int32_t>& item_ids) {
+  Input input;
+  LoadBoms(c, item_ids, input);
+  const BomIndex boms(input);
+  std::vector<bool> out;
+  out.reserve(item_ids.size());
+  for (int32_t id : item_ids) out.push_back(boms.LoopsBack(id));
+  return out;
 }
 
 }  // namespace mrpcalc::mrp

@@ -56,3 +56,11 @@ void LoadSupply(db::Connection& connection, const std::vector<int32_t>& demand_t
                 bool count_unchecked_bills, Input& input);
 
 }  // namespace mrpcalc::mrp
+
+namespace mrpcalc::mrp {
+
+// For each item, whether its in-use bills lead back to it (the check the
+// bill forms make before an item is exploded).
+std::vector<bool> BomsLoopBack(db::Connection& connection, const std::vector<int32_t>& item_ids);
+
+}  // namespace mrpcalc::mrp

@@ -51,7 +51,7 @@ std::vector<TableDef> BuildErpTables() {
        {"FItemID"}},
       {"t_Stock",
        {Int("FItemID"), Str("FNumber", 80), Str("FName", 255), Int("FTypeID", "500"),
-        Int("FParentID", "0")},
+        Int("FParentID", "0"), Str("FRightUserID", 1000, "''")},
        {"FItemID"}},
       {"t_Supplier",
        {Int("FItemID"), Str("FNumber", 80), Str("FName", 255), Str("FRightUserID", 1000, "''"),

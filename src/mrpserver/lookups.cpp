@@ -1,0 +1,124 @@
+// Lookups and validation rules the MRP and purchase forms ask while lines
+// are edited.
+#include "mrp/loader.h"
+#include "mrpserver/mrp_data_server.h"
+#include "record/column_value.h"
+#include "record/text.h"
+#include "services/messages.h"
+#include "services/rights.h"
+
+namespace mrpcalc {
+namespace {
+
+constexpr int32_t kBomInUse = 1072;
+constexpr const char* kBomLoopMessage = "以下产品的Bom子件存在死循环,请修改！";
+
+}  // namespace
+
+bool MrpDataServer::CheckBOMExist(const std::string& dsn, const std::string& strID,
+                                  int32_t intSize) {
+  return Run(dsn, [&](db::Connection& c) {
+    std::vector<int32_t> ids = db::ParseIdList(strID, "item list strID");
+    if (ids.empty()) ThrowInvalid("item list strID is empty: give the ids of the items to check");
+    // Bills are counted, not items: an item with two bills in use counts twice.
+    double bills = 0;
+    db::QueryIn(c, ids, "select count(*) from ICBOM where FUseStatus = ? and FItemID in (%IDS%)",
+                [&](std::vector<Variant>& r) { bills += r[0].ToDouble(); }, {kBomInUse});
+    return bills == intSize;
+  });
+}
+
+bool MrpDataServer::IsBOMParent(const std::string& dsn, int32_t lItemID) {
+  return Run(dsn, [&](db::Connection& c) {
+    return !c.Query("select 1 from ICBOM where FUseStatus = ? and FItemID = ?", {kBomInUse, lItemID})
+                ->Eof();
+  });
+}
+
+std::string MrpDataServer::GetSupplierNameByNumber(const std::string& dsn,
+                                                   const std::string& sNumber) {
+  return Run(dsn, [&](db::Connection& c) {
+    auto rs = c.Query("select FName from t_Supplier where FNumber = ? and FDeleted = 0", {sNumber});
+    if (rs->Eof()) {
+      throw Error(ErrorCategory::kNotFound,
+                  "no supplier with the code \"" + sNumber + "\" (deleted suppliers are not found)");
+    }
+    return TextValue(rs->Field("FName"));
+  });
+}
+
+Variant MrpDataServer::getSysInfo(const std::string& dsn, const std::string& sCategory,
+                                  const std::string& sKey) {
+  return Run(dsn, [&](db::Connection& c) {
+    return c.QueryValue("select FValue from t_SystemProfile where FCategory = ? and FKey = ?",
+                        {sCategory, sKey});
+  });
+}
+
+bool MrpDataServer::IsSupplierright(const std::string& dsn, const std::string& sNumber,
+                                    int32_t UserID) {
+  return Run(dsn, [&](db::Connection& c) {
+    DataRights* rights = host_.data_rights.get();
+    struct None : DataRights {
+      bool Applies(int32_t, int16_t) override { return false; }
+    } none;
+    const UserRights r = CheckUserRights(c, rights ? *rights : none, UserID, kDataRightSuppliers);
+    if (r.administrator) return true;
+    if (!r.group_right) return false;
+    if (!r.data_rights) return true;
+    bool named = false;
+    c.QueryRows("select FRightUserID from t_Supplier where FNumber = ?", {sNumber},
+                [&](std::vector<Variant>& row) {
+                  named = named || RightsTextNamesUser(TextValue(row[0]), UserID);
+                });
+    return named;
+  });
+}
+
+bool MrpDataServer::IsMustInput(const std::string& dsn) {
+  return Run(dsn, [&](db::Connection& c) {
+    return !c.Query("select FMustInput from ICTemplateEntry where FID = 'P02'"
+                    " and FFieldName = 'FAuxPropID' and FMustInput = 1")
+                ->Eof();
+  });
+}
+
+std::string MrpDataServer::checkMustInput(const std::string& dsn, int32_t i,
+                                          const Variant& itemID, const Variant& itemCode,
+                                          const Variant& AuxPropID) {
+  return Run(dsn, [&](db::Connection& c) -> std::string {
+    if (!Trim(TextValue(AuxPropID)).empty()) return {};
+    const int32_t item = QuotedIntValue(itemID, "itemID");
+    if (c.Query("select FAuxClassID from t_ICItem where FAuxClassID > 0 and FItemID = ?", {item})
+            ->Eof()) {
+      return {};
+    }
+    Messages messages(host_.login, host_.resources);
+    return messages.LoadResText("第", kSpacingAfter) + std::to_string(i) +
+           messages.LoadResText("行，物料【", kSpacingNone) + TextValue(itemCode) +
+           messages.LoadResText("】的辅助属性不能为空！", kSpacingNone) + "\n";
+  });
+}
+
+bool MrpDataServer::IsBomExpand(const std::string& dsn, const VectorPtr& vctListData,
+                                std::string& UnContinueString) {
+  return Run(dsn, [&](db::Connection& c) {
+    std::vector<int32_t> items;
+    if (vctListData) {
+      for (const auto& row : vctListData->rows()) items.push_back(row->Get("FItemID").ToLong());
+    }
+    const std::vector<bool> loops = mrp::BomsLoopBack(c, items);
+    for (size_t k = items.size(); k-- > 0;) {
+      if (!loops[k]) continue;
+      const Dictionary& row = *vctListData->rows()[k];
+      UnContinueString += TextValue(row.Get("FItemName")) + "(" + TextValue(row.Get("FItemNumber")) +
+                          ")\r\n";
+    }
+    if (UnContinueString.empty()) return false;
+    Messages messages(host_.login, host_.resources);
+    UnContinueString = messages.LoadResText(kBomLoopMessage, kSpacingNone) + "\r\n" + UnContinueString;
+    return true;
+  });
+}
+
+}  // namespace mrpcalc

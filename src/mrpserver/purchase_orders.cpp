@@ -1,0 +1,544 @@
+// Confirmation data, purchase-order generation, the supplier credit check
+// and the completion of source documents.
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "mrpserver/mrp_data_server.h"
+#include "record/column_value.h"
+#include "record/text.h"
+#include "schema/erp_schema.h"
+#include "services/profile.h"
+
+namespace mrpcalc {
+namespace {
+
+using Row = std::vector<Variant>;
+using OptNum = std::optional<double>;
+using OptInt = std::optional<int32_t>;
+
+constexpr const char* kPurchaseOrderType = "71";
+
+Variant Cell(const OptNum& v) { return v ? Variant(*v) : Variant::Null(); }
+Variant Cell(const OptInt& v) { return v ? Variant(*v) : Variant::Null(); }
+OptNum Num(const Variant& v) { return v.IsNull() || v.IsEmpty() ? OptNum() : OptNum(v.ToDouble()); }
+OptInt Int(const Variant& v) { return v.IsNull() || v.IsEmpty() ? OptInt() : OptInt(v.ToLong()); }
+OptNum Dec(const OptNum& v, int scale = 10) { return v ? OptNum(RoundDecimal(*v, scale)) : v; }
+
+std::string Where(const char* key, size_t row) {
+  return std::string("\"") + key + "\" of vctListData row " + std::to_string(row);
+}
+
+[[noreturn]] void DivideByZero(const std::string& what) {
+  throw Error(ErrorCategory::kInvalidInput, "division by zero: " + what);
+}
+
+// --- Confirmation ----------------------------------------------------------
+
+struct ItemFacts {
+  OptInt order_unit;
+  OptNum order_price, tax_rate;
+  OptInt qty_decimal, price_decimal;
+};
+
+struct Band {
+  int32_t supplier;
+  OptNum price, start, end;
+  bool Holds(double qty) const { return start && end && qty >= *start && qty <= *end; }
+};
+
+struct Invoice {
+  OptNum tax_price;
+  std::optional<Date> date;
+  int32_t inter_id, entry_id;
+  // Newest first: later date (no date is oldest), then higher ids.
+  bool Newer(const Invoice& o) const {
+    if (date != o.date) return date > o.date;
+    if (inter_id != o.inter_id) return inter_id > o.inter_id;
+    return entry_id > o.entry_id;
+  }
+};
+
+const KeyList& ConfirmKeys() {
+  static const KeyList keys = MakeKeyList(
+      {"FItemID", "FItemNumber", "FItemName", "FItemModel", "FAuxPropID", "FAuxPropName",
+       "FSupplyID", "FSupplyNumber", "FSupplyName", "FAuxUnitID", "FUnitID", "FUnitName",
+       "FCoefficient", "FAuxQty", "FQty", "FAuxPrice", "FPrice", "FDiscountRate", "FTaxRate",
+       "FQtyDecimal", "FPriceDecimal", "FNote", "Fdate"});
+  return keys;
+}
+
+struct ConfirmLine {
+  int32_t item_id = 0;
+  std::string number, name, model;
+  int32_t aux_prop_id = 0;
+  std::string aux_prop_name;
+  OptInt supply_id;
+  std::string supply_number, supply_name;
+  OptInt aux_unit_id;
+  int32_t unit_id = 0;
+  std::string unit_name;
+  OptNum coefficient = 1.0, aux_qty = 0.0;
+  double qty = 0;
+  OptNum aux_price = 0.0, price = 0.0;
+  double discount_rate = 0;
+  OptNum tax_rate = 0.0;
+  OptInt qty_decimal = 0, price_decimal = 0;
+  std::string note;
+  Date date;
+
+  DictionaryPtr ToRow() const {
+    Variant cells[] = {item_id, number, name, model, aux_prop_id, aux_prop_name,
+                       Cell(supply_id), supply_number, supply_name, Cell(aux_unit_id), unit_id,
+                       unit_name, Cell(coefficient), Cell(aux_qty), qty, Cell(aux_price),
+                       Cell(price), discount_rate, Cell(tax_rate), Cell(qty_decimal),
+                       Cell(price_decimal), note, date};
+    auto row = Dictionary::Create(ConfirmKeys());
+    for (size_t i = 0; i < std::size(cells); ++i) row->SetAt(i, std::move(cells[i]));
+    return row;
+  }
+};
+
+// --- Purchase orders --------------------------------------------------------
+
+struct OrderLine {
+  int32_t entry_id = 0, supply_id = 0, item_id = 0;
+  double qty = 0, aux_qty = 0, aux_price = 0, price = 0, discount_rate = 0, tax_rate = 0;
+  int32_t unit_id = 0, aux_unit_id = 0, aux_prop_id = 0;
+  std::string note;
+  Date date;
+};
+
+// Line numbers per supplier, 1, 2, ... in the order of the rows; the key
+// is the supplier id as the row carries it.
+class LineNumbers {
+ public:
+  int32_t Next(const Variant& supplier) { return ++counters_[TextValue(supplier)]; }
+
+ private:
+  std::map<std::string, int32_t> counters_;
+};
+
+// The orders with their supplier's name, by interior id.
+VectorPtr OrdersByInterId(db::Connection& c, const std::vector<int32_t>& ids) {
+  auto out = Vector::Create();
+  std::vector<std::string> labels;
+  const KeyList keys = MakeKeyList({"FSupplyName", "FBillNO", "FInterID", "FDate"});
+  db::QueryIn(c, ids,
+              "select (select FName from t_Supplier where FItemID = POOrder.FSupplyID),"
+              " FBillNo, FInterID, FDate from POOrder where FInterID in (%IDS%) order by FInterID",
+              [&](Row& r) {
+                auto row = Dictionary::Create(keys);
+                for (size_t i = 0; i < r.size(); ++i) row->SetAt(i, std::move(r[i]));
+                out->Add(row);
+              });
+  return out;
+}
+
+// The column spelling of the ERP's tables, for labels an engine folded.
+std::string Spelled(const std::string& label, std::initializer_list<const char*> tables) {
+  for (const auto& t : schema::ErpTables()) {
+    if (std::find_if(tables.begin(), tables.end(), [&](const char* n) { return t.name == n; }) ==
+        tables.end()) {
+      continue;
+    }
+    for (const auto& col : t.columns) {
+      if (EqualsIgnoringCase(col.name, label)) return col.name;
+    }
+  }
+  return label;
+}
+
+}  // namespace
+
+VectorPtr MrpDataServer::GetMrpConfirmData(const std::string& dsn, const VectorPtr& vctListData) {
+  return Run(dsn, [&](db::Connection& c) {
+    if (!vctListData) ThrowInvalid("vctListData is Nothing: give the confirmed lines");
+    std::vector<ConfirmLine> lines;
+    std::set<int32_t> items;
+    std::set<std::string> suppliers;
+    for (size_t i = 0; i < vctListData->rows().size(); ++i) {
+      Dictionary& row = *vctListData->rows()[i];
+      const size_t n = i + 1;
+      if (row.Contains("FMemo")) row.Set("FMemo", ReplaceAll(TextValue(row.Get("FMemo")), "'", "｀"));
+      ConfirmLine l;
+      l.item_id = IntValue(row.Get("FBomItemID"), Where("FBomItemID", n));
+      l.number = TextValue(row.Get("FItemNumber"));
+      l.name = TextValue(row.Get("FItemName"));
+      l.model = TextValue(row.Get("FItemModel"));
+      l.aux_prop_id = QuotedIntValue(row.Get("FAuxPropID"), Where("FAuxPropID", n));
+      l.aux_prop_name = TextValue(row.Get("FAuxProp"));
+      l.supply_number = TextValue(row.Get("FSupplyNumber"));
+      l.supply_name = TextValue(row.Get("FSupplyName"));
+      l.unit_id = QuotedIntValue(row.Get("FUnitID"), Where("FUnitID", n));
+      l.unit_name = TextValue(row.Get("FUnitName"));
+      l.qty = RoundDecimal(NumberValue(row.Get("FQty"), Where("FQty", n)));
+      l.note = TextValue(row.Get("FMemo"));
+      l.date = QuotedDateValue(row.Get("FDate"), Where("FDate", n));
+      items.insert(l.item_id);
+      suppliers.insert(l.supply_number);
+      lines.push_back(std::move(l));
+    }
+    const std::vector<int32_t> item_ids(items.begin(), items.end());
+
+    std::map<int32_t, ItemFacts> facts;
+    db::QueryIn(c, item_ids,
+                "select FItemID, FOrderUnitID, FOrderPrice, FTaxRate, FQtyDecimal, FPriceDecimal"
+                " from t_ICItem where FItemID in (%IDS%)",
+                [&](Row& r) {
+                  facts.emplace(r[0].ToLong(),
+                                ItemFacts{Int(r[1]), Num(r[2]), Num(r[3]), Int(r[4]), Int(r[5])});
+                });
+    // Supplier by code (the first of equal codes) and each supplier's tax rate.
+    std::map<std::string, int32_t> supplier_by_code;
+    std::map<int32_t, OptNum> supplier_tax;
+    db::QueryIn(c, std::vector<std::string>(suppliers.begin(), suppliers.end()),
+                "select FNumber, FItemID, FValueAddRate from t_Supplier"
+                " where FNumber in (%IDS%) order by FItemID",
+                [&](Row& r) {
+                  supplier_by_code.emplace(TextValue(r[0]), r[1].ToLong());
+                  supplier_tax.emplace(r[1].ToLong(), Num(r[2]));
+                });
+    std::map<int32_t, std::vector<Band>> bands;  // by item, in (supplier, line) order
+    db::QueryIn(c, item_ids,
+                "select FItemID, FSupID, FPrice, FStartQty, FEndQty from t_SupplyEntry"
+                " where FItemID in (%IDS%) order by FSupID, FEntryID",
+                [&](Row& r) {
+                  bands[r[0].ToLong()].push_back({r[1].ToLong(), Num(r[2]), Num(r[3]), Num(r[4])});
+                });
+    std::map<std::pair<int32_t, int32_t>, Invoice> last_invoice;  // item, supplier
+    db::QueryIn(c, item_ids,
+                "select u1.FItemID, v1.FSupplyID, u1.FTaxPrice, v1.FDate, u1.FInterID, u1.FEntryID"
+                " from ICPurchase v1 inner join ICPurchaseEntry u1 on v1.FInterID = u1.FInterID"
+                " where u1.FItemID in (%IDS%)",
+                [&](Row& r) {
+                  if (r[1].IsNull()) return;
+                  Invoice inv{Num(r[2]), r[3].IsNull() ? std::nullopt : std::optional(r[3].ToDate()),
+                              r[4].ToLong(), r[5].ToLong()};
+                  auto [it, fresh] = last_invoice.try_emplace({r[0].ToLong(), r[1].ToLong()}, inv);
+                  if (!fresh && inv.Newer(it->second)) it->second = inv;
+                });
+    std::set<int32_t> order_units;
+    for (const auto& [id, f] : facts) {
+      if (f.order_unit) order_units.insert(*f.order_unit);
+    }
+    std::map<int32_t, OptNum> coefficient;  // by t_MeasureUnit.FItemID, the first unit
+    db::QueryIn(c, std::vector<int32_t>(order_units.begin(), order_units.end()),
+                "select FItemID, FCoefficient from t_MeasureUnit where FItemID in (%IDS%)"
+                " order by FMeasureUnitID",
+                [&](Row& r) { coefficient.emplace(r[0].ToLong(), Num(r[1])); });
+
+    auto out = Vector::Create();
+    for (auto& l : lines) {
+      const auto item = facts.find(l.item_id);
+      const bool known = item != facts.end();
+      if (known) l.aux_unit_id = item->second.order_unit;
+      if (auto s = supplier_by_code.find(l.supply_number); s != supplier_by_code.end())
+        l.supply_id = s->second;
+      // Price: any supplier's band for the quantity, else the last invoice
+      // from this supplier, else the item's order price.
+      for (const Band& b : bands[l.item_id]) {
+        if (b.Holds(l.qty)) {
+          l.price = b.price;
+          break;
+        }
+      }
+      if (l.price.value_or(0) == 0) {
+        l.price.reset();
+        if (l.supply_id) {
+          if (auto inv = last_invoice.find({l.item_id, *l.supply_id}); inv != last_invoice.end())
+            l.price = inv->second.tax_price;
+        }
+      }
+      if (l.price.value_or(0) == 0 && known) l.price = item->second.order_price.value_or(0);
+      // Purchase unit: price and quantity in it.
+      if (l.aux_unit_id) {
+        if (auto u = coefficient.find(*l.aux_unit_id); u != coefficient.end()) {
+          const OptNum coef = u->second;
+          if (coef && *coef == 0) DivideByZero("the coefficient of purchase unit " +
+                                               std::to_string(*l.aux_unit_id) + " is 0");
+          l.aux_price = l.price && coef ? Dec(*l.price * *coef) : std::nullopt;
+          l.aux_qty = coef ? Dec(l.qty / *coef) : std::nullopt;
+          l.coefficient = coef;
+        }
+      }
+      // The supplier's own band for the quantity, after the unit price.
+      if (l.supply_id) {
+        for (const Band& b : bands[l.item_id]) {
+          if (b.supplier == *l.supply_id && b.Holds(l.qty)) {
+            l.price = b.price;
+            break;
+          }
+        }
+        if (auto t = supplier_tax.find(*l.supply_id); t != supplier_tax.end()) l.tax_rate = t->second;
+      }
+      if (l.tax_rate.value_or(0) == 0 && known) l.tax_rate = item->second.tax_rate;
+      if (known) {
+        l.qty_decimal = item->second.qty_decimal;
+        l.price_decimal = item->second.price_decimal;
+      }
+      out->Add(l.ToRow());
+    }
+    return out;
+  });
+}
+
+VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr& vctListData,
+                                         int32_t BillerID, const Date& g_dteSysDate) {
+  return Run(dsn, [&](db::Connection& c) -> VectorPtr {
+    const Variant base = c.QueryValue("select FValue from t_SystemProfile where FKey = 'FBWB'");
+    const int32_t currency =
+        base.IsEmpty() ? 1 : static_cast<int32_t>(Variant(TextValue(base)).ToValue());
+
+    std::vector<OrderLine> lines;
+    LineNumbers numbers;
+    std::set<int32_t> items, suppliers;
+    if (vctListData) {
+      for (size_t i = 0; i < vctListData->rows().size(); ++i) {
+        const Dictionary& row = *vctListData->rows()[i];
+        const size_t n = i + 1;
+        OrderLine l;
+        l.entry_id = numbers.Next(row.Get("FSupplyID"));
+        l.supply_id = IntValue(row.Get("FSupplyID"), Where("FSupplyID", n));
+        l.item_id = IntValue(row.Get("FItemID"), Where("FItemID", n));
+        l.aux_qty = RoundDecimal(NumberValue(row.Get("FAuxQty"), Where("FAuxQty", n)));
+        l.qty = RoundDecimal(NumberValue(row.Get("FQty"), Where("FQty", n)));
+        // The purchase-unit price, rounded to the item's price decimals.
+        const double raw = NumberValue(row.Get("FPrice"), Where("FPrice", n));
+        const double coefficient = NumberValue(row.Get("FCoefficient"), Where("FCoefficient", n));
+        const int decimals = std::clamp(row.Get("FPriceDecimal").ToLong(), 0, 10);
+        l.aux_price = RoundDecimal(std::stod(RoundedText(raw * coefficient, decimals)));
+        l.price = RoundDecimal(raw);
+        l.discount_rate = RoundDecimal(NumberValue(row.Get("FDiscountRate"), Where("FDiscountRate", n)));
+        l.tax_rate = RoundDecimal(NumberValue(row.Get("FTaxRate"), Where("FTaxRate", n)));
+        l.unit_id = IntValue(row.Get("FUnitID"), Where("FUnitID", n));
+        l.aux_prop_id = IntValue(row.Get("FAuxPropID"), Where("FAuxPropID", n));
+        l.note = TextValue(row.Get("FNote"));
+        l.date = QuotedDateValue(row.Get("FDate"), Where("FDate", n));
+        if (1 + l.tax_rate / 100 == 0) DivideByZero(Where("FTaxRate", n) + " is -100");
+        items.insert(l.item_id);
+        suppliers.insert(l.supply_id);
+        lines.push_back(std::move(l));
+      }
+    }
+    if (suppliers.empty()) return nullptr;
+
+    // The purchase unit: the item's order unit, else the line's own unit.
+    std::map<int32_t, int32_t> order_unit;
+    db::QueryIn(c, std::vector<int32_t>(items.begin(), items.end()),
+                "select FItemID, FOrderUnitID from t_ICItem where FItemID in (%IDS%)",
+                [&](Row& r) { order_unit.emplace(r[0].ToLong(), r[1].IsNull() ? 0 : r[1].ToLong()); });
+    for (auto& l : lines) {
+      if (auto u = order_unit.find(l.item_id); u != order_unit.end()) l.aux_unit_id = u->second;
+      if (l.aux_unit_id == 0) l.aux_unit_id = l.unit_id;
+    }
+
+    const Date order_date = QuotedDateValue(Variant(g_dteSysDate), "g_dteSysDate");
+    auto header = c.Prepare(
+        "insert into POOrder (FBrNo, FTranType, FInterID, FBillNo, FSupplyID, FDate, FCurrencyID,"
+        " FExchangeRate, FBillerID, FCancellation, FPOStyle, FSettleID, FAreaPs, FSettleDate,"
+        " FEmpID, FDeptID, FMangerID, FRelateBrID, FBrID, FPOOrdBillNo)"
+        " values ('0', 71, ?, ?, ?, ?, ?, 1, ?, 0, 252, 0, 20302, ?, 0, 0, 0, 0, 0, '')");
+    auto entry = c.Prepare(
+        "insert into POOrderEntry (FBrNo, FInterID, FEntryID, FItemID, FDate, FAuxPropID, FUnitID,"
+        " FStockQty, FAuxStockQty, FQty, FAuxQty, FAuxTaxPrice, FTaxPrice, FCess, FTaxRate,"
+        " FAmount, FPriceDiscount, FAuxPriceDiscount, FDescount, FAllAmount, FNote, FPrice,"
+        " FAuxPrice, FTaxAmount)"
+        " values ('0', ?, ?, ?, ?, ?, ?, 0, 0, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    std::vector<int32_t> made;
+    for (int32_t supplier : suppliers) {
+      // Number first, then interior id, one supplier at a time.
+      const std::string bill_no =
+          host_.numbering->NewBillNumber(c, kPurchaseOrderType, Date::Now());
+      const int32_t inter_id = host_.numbering->NextInteriorId(c, "POOrder");
+      made.push_back(inter_id);
+      header->Execute({inter_id, bill_no, supplier, order_date, currency, BillerID, order_date});
+      for (const OrderLine& l : lines) {
+        if (l.supply_id != supplier) continue;
+        const double keep = 1 - l.discount_rate / 100;
+        const double amount = RoundDecimal(l.price * l.qty * keep / (1 + l.tax_rate / 100), 4);
+        const double all_amount = RoundDecimal(l.price * keep * l.qty, 4);
+        entry->Execute({inter_id, l.entry_id, l.item_id, l.date, l.aux_prop_id, l.aux_unit_id,
+                        l.qty, l.aux_qty, l.aux_price, l.price, l.tax_rate, l.discount_rate,
+                        amount, RoundDecimal(l.price * keep), RoundDecimal(l.aux_price * keep),
+                        RoundDecimal(l.price * l.discount_rate * l.qty / 100, 4), all_amount,
+                        l.note, RoundDecimal(l.price / (1 + l.tax_rate / 100)),
+                        RoundDecimal(l.aux_price / (1 + l.tax_rate / 100)),
+                        RoundDecimal(all_amount - amount, 4)});
+      }
+    }
+    last_orders_ = db::JoinIds(made);
+    return OrdersByInterId(c, made);
+  });
+}
+
+RecordSetPtr MrpDataServer::getPOOrderBills(const std::string& dsn) {
+  return Run(dsn, [&](db::Connection& c) {
+    std::vector<std::string> columns;
+    std::vector<Row> rows;
+    c.QueryRows("select u1.FEntryID, v1.* from POOrder v1"
+                " inner join POOrderEntry u1 on v1.FInterID = u1.FInterID"
+                " order by v1.FInterID, u1.FEntryID",
+                {}, [&](Row& r) { rows.push_back(std::move(r)); }, &columns);
+    for (auto& label : columns) label = Spelled(label, {"POOrder"});
+    return std::make_shared<RecordSet>(std::move(columns), std::move(rows));
+  });
+}
+
+bool MrpDataServer::CheckCreditDegrees(const std::string& dsn, const VectorPtr& vctListData,
+                                       std::string& strCheckType, std::string& SupplyName) {
+  return Run(dsn, [&](db::Connection& c) {
+    auto rs = c.Query(
+        "select FValue from t_SystemProfile where FCategory = 'IC' and FKey = 'CreditDegreeCG'");
+    if (!rs->Eof()) strCheckType = TextValue(rs->Field("FValue"));
+    if (strCheckType != "1") return true;
+
+    // The batch's amount per supplier, net of discount and of tax.
+    std::map<int32_t, double> amount;
+    if (vctListData) {
+      for (size_t i = 0; i < vctListData->rows().size(); ++i) {
+        const Dictionary& row = *vctListData->rows()[i];
+        const size_t n = i + 1;
+        const int32_t supplier = IntValue(row.Get("FSupplyID"), Where("FSupplyID", n));
+        IntValue(row.Get("FItemID"), Where("FItemID", n));
+        const double qty = RoundDecimal(NumberValue(row.Get("FPushQty"), Where("FPushQty", n)));
+        const double price = RoundDecimal(NumberValue(row.Get("FPrice"), Where("FPrice", n)));
+        const double discount =
+            RoundDecimal(NumberValue(row.Get("FDiscountRate"), Where("FDiscountRate", n)));
+        const double tax = RoundDecimal(NumberValue(row.Get("FTaxRate"), Where("FTaxRate", n)));
+        if (1 + tax / 100 == 0) DivideByZero(Where("FTaxRate", n) + " is -100");
+        amount[supplier] += price * qty * (1 - discount / 100) / (1 + tax / 100);
+      }
+    }
+    std::vector<int32_t> ids;
+    for (const auto& [id, sum] : amount) ids.push_back(id);
+    struct Limit {
+      OptNum credit;
+      std::string number, name;
+    };
+    std::map<int32_t, Limit> limits;
+    db::QueryIn(c, ids,
+                "select FItemID, FCreditDegree, FNumber, FName from t_Supplier"
+                " where FItemID in (%IDS%) order by FItemID",
+                [&](Row& r) {
+                  limits.emplace(r[0].ToLong(), Limit{Num(r[1]), TextValue(r[2]), TextValue(r[3])});
+                });
+    std::string over;
+    for (const auto& [id, sum] : amount) {
+      auto it = limits.find(id);
+      if (it == limits.end() || !it->second.credit) continue;
+      const double credit = *it->second.credit;
+      if (RoundDecimal(sum) > credit && credit > 0) {
+        over += it->second.name + "[" + it->second.number + "]、";
+      }
+    }
+    SupplyName += over;
+    if (Trim(SupplyName).empty()) return true;
+    // The last character goes: the final "、" (or, when nothing was
+    // appended, whatever the caller's text ended with).
+    size_t cut = SupplyName.size() - 1;
+    while (cut > 0 && (static_cast<unsigned char>(SupplyName[cut]) & 0xC0) == 0x80) --cut;
+    SupplyName.resize(cut);
+    return false;
+  });
+}
+
+VectorPtr MrpDataServer::RefreshPOOrderBill(const std::string& dsn, const std::string& StrInterIDs) {
+  return Run(dsn, [&](db::Connection& c) {
+    const auto ids = db::ParseIdList(StrInterIDs, "order list StrInterIDs");
+    if (ids.empty()) ThrowInvalid("order list StrInterIDs is empty: give purchase-order interior ids");
+    return OrdersByInterId(c, ids);
+  });
+}
+
+void MrpDataServer::UpdateBillStockFinishQty(const std::string& dsn, const VectorPtr& vctStockBill,
+                                             const std::string&) {
+  Run(dsn, [&](db::Connection& c) {
+    // Quantities per task bill number (85, 91) and per sales-order line, in row order.
+    std::map<std::string, std::vector<double>> tasks[2];
+    std::map<std::pair<int32_t, int32_t>, std::vector<double>> sales;
+    if (vctStockBill) {
+      for (size_t i = 0; i < vctStockBill->rows().size(); ++i) {
+        const Dictionary& row = *vctStockBill->rows()[i];
+        const size_t n = i + 1;
+        int32_t type = 0;
+        try {
+          type = QuotedIntValue(row.Get("Ftrantype"), "Ftrantype");
+        } catch (const Error&) {
+          continue;  // not a type that is completed here
+        }
+        if (type != 81 && type != 85 && type != 91) continue;
+        const double qty = RoundDecimal(NumberValue(row.Get("FQty"), Where("FQty", n)));
+        if (type == 81) {
+          sales[{IntValue(row.Get("FInterID"), Where("FInterID", n)),
+                 IntValue(row.Get("FEntryID"), Where("FEntryID", n))}]
+              .push_back(qty);
+        } else {
+          tasks[type == 85 ? 0 : 1][TextValue(row.Get("FBillNO"))].push_back(qty);
+        }
+      }
+    }
+    // Divided by the coefficient of the document's own unit (0 counts as 1).
+    auto per_unit = [](double qty, const Variant& coefficient) -> Variant {
+      if (coefficient.IsNull()) return Variant::Null();
+      const double k = coefficient.ToDouble();
+      return RoundDecimal(qty / (k == 0 ? 1 : k));
+    };
+    const char* tables[] = {"ICMO", "ICOutMO"};
+    for (int t = 0; t < 2; ++t) {
+      if (tasks[t].empty()) continue;
+      std::vector<std::string> bills;
+      for (const auto& [bill, q] : tasks[t]) bills.push_back(bill);
+      std::vector<std::pair<int32_t, Variant>> updates;
+      db::QueryIn(c, bills,
+                  std::string("select v.FInterID, v.FBillNo, t_M.FCoefficient from ") + tables[t] +
+                      " v inner join t_MeasureUnit t_M on t_M.FMeasureUnitID = v.FUnitID"
+                      " where v.FBillNo in (%IDS%)",
+                  [&](Row& r) {
+                    Variant total = 0.0;
+                    for (double q : tasks[t][TextValue(r[1])]) {
+                      const Variant part = per_unit(q, r[2]);
+                      total = part.IsNull() || total.IsNull() ? Variant::Null()
+                                                              : Variant(total.ToDouble() + part.ToDouble());
+                    }
+                    updates.emplace_back(r[0].ToLong(), total);
+                  });
+      auto update = c.Prepare(std::string("update ") + tables[t] +
+                              " set FStockFinishQty = FStockFinishQty + ? where FInterID = ?");
+      for (const auto& [id, add] : updates) update->Execute({add, id});
+    }
+    if (!sales.empty()) {
+      std::set<int32_t> orders;
+      for (const auto& [key, q] : sales) orders.insert(key.first);
+      std::vector<std::tuple<int32_t, int32_t, Variant, double>> updates;
+      db::QueryIn(c, std::vector<int32_t>(orders.begin(), orders.end()),
+                  "select u.FInterID, u.FEntryID, t_M.FCoefficient from SEOrderEntry u"
+                  " inner join t_MeasureUnit t_M on t_M.FMeasureUnitID = u.FUnitID"
+                  " where u.FInterID in (%IDS%)",
+                  [&](Row& r) {
+                    auto it = sales.find({r[0].ToLong(), r[1].ToLong()});
+                    if (it == sales.end()) return;
+                    // Each row set the finished figure from the base figure
+                    // before it: the last row's share, on top of the others.
+                    double before_last = 0, all = 0;
+                    for (size_t k = 0; k < it->second.size(); ++k) {
+                      all += it->second[k];
+                      if (k + 1 < it->second.size()) before_last += it->second[k];
+                    }
+                    const Variant last = per_unit(it->second.back(), r[2]);
+                    updates.emplace_back(r[0].ToLong(), r[1].ToLong(),
+                                         last.IsNull() ? last : Variant(before_last + last.ToDouble()),
+                                         all);
+                  });
+      auto update = c.Prepare(
+          "update SEOrderEntry set FStockFinishQty = FBaseUnitStockFinishQty + ?,"
+          " FBaseUnitStockFinishQty = FBaseUnitStockFinishQty + ? where FInterID = ? and FEntryID = ?");
+      for (const auto& [inter, entry, finished, base] : updates) {
+        update->Execute({finished, base, inter, entry});
+      }
+    }
+  });
+}
+
+}  // namespace mrpcalc

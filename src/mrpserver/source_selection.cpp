@@ -1,0 +1,282 @@
+// GetSelectData: the picked demand lines with open quantity and stock.
+#include <map>
+#include <optional>
+#include <set>
+
+#include "frame/props.h"
+#include "mrpserver/mrp_data_server.h"
+#include "record/column_value.h"
+#include "record/text.h"
+#include "services/rights.h"
+
+namespace mrpcalc {
+namespace {
+
+constexpr int32_t kSalesOrder = 81;
+constexpr int32_t kProductionTask = 85;
+constexpr int32_t kOutsourcingTask = 91;
+constexpr int32_t kVirtualWarehouse = 502;
+
+// The columns of a selected line, in the order the selection form reads
+// them; FAuxQty is selected twice there and keeps its first place.
+const KeyList& SelectionKeys() {
+  static const KeyList keys = MakeKeyList(
+      {"FTranType", "FBillNO", "FItemID", "FAuxPropID", "FAuxPropName", "FAuxQty", "FInterID",
+       "FEntryID", "FItemName", "FItemNumber", "FItemModel", "FBSUnitID", "FAuxUnitID",
+       "FBSUnitName", "FAllStockQty", "FActualQty", "FQty", "FQtyDecimal", "FPriceDecimal"});
+  return keys;
+}
+enum Col { kTranType, kBillNo, kItemID, kAuxPropID, kAuxPropName, kAuxQty, kInterID, kEntryID,
+           kItemName, kItemNumber, kItemModel, kBSUnitID, kAuxUnitID, kBSUnitName, kAllStockQty,
+           kActualQty, kQty, kQtyDecimal, kPriceDecimal };
+
+// Line columns as the three queries select them, stock left out; the open
+// quantity is floored at 0.
+constexpr const char* kSalesSql =
+    "select v1.FTranType, v1.FBillNo, u1.FItemID, u1.FAuxPropID, t2.FName, u1.FAuxQty,"
+    " u1.FInterID, u1.FEntryID, t1.FName, t1.FNumber, t1.FModel, t1.FUnitID, u1.FUnitID,"
+    " (select FName from t_MeasureUnit where FMeasureUnitID = t1.FUnitID),"
+    " case when u1.FQty - u1.FBaseUnitStockFinishQty > 0"
+    "  then u1.FQty - u1.FBaseUnitStockFinishQty else 0 end,"
+    " t1.FQtyDecimal, t1.FPriceDecimal"
+    " from SEOrderEntry u1 inner join SEOrder v1 on u1.FInterID = v1.FInterID"
+    " inner join t_ICItem t1 on u1.FItemID = t1.FItemID"
+    " left join t_AuxItem t2 on u1.FAuxPropID = t2.FItemID"
+    " where t1.FErpClsID <> 1 and u1.FInterID in (%IDS%)";
+
+std::string TaskSql(const char* table) {
+  return std::string(
+             "select v1.FTranType, v1.FBillNo, v1.FItemID, v1.FAuxPropID, t2.FName, v1.FAuxQty,"
+             " v1.FInterID, 0, t1.FName, t1.FNumber, t1.FModel, t1.FUnitID, v1.FUnitID,"
+             " (select FName from t_MeasureUnit where FMeasureUnitID = t1.FUnitID),"
+             " case when v1.FQty - v1.FStockFinishQty * coalesce(t_M.FCoefficient, 1) > 0"
+             "  then v1.FQty - v1.FStockFinishQty * coalesce(t_M.FCoefficient, 1) else 0 end,"
+             " t1.FQtyDecimal, t1.FPriceDecimal from ") +
+         table +
+         " v1 inner join t_ICItem t1 on v1.FItemID = t1.FItemID"
+         " left join t_AuxItem t2 on v1.FAuxPropID = t2.FItemID"
+         " inner join t_MeasureUnit t_M on t_M.FMeasureUnitID = v1.FUnitID"
+         " where v1.FInterID in (%IDS%)";
+}
+
+Variant Num(const Variant& v) { return v.IsNull() ? v : Variant(v.ToDouble()); }
+Variant Int(const Variant& v) { return v.IsNull() ? v : Variant(v.ToLong()); }
+
+struct Stock {
+  double all = 0, actual = 0;
+};
+using StockKey = std::pair<int32_t, int32_t>;  // item, auxiliary property
+
+// The line as a selection row: the query's 17 columns with the stock of
+// its item and property put in.
+DictionaryPtr LineRow(const std::vector<Variant>& r, const std::map<StockKey, Stock>& stock) {
+  auto row = Dictionary::Create(SelectionKeys());
+  const int query_columns[] = {kTranType, kBillNo, kItemID, kAuxPropID, kAuxPropName, kAuxQty,
+                               kInterID, kEntryID, kItemName, kItemNumber, kItemModel, kBSUnitID,
+                               kAuxUnitID, kBSUnitName, kQty, kQtyDecimal, kPriceDecimal};
+  for (size_t i = 0; i < std::size(query_columns); ++i) row->SetAt(query_columns[i], r[i]);
+  for (int c : {kTranType, kItemID, kAuxPropID, kInterID, kEntryID, kBSUnitID, kAuxUnitID,
+                kQtyDecimal, kPriceDecimal}) {
+    row->SetAt(c, Int(row->value(c)));
+  }
+  for (int c : {kAuxQty, kQty}) row->SetAt(c, Num(row->value(c)));
+  Stock s;
+  const Variant& item = row->value(kItemID);
+  const Variant& prop = row->value(kAuxPropID);
+  if (!item.IsNull() && !prop.IsNull()) {
+    auto it = stock.find({item.ToLong(), prop.ToLong()});
+    if (it != stock.end()) s = it->second;
+  }
+  row->SetAt(kAllStockQty, s.all);
+  row->SetAt(kActualQty, s.actual);
+  return row;
+}
+
+DictionaryPtr Copy(const Dictionary& row) { return std::make_shared<Dictionary>(row); }
+
+// The picked rows' keys, read as the row filter reads them.
+struct Pick {
+  int32_t type = 0;
+  int32_t inter_id = 0;
+  int32_t entry_id = 0;
+  bool known = true;  // 81, 85 or 91
+};
+
+Pick ReadPick(const Dictionary& row, size_t position) {
+  const std::string where = "vctData row " + std::to_string(position);
+  Pick p;
+  p.type = QuotedIntValue(row.Get("Ftrantype"), where + " \"Ftrantype\"");
+  p.known = p.type == kSalesOrder || p.type == kProductionTask || p.type == kOutsourcingTask;
+  p.inter_id = QuotedIntValue(row.Get("FinterID"), where + " \"FinterID\"");
+  if (p.type == kSalesOrder) p.entry_id = QuotedIntValue(row.Get("FEntryID"), where + " \"FEntryID\"");
+  return p;
+}
+
+}  // namespace
+
+bool MrpDataServer::DataRightsApply(int32_t user_id, int16_t object_type) {
+  return host_.data_rights && host_.data_rights->Applies(user_id, object_type);
+}
+
+// The virtual warehouses, filtered by the login user's data rights.
+std::string MrpDataServer::VirtualStockOf(db::Connection& c) {
+  int32_t user = 0;
+  if (host_.login) {
+    user = static_cast<int32_t>(
+        Variant(GetPropValue(PropsString(*host_.login), "UserID")).ToValue());
+  }
+  const bool filtered = DataRightsApply(user, kDataRightWarehouses);
+  std::string out;
+  c.QueryRows("select FItemID, FRightUserID from t_Stock where FTypeID = ? order by FItemID",
+              {kVirtualWarehouse}, [&](std::vector<Variant>& r) {
+                if (filtered && !RightsTextNamesUser(TextValue(r[1]), user)) return;
+                if (!out.empty()) out += ",";
+                out += r[0].ToText();
+              });
+  return out;
+}
+
+std::string MrpDataServer::GetVirtualStock(const std::string& dsn) {
+  return Run(dsn, [&](db::Connection& c) { return VirtualStockOf(c); });
+}
+
+VectorPtr MrpDataServer::GetSelectData(const std::string& dsn, const VectorPtr& vctData,
+                                       const std::string& sStockKey, bool blnStockQty,
+                                       bool blnchkVirtual, bool blnchkVirtualValue) {
+  if (!vctData || vctData->Count() == 0) return nullptr;
+  return Run(dsn, [&](db::Connection& c) -> VectorPtr {
+    // The warehouse list: doubled commas and a stray comma at either end go
+    // (",,3,,5," is "3,5").
+    std::string key = Trim(sStockKey);
+    while (key.find(",,") != std::string::npos) key = ReplaceAll(key, ",,", ",");
+    key = Trim(key);
+    if (!key.empty() && key.front() == ',') key.erase(0, 1);
+    if (!key.empty() && key.back() == ',') key.pop_back();
+    if (key.empty()) key = "0";
+    const std::vector<int32_t> warehouses = db::ParseIdList(key, "warehouse list sStockKey");
+
+    std::vector<Pick> picks;
+    std::set<int32_t> sales, production, outsourcing;
+    for (size_t i = 0; i < vctData->rows().size(); ++i) {
+      const Pick p = ReadPick(*vctData->rows()[i], i + 1);
+      if (!p.known && picks.empty()) {
+        ThrowInvalid("vctData row 1 has source type " + std::to_string(p.type) +
+                     ": only sales orders (81), production tasks (85) and outsourcing tasks "
+                     "(91) can be selected");
+      }
+      if (p.type == kSalesOrder) sales.insert(p.inter_id);
+      if (p.type == kProductionTask) production.insert(p.inter_id);
+      if (p.type == kOutsourcingTask) outsourcing.insert(p.inter_id);
+      picks.push_back(p);
+    }
+
+    // Stock of the listed warehouses per item and property, and the same
+    // without virtual warehouses.
+    std::map<StockKey, Stock> stock;
+    db::QueryIn(c, warehouses,
+                "select ven.FItemID, ven.FAuxPropID, sum(ven.FQty),"
+                " sum(case when s.FTypeID <> ? then ven.FQty else 0 end)"
+                " from ICInventory ven inner join t_Stock s on ven.FStockID = s.FItemID"
+                " where ven.FStockID in (%IDS%) group by ven.FItemID, ven.FAuxPropID",
+                [&](std::vector<Variant>& r) {
+                  if (r[0].IsNull() || r[1].IsNull()) return;
+                  stock[{r[0].ToLong(), r[1].ToLong()}] = {r[2].ToDouble(), r[3].ToDouble()};
+                },
+                {kVirtualWarehouse});
+
+    std::map<std::pair<int32_t, int32_t>, DictionaryPtr> sales_lines;  // inter, entry
+    std::map<std::pair<int32_t, int32_t>, DictionaryPtr> tasks;        // type, inter
+    db::QueryIn(c, std::vector<int32_t>(sales.begin(), sales.end()), kSalesSql,
+                [&](std::vector<Variant>& r) {
+                  sales_lines[{r[6].ToLong(), r[7].ToLong()}] = LineRow(r, stock);
+                });
+    for (auto [type, ids, table] : {std::tuple{kProductionTask, &production, "ICMO"},
+                                    std::tuple{kOutsourcingTask, &outsourcing, "ICOutMO"}}) {
+      db::QueryIn(c, std::vector<int32_t>(ids->begin(), ids->end()), TaskSql(table),
+                  [&, type = type](std::vector<Variant>& r) {
+                    tasks[{type, r[6].ToLong()}] = LineRow(r, stock);
+                  });
+    }
+
+    // Each pick selects its line (or task); a pick of another type narrows
+    // the previous pick's selection to its own document id.
+    auto result = Vector::Create();
+    std::vector<DictionaryPtr> last;
+    for (size_t i = 0; i < picks.size(); ++i) {
+      const Pick& p = picks[i];
+      std::vector<DictionaryPtr> fetched;
+      if (p.type == kSalesOrder) {
+        if (auto it = sales_lines.find({p.inter_id, p.entry_id}); it != sales_lines.end())
+          fetched.push_back(it->second);
+      } else if (p.known) {
+        if (auto it = tasks.find({p.type, p.inter_id}); it != tasks.end())
+          fetched.push_back(it->second);
+      } else {
+        for (const auto& row : last)
+          if (row->value(kInterID).ToLong() == p.inter_id) fetched.push_back(row);
+      }
+      last = fetched;
+      const Dictionary& input = *vctData->rows()[i];
+      for (const auto& row : fetched) {
+        const Variant tran = row->value(kTranType);
+        if (!tran.IsNull() && (tran.ToLong() == kProductionTask || tran.ToLong() == kOutsourcingTask)) {
+          bool seen = false;
+          for (const auto& r : result->rows()) {
+            seen = seen || (r->value(kTranType) == tran &&
+                            r->value(kInterID) == row->value(kInterID));
+          }
+          if (seen) continue;
+        }
+        auto out = Copy(*row);
+        if (const Variant* qty = input.Find("FQty")) out->SetAt(kQty, *qty);
+        result->Add(out);
+      }
+    }
+
+    // Netting against stock on hand, first picked first served.
+    std::string netting_list = key;
+    bool net = blnStockQty;
+    if (blnchkVirtual) {
+      if (blnchkVirtualValue) {
+        netting_list = VirtualStockOf(c);
+      } else {
+        net = false;
+      }
+    }
+    if (net) {
+      std::map<StockKey, double> on_hand;
+      auto take = [&](std::vector<Variant>& r) {
+        if (!r[0].IsNull() && !r[1].IsNull()) on_hand[{r[0].ToLong(), r[1].ToLong()}] = r[2].ToDouble();
+      };
+      const char* sum =
+          "select ven.FItemID, ven.FAuxPropID, sum(ven.FQty) from ICInventory ven"
+          " inner join t_Stock s on ven.FStockID = s.FItemID";
+      if (Trim(netting_list).empty()) {
+        c.QueryRows(std::string(sum) + " group by ven.FItemID, ven.FAuxPropID", {}, take);
+      } else {
+        db::QueryIn(c, db::ParseIdList(netting_list, "warehouse list"),
+                    std::string(sum) + " where ven.FStockID in (%IDS%)"
+                                       " group by ven.FItemID, ven.FAuxPropID",
+                    take);
+      }
+      for (const auto& r : result->rows()) {
+        const Variant& item = r->value(kItemID);
+        const Variant& prop = r->value(kAuxPropID);
+        if (item.IsNull() || prop.IsNull()) continue;
+        auto it = on_hand.find({item.ToLong(), prop.ToLong()});
+        if (it == on_hand.end() || it->second == 0) continue;
+        const double qty = NumberValue(r->value(kQty), "FQty of a selected line");
+        if (it->second >= qty) {
+          it->second -= qty;
+          r->SetAt(kQty, 0.0);
+        } else {
+          r->SetAt(kQty, qty - it->second);
+          it->second = 0;
+        }
+      }
+    }
+    return result;
+  });
+}
+
+}  // namespace mrpcalc
