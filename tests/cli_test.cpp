@@ -131,6 +131,78 @@ TEST_F(Command, BenchmarkRequestRunsThroughTheCallCommand) {
   EXPECT_NE(run.out.find("whole call process 1:"), std::string::npos) << run.out;
 }
 
+// One process, one object per ProgID: the stock-status option remembered by
+// the first call is the one the second call writes; a failing call in the
+// middle does not stop the script, but makes its exit code 1.
+TEST_F(Command, CallsKeepOneObjectAcrossTheScript) {
+  auto c = db::Open(dsn_);
+  c->Execute("insert into ICSchemeProfile (FSchemeID, FStatus, FTranType, FUserID) values (7, 2, 36, 16)");
+  c->Execute("insert into ICSchemeProfileEntry (FSchemeID, FKey, FValue) values"
+             " (7, 'HideColumns', 'A||0##<&1000##<&2##<&FStockStatus##<&3')");
+  c.reset();
+  const std::string server = "ZUVMMrpCalculate.MrpDataServer";
+  const Json script = Json::array(
+      {{{"progid", server}, {"method", "GetFStockStatus"}, {"args", {"生产任务单", 0, "", 16}}},
+       {{"progid", server}, {"method", "NoSuchMethod"}},
+       {{"progid", server}, {"method", "UpdateFStockStatus"}, {"args", {"", 1}}},
+       {{"progid", server}, {"method", "GetFStockStatus"}, {"args", {"生产任务单", 0, "", 16}}}});
+  std::ofstream(dir_ / "script.json") << script.dump();
+  const Outcome r = Cli("calls --dsn '" + dsn_ + "' --script @" + (dir_ / "script.json").string());
+  EXPECT_EQ(r.status, 1) << r.out;
+  const Json answers = Json::parse(r.out);
+  ASSERT_EQ(answers.size(), 4u);
+  EXPECT_EQ(r.out, answers.dump(2) + "\n");
+  EXPECT_EQ(answers[0].at("byref").at("FVisible"), 1);
+  EXPECT_TRUE(answers[1].contains("error"));
+  EXPECT_EQ(answers[2].at("resultType"), "Empty");
+  // The entry went from the hidden columns of the scheme the first call found.
+  EXPECT_EQ(answers[3].at("byref").at("FValue"), "A");
+  // Each element is what `call` prints for the same call.
+  std::ofstream(dir_ / "args.json") << Json::array({"生产任务单", 0, "", 16}).dump();
+  const Outcome one = Cli("call " + server + " GetFStockStatus --dsn '" + dsn_ + "' --args @" +
+                          (dir_ / "args.json").string());
+  EXPECT_EQ(Json::parse(one.out), answers[3]);
+}
+
+// A buyer's whole path through the commands: demand, MRP, confirmation,
+// credit check, orders, and the list of them.
+TEST_F(Command, BuyersPathFromDemandToOrders) {
+  const std::string db = " --dsn '" + dsn_ + "'";
+  Outcome r = Cli("demand" + db + " --warehouses 11,12,20 --net --format csv");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(r.out.rfind("FTranType,FBillNO,FItemID,", 0), 0u) << r.out;
+  const std::string report = (dir_ / "report.json").string();
+  r = Cli("mrp" + db + " --now-stock --save-stock --moving --produc --warehouses 11,12,20 --form 1"
+          " --format json > " + report);
+  ASSERT_EQ(r.status, 0) << r.out;
+  const std::string lines = (dir_ / "lines.json").string();
+  const std::string told = (dir_ / "told.txt").string();
+  r = Cli("confirm" + db + " --report " + report +
+          " --supplier 3.04=S002 --supplier 3.08=S001 --format json > " + lines + " 2> " + told +
+          "; cat " + told);
+  // Paint was left without a supplier: the buyer is told, the rest go on.
+  EXPECT_NE(r.out.find("3.06 has no supplier"), std::string::npos) << r.out;
+  const Json priced = Json::parse(std::ifstream(lines));
+  ASSERT_GE(priced.size(), 2u);
+  for (const auto& l : priced) EXPECT_FALSE(l.at("FSupplyID").is_null()) << l.dump();
+  r = Cli("credit" + db + " --lines " + lines);
+  EXPECT_EQ(r.status, 0) << r.out;
+  r = Cli("orders make" + db + " --lines " + lines + " --biller 16 --date 2026-11-22 --format json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  const Json made = Json::parse(r.out);
+  ASSERT_GE(made.size(), 1u);
+  EXPECT_EQ(made[0].at("FBillNO").get<std::string>().rfind("POORD20261122", 0), 0u);
+  r = Cli("orders list" + db + " --ids " + std::to_string(made[0].at("FInterID").get<int>()));
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find(made[0].at("FBillNO").get<std::string>()), std::string::npos) << r.out;
+  // Scope: stored, then shown; an unknown warehouse is refused.
+  r = Cli("scope set" + db + " --user 1 --warehouses 10");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("11,12"), std::string::npos) << r.out;  // the group's warehouses
+  r = Cli("scope set" + db + " --user 1 --warehouses 99");
+  EXPECT_NE(r.status, 0);
+}
+
 TEST_F(Command, RefusalsExitNonZeroAndSayWhy) {
   // Tables exist: init leaves them alone without --replace.
   Outcome r = Cli("init --dsn '" + dsn_ + "'");

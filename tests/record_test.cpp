@@ -6,6 +6,7 @@
 #include <cstring>
 #include <random>
 
+#include "record/column_value.h"
 #include "record/error.h"
 #include "record/json.h"
 #include "record/recordset.h"
@@ -207,6 +208,35 @@ TEST(Text, ComposeMessage) {
   EXPECT_EQ(ComposeMessage("", load), "");
   EXPECT_EQ(ComposeMessage("plain", load), "plain");
   EXPECT_EQ(ComposeMessage("a^|^^|^b", load), "ab");
+}
+
+TEST(ColumnValue, ReadsValuesAsTheBillsStoreThem) {
+  // Rounding on the 15-digit text, half away from zero.
+  EXPECT_EQ(RoundedText(11.7 * 12, 2), "140.40");
+  EXPECT_EQ(RoundedText(11.7 * 12, 0), "140");
+  EXPECT_EQ(RoundedText(0.125, 2), "0.13");
+  EXPECT_EQ(RoundedText(-0.125, 2), "-0.13");
+  EXPECT_EQ(RoundedText(-0.001, 2), "0.00");
+  EXPECT_EQ(RoundedText(999.995, 2), "1000.00");
+  EXPECT_EQ(RoundedText(1e20, 1), "100000000000000000000.0");
+  EXPECT_DOUBLE_EQ(RoundDecimal(1.0 / 3), 0.3333333333);
+  EXPECT_DOUBLE_EQ(RoundDecimal(117 / 1.17, 4), 100);
+  // Bare numbers must be numbers; quoted ints take blanks as 0.
+  EXPECT_DOUBLE_EQ(NumberValue(Variant(" 2.5 "), "q"), 2.5);
+  EXPECT_DOUBLE_EQ(NumberValue(Variant(1.0 / 3), "q"), 0.333333333333333);
+  EXPECT_THROW(NumberValue(Variant(""), "q"), Error);
+  EXPECT_THROW(NumberValue(Variant(), "q"), Error);
+  EXPECT_THROW(NumberValue(Variant("1;drop"), "q"), Error);
+  EXPECT_EQ(IntValue(Variant(5.7), "i"), 5);
+  EXPECT_EQ(QuotedIntValue(Variant("  "), "i"), 0);
+  EXPECT_EQ(QuotedIntValue(Variant::Null(), "i"), 0);
+  EXPECT_EQ(QuotedIntValue(Variant(" 12 "), "i"), 12);
+  EXPECT_THROW(QuotedIntValue(Variant("1.5"), "i"), Error);
+  // Dates: an empty text and the zero date read as 1900-01-01.
+  EXPECT_EQ(QuotedDateValue(Variant(""), "d"), Date::FromParts(1900, 1, 1));
+  EXPECT_EQ(QuotedDateValue(Variant(Date()), "d"), Date::FromParts(1900, 1, 1));
+  EXPECT_EQ(QuotedDateValue(Variant("2026-12-01"), "d"), Date::FromParts(2026, 12, 1));
+  EXPECT_THROW(QuotedDateValue(Variant("soon"), "d"), Error);
 }
 
 TEST(Json, RoundTripsEveryKind) {

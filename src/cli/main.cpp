@@ -19,6 +19,7 @@
 #include <set>
 #include <sstream>
 
+#include "cli/buyer.h"
 #include "component/registry.h"
 #include "db/connection.h"
 #include "mrp/mrp_data_info.h"
@@ -131,48 +132,16 @@ std::string ErrorAnswer(long number, const std::string& description, int indent 
   return text;
 }
 
-std::string CsvField(const Variant& v) {
-  std::string text = v.IsNull() || v.IsEmpty() ? "" : v.ToText();
-  if (text.find_first_of(",\"\n") == std::string::npos) return text;
-  return "\"" + ReplaceAll(text, "\"", "\"\"") + "\"";
-}
-
 void PrintReport(const VectorPtr& rows, const std::string& format) {
-  if (format == "json") {
-    CheckJsonText(Variant(rows));
-    std::cout.flush();
-    JsonWriter out(WriteToStdout);
-    out.Value(Variant(rows), 0);
-    out.Raw("\n");
-    out.Flush();
-    return;
-  }
-  if (format == "csv") {
-    if (rows->Count()) {
-      const Dictionary& first = *rows->Item(1);
-      for (size_t i = 0; i < first.size(); ++i) std::cout << (i ? "," : "") << first.key(i);
-    }
-    std::cout << "\n";
-    for (const auto& row : rows->rows()) {
-      for (size_t i = 0; i < row->size(); ++i)
-        std::cout << (i ? "," : "") << CsvField(row->value(i));
-      std::cout << "\n";
-    }
-    return;
-  }
-  fmt::print("{:<6} {:<10} {:<5} {:>10} {:>9} {:>9} {:>9} {:>9} {:>10}  {:<6} {:<10}  {}\n", "item",
-             "name", "prop", "need", "stock", "on order", "in prod", "issued", "suggest", "supplr",
-             "class", "needed on");
-  for (const auto& r : rows->rows()) {
-    fmt::print("{:<6} {:<10} {:<5} {:>10} {:>9} {:>9} {:>9} {:>9} {:>10}  {:<6} {:<10}  {}\n",
-               Show(r->Get("FItemNumber")), Show(r->Get("FItemName")), Show(r->Get("FAuxProp")),
-               Show(r->Get("FNeedQty")), Show(r->Get("FCurrentQty")), Show(r->Get("FMovingQty")),
-               Show(r->Get("FProducingQty")), Show(r->Get("FProducQty")), Show(r->Get("FQty")),
-               Show(r->Get("FSupplyNumber")), Show(r->Get("FItemProp")), Show(r->Get("FDate")));
-  }
+  cli::PrintRows(rows, format,
+                 {{"item", "FItemNumber", -6}, {"name", "FItemName", -10}, {"prop", "FAuxProp", -5},
+                  {"need", "FNeedQty", 10}, {"stock", "FCurrentQty", 9}, {"on order", "FMovingQty", 9},
+                  {"in prod", "FProducingQty", 9}, {"issued", "FProducQty", 9},
+                  {"suggest", "FQty", 10}, {"supplr", "FSupplyNumber", -6},
+                  {"class", "FItemProp", -10}, {"needed on", "FDate", -10}});
 }
 
-int RunMrp(const MrpOptions& o) {
+VectorPtr RunMrp(const MrpOptions& o, const Host& host) {
   auto connection = db::Open(o.dsn);
   auto [lines, source] = DemandOf(*connection, o);
   connection.reset();
@@ -186,12 +155,11 @@ int RunMrp(const MrpOptions& o) {
       {"UnSale", o.unsale},         {"Producing", o.producing},  {"Produc", o.produc},
       {"MidStockQty", o.mid_stock}, {"Virtual", o.virtual_stock}};
   for (const auto& [key, on] : switches) filter->Set(key, int32_t{on ? 1 : 0});
-  const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
   MrpDataInfo info(host);
   const VectorPtr rows = info.GetMrpReportData(o.dsn, lines, filter, o.warehouses, o.user, o.form);
   for (const auto& m : host.messages->messages()) std::cerr << m << "\n";
   PrintReport(rows, o.format);
-  return 0;
+  return rows;
 }
 
 int RunBenchGenerate(const std::string& dsn, double scale) {
@@ -364,7 +332,9 @@ int RunDemo(const std::string& dsn) {
       "\nMRP of the open sales orders and production tasks, all BOM levels, netted\n"
       "against stock in warehouses {}, safety stock, open purchases and issues:\n\n",
       o.warehouses);
-  return RunMrp(o);
+  const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
+  cli::RunDemoPurchasing(host, dsn, RunMrp(o, host));
+  return 0;
 }
 
 std::string ReadArgs(const std::string& args) {
@@ -542,6 +512,71 @@ int main(int argc, char** argv) {
       ->check(CLI::IsMember({"table", "csv", "json"}))
       ->capture_default_str();
 
+  // The buyer's commands.
+  const auto formats = CLI::IsMember({"table", "csv", "json"});
+  cli::DemandOptions demand;
+  auto* demand_cmd =
+      app.add_subcommand("demand", "list open demand with its stock (GetSelectData)");
+  demand_cmd->add_option("--dsn", demand.dsn, "sqlite:PATH or odbc:CONNECTION-STRING")->required();
+  demand_cmd->add_option("--bills", demand.bills, "sales order and task numbers (default: all open)")
+      ->delimiter(',');
+  demand_cmd->add_option("--warehouses", demand.warehouses, "warehouse ids whose stock counts");
+  demand_cmd->add_flag("--net", demand.net, "net the open quantities against that stock");
+  demand_cmd->add_flag("--virtual-only", demand.virtual_only,
+                       "net against the virtual warehouses only");
+  demand_cmd->add_option("--format", demand.format, "table, csv or json")
+      ->check(formats)
+      ->capture_default_str();
+
+  cli::ConfirmOptions confirm;
+  auto* confirm_cmd = app.add_subcommand(
+      "confirm", "price an MRP result's lines to buy (GetMrpConfirmData)");
+  confirm_cmd->add_option("--dsn", confirm.dsn, "the database")->required();
+  confirm_cmd->add_option("--report", confirm.report, "a report file from `mrp --format json`")
+      ->required();
+  confirm_cmd->add_option("--supplier", confirm.suppliers,
+                          "ITEMNUMBER=SUPPLIERCODE, for lines without or with another supplier");
+  confirm_cmd->add_option("--format", confirm.format, "table, csv or json")
+      ->check(formats)
+      ->capture_default_str();
+
+  std::string buy_dsn, lines_file, orders_date, order_ids, orders_format = "table";
+  int biller = 1;
+  auto* credit_cmd =
+      app.add_subcommand("credit", "check suppliers' credit limits (CheckCreditDegrees)");
+  credit_cmd->add_option("--dsn", buy_dsn, "the database")->required();
+  credit_cmd->add_option("--lines", lines_file, "purchase lines from `confirm --format json`")
+      ->required();
+  auto* orders_cmd = app.add_subcommand("orders", "make or list purchase orders");
+  orders_cmd->require_subcommand(1);
+  auto* orders_make = orders_cmd->add_subcommand("make", "one order per supplier (MakePOOrderBill)");
+  orders_make->add_option("--dsn", buy_dsn, "the database")->required();
+  orders_make->add_option("--lines", lines_file, "purchase lines from `confirm --format json`")
+      ->required();
+  orders_make->add_option("--biller", biller, "user id of the buyer")->capture_default_str();
+  orders_make->add_option("--date", orders_date, "order date, YYYY-MM-DD (default: today)");
+  orders_make->add_option("--format", orders_format, "table, csv or json")->check(formats);
+  auto* orders_list = orders_cmd->add_subcommand("list", "purchase-order lines, or chosen orders");
+  orders_list->add_option("--dsn", buy_dsn, "the database")->required();
+  orders_list->add_option("--ids", order_ids, "interior ids, e.g. 4,5 (default: every line)");
+  orders_list->add_option("--format", orders_format, "table, csv or json")->check(formats);
+
+  cli::ScopeOptions scope;
+  auto* scope_cmd = app.add_subcommand("scope", "show or change a user's stock scope");
+  scope_cmd->require_subcommand(1);
+  auto* scope_show = scope_cmd->add_subcommand("show", "the stored scope (GetStockInfo)");
+  auto* scope_set = scope_cmd->add_subcommand("set", "store a scope (UpdateStockInfo)");
+  for (auto* sub : {scope_show, scope_set}) {
+    sub->add_option("--dsn", scope.dsn, "the database")->required();
+    sub->add_option("--user", scope.user, "user id")->capture_default_str();
+    sub->add_option("--form-type", scope.form_type, "form type")->capture_default_str();
+    sub->add_option("--sub-id", scope.sub_id, "form or scheme sub-id");
+    sub->add_option("--format", scope.format, "table, csv or json")->check(formats);
+  }
+  scope_set->add_option("--warehouses", scope.warehouses, "warehouse ids; a group stands for its own")
+      ->required();
+  scope_set->add_flag("--virtual", scope.with_virtual, "add the virtual warehouses");
+
   std::string bench_dsn;
   double scale = 1.0;
   int repeat = 3;
@@ -576,12 +611,29 @@ int main(int argc, char** argv) {
       return 1;
     }
   }
+  if (*demand_cmd || *confirm_cmd || *credit_cmd || *orders_cmd || *scope_cmd) {
+    try {
+      const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
+      if (*demand_cmd) return cli::RunDemand(host, demand);
+      if (*confirm_cmd) return cli::RunConfirm(host, confirm);
+      if (*credit_cmd) return cli::RunCredit(host, buy_dsn, lines_file);
+      if (*orders_make)
+        return cli::RunMakeOrders(host, buy_dsn, lines_file, biller, orders_date, orders_format);
+      if (*orders_list) return cli::RunListOrders(host, buy_dsn, order_ids, orders_format);
+      if (*scope_show) return cli::RunScopeShow(host, scope);
+      return cli::RunScopeSet(host, scope);
+    } catch (const std::exception& e) {
+      std::cerr << "mrpcalc: " << e.what() << "\n";
+      return 1;
+    }
+  }
   if (*call) return RunCall(prog_id, method, call_dsn, call_args);
   if (*calls) return RunCalls(calls_dsn, calls_script);
   if (*methods) return RunMethods();
   if (*mrp_cmd) {
     try {
-      return RunMrp(mrp);
+      RunMrp(mrp, MakeStandaloneHost(HostConfig::FromEnvironment()));
+      return 0;
     } catch (const std::exception& e) {
       std::cerr << "mrpcalc: " << e.what() << "\n";
       return 1;

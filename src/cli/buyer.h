@@ -1,0 +1,68 @@
+// The buyer's commands: open demand with stock, confirmation of an MRP
+// result into priced purchase lines, the credit check, purchase orders and
+// each user's stock scope, over the MRP data service. Each prints a table
+// for people, or CSV or JSON for programs.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "frame/host.h"
+#include "record/variant.h"
+
+namespace mrpcalc::cli {
+
+// Prints rows as "table" (the given columns), "csv" or "json" (every column).
+struct Column {
+  const char* header;
+  const char* key;
+  int width;  // negative: left-aligned text
+};
+void PrintRows(const VectorPtr& rows, const std::string& format, const std::vector<Column>& table);
+
+// Reads a JSON array of row objects (what --format json prints).
+VectorPtr ReadRowsFile(const std::string& path);
+
+struct DemandOptions {
+  std::string dsn;
+  std::vector<std::string> bills;  // empty: every open line
+  std::string warehouses;
+  bool net = false;
+  bool virtual_only = false;  // net against the virtual warehouses only
+  std::string format = "table";
+};
+int RunDemand(const Host& host, const DemandOptions& o);
+
+struct ConfirmOptions {
+  std::string dsn;
+  std::string report;  // a report file, as `mrpcalc mrp --format json` writes it
+  std::vector<std::string> suppliers;  // "ITEMNUMBER=SUPPLIERCODE"
+  std::string format = "table";
+};
+int RunConfirm(const Host& host, const ConfirmOptions& o);
+
+// Lines are confirmation rows (as `confirm --format json` writes them).
+int RunCredit(const Host& host, const std::string& dsn, const std::string& lines_file);
+int RunMakeOrders(const Host& host, const std::string& dsn, const std::string& lines_file,
+                  int biller, const std::string& date, const std::string& format);
+int RunListOrders(const Host& host, const std::string& dsn, const std::string& ids,
+                  const std::string& format);
+
+struct ScopeOptions {
+  std::string dsn;
+  int user = 1;
+  int form_type = 1;
+  std::string sub_id;
+  std::string warehouses;  // set: the chosen warehouses (groups stand for their leaves)
+  bool with_virtual = false;
+  std::string format = "table";
+};
+int RunScopeShow(const Host& host, const ScopeOptions& o);
+int RunScopeSet(const Host& host, const ScopeOptions& o);
+
+// The demo's purchasing: confirms the purchased materials of a report with
+// the demo's suppliers, checks credit and makes the orders.
+void RunDemoPurchasing(const Host& host, const std::string& dsn, const VectorPtr& report);
+
+}  // namespace mrpcalc::cli
