@@ -136,9 +136,11 @@ TEST_F(Command, BenchmarkRequestRunsThroughTheCallCommand) {
 // middle does not stop the script, but makes its exit code 1.
 TEST_F(Command, CallsKeepOneObjectAcrossTheScript) {
   auto c = db::Open(dsn_);
-  c->Execute("insert into ICSchemeProfile (FSchemeID, FStatus, FTranType, FUserID) values (7, 2, 36, 16)");
-  c->Execute("insert into ICSchemeProfileEntry (FSchemeID, FKey, FValue) values"
-             " (7, 'HideColumns', 'A||0##<&1000##<&2##<&FStockStatus##<&3')");
+  c->Execute(
+      "insert into ICSchemeProfile (FSchemeID, FStatus, FTranType, FUserID) values (7, 2, 36, 16)");
+  c->Execute(
+      "insert into ICSchemeProfileEntry (FSchemeID, FKey, FValue) values"
+      " (7, 'HideColumns', 'A||0##<&1000##<&2##<&FStockStatus##<&3')");
   c.reset();
   const std::string server = "ZUVMMrpCalculate.MrpDataServer";
   const Json script = Json::array(
@@ -172,8 +174,10 @@ TEST_F(Command, BuyersPathFromDemandToOrders) {
   ASSERT_EQ(r.status, 0) << r.out;
   EXPECT_EQ(r.out.rfind("FTranType,FBillNO,FItemID,", 0), 0u) << r.out;
   const std::string report = (dir_ / "report.json").string();
-  r = Cli("mrp" + db + " --now-stock --save-stock --moving --produc --warehouses 11,12,20 --form 1"
-          " --format json > " + report);
+  r = Cli("mrp" + db +
+          " --now-stock --save-stock --moving --produc --warehouses 11,12,20 --form 1"
+          " --format json > " +
+          report);
   ASSERT_EQ(r.status, 0) << r.out;
   const std::string lines = (dir_ / "lines.json").string();
   const std::string told = (dir_ / "told.txt").string();
@@ -187,7 +191,8 @@ TEST_F(Command, BuyersPathFromDemandToOrders) {
   for (const auto& l : priced) EXPECT_FALSE(l.at("FSupplyID").is_null()) << l.dump();
   r = Cli("credit" + db + " --lines " + lines);
   EXPECT_EQ(r.status, 0) << r.out;
-  r = Cli("orders make" + db + " --lines " + lines + " --biller 16 --date 2026-11-22 --format json");
+  r = Cli("orders make" + db + " --lines " + lines +
+          " --biller 16 --date 2026-11-22 --format json");
   ASSERT_EQ(r.status, 0) << r.out;
   const Json made = Json::parse(r.out);
   ASSERT_GE(made.size(), 1u);

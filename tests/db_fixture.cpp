@@ -4,11 +4,13 @@
 #include "sample/demo_data.h"
 #include "schema/erp_schema.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 namespace mrpcalc::testing {
 
@@ -43,6 +45,45 @@ std::string FreshDsn(const std::string& engine) {
   c->Execute("drop schema if exists public cascade");
   c->Execute("create schema public");
   return pg;
+}
+
+std::vector<std::string> InChildProcesses(int processes,
+                                          const std::function<void(int, std::ostream&)>& body) {
+  std::vector<std::string> files;
+  std::vector<pid_t> children;
+  for (int p = 0; p < processes; ++p) {
+    files.push_back(::testing::TempDir() + "child-" + std::to_string(::getpid()) + "-" +
+                    std::to_string(p));
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+      ADD_FAILURE() << "fork failed";
+      break;
+    }
+    if (pid == 0) {
+      int status = 0;
+      try {
+        std::ofstream out(files.back());
+        body(p, out);
+      } catch (const std::exception& e) {
+        std::fprintf(stderr, "child %d: %s\n", p, e.what());
+        status = 1;
+      }
+      ::_exit(status);
+    }
+    children.push_back(pid);
+  }
+  for (pid_t pid : children) {
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) ADD_FAILURE() << "a child process failed";
+  }
+  std::vector<std::string> lines;
+  for (const auto& f : files) {
+    std::ifstream in(f);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    std::filesystem::remove(f);
+  }
+  return lines;
 }
 
 void DbTest::SetUp() {

@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <ostream>
 #include <string>
+#include <vector>
 
 #include "db/connection.h"
 
@@ -17,6 +20,12 @@ std::vector<std::string> Engines();
 // a temporary folder; for PostgreSQL the test server with its public schema
 // dropped and created again.
 std::string FreshDsn(const std::string& engine);
+
+// Runs body(p, out) in `processes` forked children at the same time, p
+// from 0; each writes lines to its own stream. Returns every line written.
+// A child that throws fails the test (ADD_FAILURE) with its message.
+std::vector<std::string> InChildProcesses(int processes,
+                                          const std::function<void(int, std::ostream&)>& body);
 
 class DbTest : public ::testing::TestWithParam<std::string> {
  protected:

@@ -1,11 +1,6 @@
 // The MRP data service on the demo database, on every engine: selection,
 // lookups, confirmation, purchase orders (atomic and never sharing a
 // number), credit check, source completion, stock scope and validation.
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <fstream>
 #include <set>
 
 #include "db_fixture.h"
@@ -44,14 +39,18 @@ class Server : public DemoDbTest {
   void RefuseOrdersOf(int supplier) {
     const std::string id = std::to_string(supplier);
     if (Sqlite()) {
-      conn().Execute("create trigger refuse_po before insert on POOrder when new.FSupplyID = " + id +
-                     " begin select raise(abort, 'injected failure'); end");
+      conn().Execute("create trigger refuse_po before insert on POOrder when new.FSupplyID = " +
+                     id + " begin select raise(abort, 'injected failure'); end");
     } else {
-      conn().Execute("create function refuse_po() returns trigger language plpgsql as $$ begin"
-                     " if new.FSupplyID = " + id + " then raise exception 'injected failure';"
-                     " end if; return new; end $$");
-      conn().Execute("create trigger refuse_po before insert on POOrder for each row"
-                     " execute function refuse_po()");
+      conn().Execute(
+          "create function refuse_po() returns trigger language plpgsql as $$ begin"
+          " if new.FSupplyID = " +
+          id +
+          " then raise exception 'injected failure';"
+          " end if; return new; end $$");
+      conn().Execute(
+          "create trigger refuse_po before insert on POOrder for each row"
+          " execute function refuse_po()");
     }
   }
 };
@@ -60,7 +59,8 @@ MRPCALC_ALL_ENGINES(Server);
 TEST_P(Server, SelectionTakesEachPickOnceNetsAndOverrides) {
   auto s = Make();
   // Warehouse 30 is virtual: it counts in FAllStockQty only.
-  conn().Execute("insert into ICInventory (FItemID, FAuxPropID, FStockID, FQty) values (1001, 0, 30, 4)");
+  conn().Execute(
+      "insert into ICInventory (FItemID, FAuxPropID, FStockID, FQty) values (1001, 0, 30, 4)");
   auto picks = Rows({Row({{"Ftrantype", 81}, {"FinterID", 1}, {"FEntryID", 1}}),
                      Row({{"Ftrantype", "85"}, {"FinterID", "1"}}),
                      Row({{"Ftrantype", 85}, {"FinterID", 1}}),
@@ -149,15 +149,19 @@ TEST_P(Server, LookupsAndValidation) {
             "Line 3: the auxiliary property of material [3.03] must not be empty!\n");
 
   // A battery pack that holds the e-bike: both lead back to themselves.
-  conn().Execute("insert into ICBOM (FInterID, FBOMNumber, FItemID, FQty, FUseStatus, FStatus)"
-                 " values (9, 'BOM9', 2003, 1, 1072, 1)");
-  conn().Execute("insert into ICBOMChild (FInterID, FEntryID, FItemID, FQty) values (9, 1, 1001, 1)");
+  conn().Execute(
+      "insert into ICBOM (FInterID, FBOMNumber, FItemID, FQty, FUseStatus, FStatus)"
+      " values (9, 'BOM9', 2003, 1, 1072, 1)");
+  conn().Execute(
+      "insert into ICBOMChild (FInterID, FEntryID, FItemID, FQty) values (9, 1, 1001, 1)");
   std::string message = "earlier\r\n";
   auto lines = Rows({Row({{"FItemID", 1002}, {"FItemName", "折叠自行车"}, {"FItemNumber", "1.02"}}),
                      Row({{"FItemID", 1001}, {"FItemName", "电动自行车"}, {"FItemNumber", "1.01"}}),
                      Row({{"FItemID", 2003}, {"FItemName", "电池包"}, {"FItemNumber", "2.03"}})});
   EXPECT_TRUE(s.IsBomExpand(dsn(), lines, message));
-  EXPECT_EQ(message, "以下产品的Bom子件存在死循环,请修改！\r\nearlier\r\n电池包(2.03)\r\n电动自行车(1.01)\r\n");
+  EXPECT_EQ(
+      message,
+      "以下产品的Bom子件存在死循环,请修改！\r\nearlier\r\n电池包(2.03)\r\n电动自行车(1.01)\r\n");
   EXPECT_EQ(lines->Count(), 3);
   message.clear();
   EXPECT_FALSE(s.IsBomExpand(dsn(), Rows({lines->Item(1)}), message));
@@ -167,15 +171,26 @@ TEST_P(Server, LookupsAndValidation) {
 TEST_P(Server, ConfirmationPricesUnitsAndTax) {
   auto s = Make();
   // Supplier 2's own band for aluminium tube, below supplier 1's.
-  conn().Execute("insert into t_SupplyEntry (FSupID, FEntryID, FItemID, FPrice, FStartQty, FEndQty)"
-                 " values (2, 9, 3001, 17, 0, 99.99)");
-  conn().Execute("insert into t_ICItem (FItemID, FNumber, FName, FErpClsID, FUnitID, FOrderPrice,"
-                 " FTaxRate) values (3999, '3.99', 'bare', 1, 1, 0, 9)");
+  conn().Execute(
+      "insert into t_SupplyEntry (FSupID, FEntryID, FItemID, FPrice, FStartQty, FEndQty)"
+      " values (2, 9, 3001, 17, 0, 99.99)");
+  conn().Execute(
+      "insert into t_ICItem (FItemID, FNumber, FName, FErpClsID, FUnitID, FOrderPrice,"
+      " FTaxRate) values (3999, '3.99', 'bare', 1, 1, 0, 9)");
   auto line = [](int item, const char* supplier, double qty, const char* memo) {
-    return Row({{"FBomItemID", item}, {"FItemNumber", "n"}, {"FItemName", "O'Name"}, {"FItemModel", ""},
-                {"FAuxPropID", ""}, {"FAuxProp", Variant::Null()}, {"FSupplyNumber", supplier},
-                {"FSupplyName", "s"}, {"FUnitID", "1"}, {"FUnitName", "u"}, {"FQty", qty},
-                {"FMemo", memo}, {"FDate", ""}});
+    return Row({{"FBomItemID", item},
+                {"FItemNumber", "n"},
+                {"FItemName", "O'Name"},
+                {"FItemModel", ""},
+                {"FAuxPropID", ""},
+                {"FAuxProp", Variant::Null()},
+                {"FSupplyNumber", supplier},
+                {"FSupplyName", "s"},
+                {"FUnitID", "1"},
+                {"FUnitName", "u"},
+                {"FQty", qty},
+                {"FMemo", memo},
+                {"FDate", ""}});
   };
   auto input = Rows({line(3001, "S002", 10, "a'b"), line(3002, "S002", 250, ""),
                      line(3999, "NOSUCH", 5, ""), line(3005, "S004", 600, "")});
@@ -224,11 +239,20 @@ TEST_P(Server, ConfirmationPricesUnitsAndTax) {
 
 DictionaryPtr OrderLine(int supplier, int item, double qty, double price, double tax,
                         double coefficient = 1, int decimals = 2, int unit = 1) {
-  return Row({{"FSupplyID", supplier}, {"FItemID", item}, {"FAuxQty", qty / coefficient},
-              {"FQty", qty}, {"FPrice", price}, {"FCoefficient", coefficient},
-              {"FPriceDecimal", decimals}, {"FDiscountRate", 0}, {"FTaxRate", tax},
-              {"FUnitID", unit}, {"FAuxPropID", 0}, {"FNote", "it's urgent"},
-              {"FDate", "2026-12-01"}, {"FPushQty", qty}});
+  return Row({{"FSupplyID", supplier},
+              {"FItemID", item},
+              {"FAuxQty", qty / coefficient},
+              {"FQty", qty},
+              {"FPrice", price},
+              {"FCoefficient", coefficient},
+              {"FPriceDecimal", decimals},
+              {"FDiscountRate", 0},
+              {"FTaxRate", tax},
+              {"FUnitID", unit},
+              {"FAuxPropID", 0},
+              {"FNote", "it's urgent"},
+              {"FDate", "2026-12-01"},
+              {"FPushQty", qty}});
 }
 
 TEST_P(Server, PurchaseOrdersOnePerSupplier) {
@@ -240,7 +264,8 @@ TEST_P(Server, PurchaseOrdersOnePerSupplier) {
   ASSERT_EQ(made->Count(), 2);
   EXPECT_EQ(made->Item(1)->Get("FSupplyName").ToText(), "华东铝业有限公司");
   EXPECT_EQ(made->Item(2)->Get("FSupplyName").ToText(), "O'Brien Fasteners Ltd.");
-  const int a = made->Item(1)->Get("FInterID").ToLong(), b = made->Item(2)->Get("FInterID").ToLong();
+  const int a = made->Item(1)->Get("FInterID").ToLong(),
+            b = made->Item(2)->Get("FInterID").ToLong();
   EXPECT_EQ(s.last_orders(), std::to_string(a) + "," + std::to_string(b));
   EXPECT_NE(made->Item(1)->Get("FBillNO").ToText(), made->Item(2)->Get("FBillNO").ToText());
   auto at = [&](int id, int entry, const char* column) {
@@ -262,7 +287,8 @@ TEST_P(Server, PurchaseOrdersOnePerSupplier) {
   EXPECT_DOUBLE_EQ(at(b, 1, "FCess"), 17);
   EXPECT_EQ(conn().QueryValue("select FNote from POOrderEntry where FInterID = ?", {b}).ToText(),
             "it's urgent");
-  EXPECT_EQ(conn().QueryValue("select FBillerID from POOrder where FInterID = ?", {b}).ToLong(), 16);
+  EXPECT_EQ(conn().QueryValue("select FBillerID from POOrder where FInterID = ?", {b}).ToLong(),
+            16);
   EXPECT_EQ(conn().QueryValue("select FDate from POOrder where FInterID = ?", {b}).ToDate(), today);
 
   // Every line with its header's columns, spelled as the tables spell them.
@@ -312,49 +338,21 @@ TEST_P(Server, AFailedGenerationLeavesNoOrderAndNoNumber) {
 // Two processes make 15 generations of two orders each at the same time.
 TEST_P(Server, ConcurrentGenerationsNeverShareANumberOrAnId) {
   constexpr int kRuns = 15;
-  std::vector<std::string> files;
-  std::vector<pid_t> children;
-  for (int p = 0; p < 2; ++p) {
-    files.push_back(::testing::TempDir() + "orders-" + std::to_string(::getpid()) + "-" +
-                    std::to_string(p));
-    const pid_t pid = ::fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      int status = 0;
-      try {
-        auto s = Make();
-        std::ofstream out(files.back());
-        for (int i = 0; i < kRuns; ++i) {
-          VectorPtr made = s.MakePOOrderBill(
-              dsn(), Rows({OrderLine(1, 3001, 10, 18, 13), OrderLine(2, 3002, 100, 0.15, 13)}), 16,
-              *Date::Parse("2026-11-22"));
-          for (const auto& r : made->rows())
-            out << r->Get("FInterID").ToLong() << " " << r->Get("FBillNO").ToText() << "\n";
-        }
-      } catch (const std::exception& e) {
-        std::fprintf(stderr, "child %d: %s\n", p, e.what());
-        status = 1;
-      }
-      ::_exit(status);
+  const auto lines = InChildProcesses(2, [&](int, std::ostream& out) {
+    auto s = Make();
+    for (int i = 0; i < kRuns; ++i) {
+      VectorPtr made = s.MakePOOrderBill(
+          dsn(), Rows({OrderLine(1, 3001, 10, 18, 13), OrderLine(2, 3002, 100, 0.15, 13)}), 16,
+          *Date::Parse("2026-11-22"));
+      for (const auto& r : made->rows())
+        out << r->Get("FInterID").ToLong() << " " << r->Get("FBillNO").ToText() << "\n";
     }
-    children.push_back(pid);
-  }
-  for (pid_t pid : children) {
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  }
-  std::set<int32_t> ids;
-  std::set<std::string> bills;
-  for (const auto& f : files) {
-    std::ifstream in(f);
-    int32_t id;
-    std::string bill;
-    while (in >> id >> bill) {
-      ids.insert(id);
-      bills.insert(bill);
-    }
-    std::remove(f.c_str());
+  });
+  ASSERT_EQ(lines.size(), 4u * kRuns);
+  std::set<std::string> ids, bills;
+  for (const auto& line : lines) {
+    ids.insert(line.substr(0, line.find(' ')));
+    bills.insert(line.substr(line.find(' ') + 1));
   }
   EXPECT_EQ(ids.size(), 4u * kRuns);
   EXPECT_EQ(bills.size(), 4u * kRuns);
@@ -376,8 +374,10 @@ TEST_P(Server, CreditCheck) {
   conn().Execute("update t_Supplier set FCreditDegree = 0 where FItemID = 1");  // no limit
   EXPECT_TRUE(s.CheckCreditDegrees(dsn(), two, type, names));
   EXPECT_EQ(names, "");
-  conn().Execute("update t_Supplier set FCreditDegree = 10, FNumber = '01', FName = 'A' where FItemID = 1");
-  conn().Execute("update t_Supplier set FCreditDegree = 10, FNumber = '02', FName = 'B' where FItemID = 2");
+  conn().Execute(
+      "update t_Supplier set FCreditDegree = 10, FNumber = '01', FName = 'A' where FItemID = 1");
+  conn().Execute(
+      "update t_Supplier set FCreditDegree = 10, FNumber = '02', FName = 'B' where FItemID = 2");
   auto both = Rows({OrderLine(2, 3002, 1, 117, 17), OrderLine(1, 3001, 1, 117, 17)});
   EXPECT_FALSE(s.CheckCreditDegrees(dsn(), both, type, names));
   EXPECT_EQ(names, "A[01]、B[02]");
@@ -392,8 +392,9 @@ TEST_P(Server, CreditCheck) {
 TEST_P(Server, StockFinishedQuantitiesOfSourceDocuments) {
   auto s = Make();
   conn().Execute("update t_MeasureUnit set FCoefficient = 2 where FMeasureUnitID = 6");
-  conn().Execute("insert into ICOutMO (FInterID, FBillNo, FItemID, FQty, FUnitID, FStockFinishQty)"
-                 " values (2, 'WORK000001', 2002, 5, 1, 0)");  // same number as a production task
+  conn().Execute(
+      "insert into ICOutMO (FInterID, FBillNo, FItemID, FQty, FUnitID, FStockFinishQty)"
+      " values (2, 'WORK000001', 2002, 5, 1, 0)");  // same number as a production task
   conn().Execute("update t_MeasureUnit set FCoefficient = 0 where FMeasureUnitID = 1");
   auto rows = Rows({Row({{"Ftrantype", 85}, {"FQty", 5}, {"FBillNO", "WORK000001"}}),
                     Row({{"Ftrantype", 91}, {"FQty", 3}, {"FBillNO", "WORK000001"}}),
@@ -402,14 +403,18 @@ TEST_P(Server, StockFinishedQuantitiesOfSourceDocuments) {
                     Row({{"Ftrantype", 81}, {"FQty", 6}, {"FInterID", 1}, {"FEntryID", 1}}),
                     Row({{"Ftrantype", 24}, {"FQty", 99}, {"FBillNO", "WORK000002"}})});
   s.UpdateBillStockFinishQty(dsn(), rows, "ignored");
-  EXPECT_DOUBLE_EQ(Value("select FStockFinishQty from ICMO where FInterID = 1"), 5);  // coefficient 0: undivided
+  EXPECT_DOUBLE_EQ(Value("select FStockFinishQty from ICMO where FInterID = 1"),
+                   5);  // coefficient 0: undivided
   EXPECT_DOUBLE_EQ(Value("select FStockFinishQty from ICMO where FInterID = 2"), 0);
   EXPECT_DOUBLE_EQ(Value("select FStockFinishQty from ICOutMO where FInterID = 2"), 3);
   EXPECT_DOUBLE_EQ(Value("select FStockFinishQty from ICOutMO where FInterID = 1"), 2);  // 4 / 2
   // Sales line: the base figure takes both, the finished one the base
   // before the last row plus the last row.
-  EXPECT_DOUBLE_EQ(Value("select FBaseUnitStockFinishQty from SEOrderEntry where FInterID = 1 and FEntryID = 1"), 10);
-  EXPECT_DOUBLE_EQ(Value("select FStockFinishQty from SEOrderEntry where FInterID = 1 and FEntryID = 1"), 10);
+  EXPECT_DOUBLE_EQ(
+      Value("select FBaseUnitStockFinishQty from SEOrderEntry where FInterID = 1 and FEntryID = 1"),
+      10);
+  EXPECT_DOUBLE_EQ(
+      Value("select FStockFinishQty from SEOrderEntry where FInterID = 1 and FEntryID = 1"), 10);
   s.UpdateBillStockFinishQty(dsn(), Vector::Create(), "");
 }
 
@@ -503,30 +508,44 @@ TEST_P(Server, VirtualWarehouses) {
 }
 
 TEST_P(Server, StockStatusOptionRemembersTheBillType) {
-  conn().Execute("insert into ICSchemeProfile (FSchemeID, FStatus, FTranType, FUserID) values (7, 2, 36, 16)");
-  conn().Execute("insert into ICSchemeProfileEntry (FSchemeID, FKey, FValue) values"
-                 " (7, 'HideColumns', 'A||0##<&1000##<&2##<&FStockStatus##<&3||B')");
+  conn().Execute(
+      "insert into ICSchemeProfile (FSchemeID, FStatus, FTranType, FUserID) values (7, 2, 36, 16)");
+  conn().Execute(
+      "insert into ICSchemeProfileEntry (FSchemeID, FKey, FValue) values"
+      " (7, 'HideColumns', 'A||0##<&1000##<&2##<&FStockStatus##<&3||B')");
   auto s = Make();
   int32_t visible = 9, status = 0;
   std::string value = "caller's";
   // A fresh object writes with type 0 and scheme 0: nothing changes.
   s.UpdateFStockStatus(dsn(), "生产任务单", status);
-  EXPECT_EQ(Value("select FVisible from ICChatBillTitle where FTypeID = 90 and FColCaption = '生成采购计划标志$'"), 1);
+  EXPECT_EQ(Value("select FVisible from ICChatBillTitle where FTypeID = 90 and FColCaption = "
+                  "'生成采购计划标志$'"),
+            1);
   s.GetFStockStatus(dsn(), "生产任务单", visible, value, 16);
   EXPECT_EQ(visible, 1);
   EXPECT_EQ(value, "A||0##<&1000##<&2##<&FStockStatus##<&3||B");
   status = 0;
   s.UpdateFStockStatus(dsn(), "whatever", status);  // the remembered type 90
-  EXPECT_EQ(Value("select FVisible from ICChatBillTitle where FTypeID = 90 and FColCaption = '生成采购计划标志$'"), 0);
-  EXPECT_EQ(Value("select FVisible from ICChatBillTitle where FTypeID = 90 and FColCaption = '生成采购建议标志$'"), 1);
+  EXPECT_EQ(Value("select FVisible from ICChatBillTitle where FTypeID = 90 and FColCaption = "
+                  "'生成采购计划标志$'"),
+            0);
+  EXPECT_EQ(Value("select FVisible from ICChatBillTitle where FTypeID = 90 and FColCaption = "
+                  "'生成采购建议标志$'"),
+            1);
   status = 1;
   s.UpdateFStockStatus(dsn(), "", status);
-  EXPECT_EQ(conn().QueryValue("select FValue from ICSchemeProfileEntry where FSchemeID = 7").ToText(), "A||B");
+  EXPECT_EQ(
+      conn().QueryValue("select FValue from ICSchemeProfileEntry where FSchemeID = 7").ToText(),
+      "A||B");
   visible = 0;
   value = "it's hidden";
   s.SetFStockStatus(dsn(), "", visible, value);
-  EXPECT_EQ(Value("select FVisible from ICChatBillTitle where FTypeID = 90 and FColCaption = '生成采购建议标志$'"), 0);
-  EXPECT_EQ(conn().QueryValue("select FValue from ICSchemeProfileEntry where FSchemeID = 7").ToText(), "it's hidden");
+  EXPECT_EQ(Value("select FVisible from ICChatBillTitle where FTypeID = 90 and FColCaption = "
+                  "'生成采购建议标志$'"),
+            0);
+  EXPECT_EQ(
+      conn().QueryValue("select FValue from ICSchemeProfileEntry where FSchemeID = 7").ToText(),
+      "it's hidden");
   // Another bill type: 61 / 32, no scheme, FValue as the caller passed it.
   value = "mine";
   s.GetFStockStatus(dsn(), "采购订单", visible, value, 16);

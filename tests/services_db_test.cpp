@@ -82,51 +82,23 @@ TEST_P(Services, InteriorIdsNeverRepeatTheTablesOwn) {
 // unit of work of its own, at the same time; all 2,000 must differ.
 TEST_P(Services, ConcurrentProcessesNeverShareANumber) {
   constexpr int kDraws = 1000;
-  std::vector<std::string> files;
-  std::vector<pid_t> children;
-  for (int p = 0; p < 2; ++p) {
-    files.push_back(::testing::TempDir() + "draws-" + std::to_string(::getpid()) + "-" +
-                    std::to_string(p));
-    const pid_t pid = ::fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      int status = 0;
-      try {
-        auto c = db::Open(dsn());
-        DatabaseNumbering numbering;
-        std::ofstream out(files.back());
-        const Date day = *Date::Parse("2026-11-22");
-        for (int i = 0; i < kDraws; ++i) {
-          db::Transaction tx(*c);
-          const int32_t id = numbering.NextInteriorId(*c, "POOrder");
-          const std::string bill = numbering.NewBillNumber(*c, "71", day);
-          tx.Commit();
-          out << id << " " << bill << "\n";
-        }
-      } catch (const std::exception& e) {
-        std::fprintf(stderr, "child %d: %s\n", p, e.what());
-        status = 1;
-      }
-      ::_exit(status);
+  const auto lines = InChildProcesses(2, [&](int, std::ostream& out) {
+    auto c = db::Open(dsn());
+    DatabaseNumbering numbering;
+    const Date day = *Date::Parse("2026-11-22");
+    for (int i = 0; i < kDraws; ++i) {
+      db::Transaction tx(*c);
+      const int32_t id = numbering.NextInteriorId(*c, "POOrder");
+      const std::string bill = numbering.NewBillNumber(*c, "71", day);
+      tx.Commit();
+      out << id << " " << bill << "\n";
     }
-    children.push_back(pid);
-  }
-  for (pid_t pid : children) {
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  }
-  std::set<int32_t> ids;
-  std::set<std::string> bills;
-  for (const auto& f : files) {
-    std::ifstream in(f);
-    int32_t id;
-    std::string bill;
-    while (in >> id >> bill) {
-      ids.insert(id);
-      bills.insert(bill);
-    }
-    std::remove(f.c_str());
+  });
+  ASSERT_EQ(lines.size(), 2u * kDraws);
+  std::set<std::string> ids, bills;
+  for (const auto& line : lines) {
+    ids.insert(line.substr(0, line.find(' ')));
+    bills.insert(line.substr(line.find(' ') + 1));
   }
   EXPECT_EQ(ids.size(), 2u * kDraws);
   EXPECT_EQ(bills.size(), 2u * kDraws);

@@ -46,6 +46,16 @@ std::string Pad(const std::string& text, int width) {
   return width < 0 ? text + fill : fill + text;
 }
 
+// The table columns of priced purchase lines and of made orders.
+const std::vector<Column> kPurchaseLineColumns = {
+    {"item", "FItemNumber", -6}, {"name", "FItemName", -10}, {"supplier", "FSupplyNumber", -8},
+    {"qty", "FQty", 10},         {"unit qty", "FAuxQty", 9}, {"price", "FPrice", 9},
+    {"unit price", "FAuxPrice", 10}, {"tax %", "FTaxRate", 6}, {"needed on", "Fdate", -10}};
+const std::vector<Column> kOrderColumns = {{"order", "FBillNO", -18},
+                                           {"id", "FInterID", 5},
+                                           {"supplier", "FSupplyName", -24},
+                                           {"date", "FDate", -10}};
+
 void WriteStdout(std::string_view chunk) { std::fwrite(chunk.data(), 1, chunk.size(), stdout); }
 
 std::string ReadFile(const std::string& path) {
@@ -83,7 +93,8 @@ void PrintRows(const VectorPtr& rows, const std::string& format, const std::vect
     }
     std::cout << "\n";
     for (const auto& row : shown->rows()) {
-      for (size_t i = 0; i < row->size(); ++i) std::cout << (i ? "," : "") << CsvField(row->value(i));
+      for (size_t i = 0; i < row->size(); ++i)
+        std::cout << (i ? "," : "") << CsvField(row->value(i));
       std::cout << "\n";
     }
     return;
@@ -124,9 +135,15 @@ int RunDemand(const Host& host, const DemandOptions& o) {
   const VectorPtr rows = server.GetSelectData(o.dsn, picks, o.warehouses, o.net || o.virtual_only,
                                               o.virtual_only, o.virtual_only);
   PrintRows(rows, o.format,
-            {{"type", "FTranType", 4}, {"bill", "FBillNO", -12}, {"line", "FEntryID", 4},
-             {"item", "FItemNumber", -6}, {"name", "FItemName", -12}, {"prop", "FAuxPropName", -5},
-             {"unit", "FBSUnitName", -4}, {"stock", "FAllStockQty", 9}, {"real", "FActualQty", 9},
+            {{"type", "FTranType", 4},
+             {"bill", "FBillNO", -12},
+             {"line", "FEntryID", 4},
+             {"item", "FItemNumber", -6},
+             {"name", "FItemName", -12},
+             {"prop", "FAuxPropName", -5},
+             {"unit", "FBSUnitName", -4},
+             {"stock", "FAllStockQty", 9},
+             {"real", "FActualQty", 9},
              {"open qty", "FQty", 10}});
   return 0;
 }
@@ -161,9 +178,7 @@ int RunConfirm(const Host& host, const ConfirmOptions& o) {
   if (chosen->Count() == 0) ThrowInvalid("no report line with a quantity to buy and a supplier");
   MrpDataServer server(host);
   PrintRows(server.GetMrpConfirmData(o.dsn, chosen), o.format,
-            {{"item", "FItemNumber", -6}, {"name", "FItemName", -10}, {"supplier", "FSupplyNumber", -8},
-             {"qty", "FQty", 10}, {"unit qty", "FAuxQty", 9}, {"price", "FPrice", 9},
-             {"unit price", "FAuxPrice", 10}, {"tax %", "FTaxRate", 6}, {"needed on", "Fdate", -10}});
+            kPurchaseLineColumns);
   return 0;
 }
 
@@ -197,8 +212,7 @@ int RunMakeOrders(const Host& host, const std::string& dsn, const std::string& l
   MrpDataServer server(host);
   const VectorPtr made = server.MakePOOrderBill(dsn, lines, biller, day);
   PrintRows(made, format,
-            {{"order", "FBillNO", -18}, {"id", "FInterID", 5}, {"supplier", "FSupplyName", -24},
-             {"date", "FDate", -10}});
+            kOrderColumns);
   return 0;
 }
 
@@ -207,14 +221,17 @@ int RunListOrders(const Host& host, const std::string& dsn, const std::string& i
   MrpDataServer server(host);
   if (!ids.empty()) {
     PrintRows(server.RefreshPOOrderBill(dsn, ids), format,
-              {{"order", "FBillNO", -18}, {"id", "FInterID", 5}, {"supplier", "FSupplyName", -24},
-               {"date", "FDate", -10}});
+              kOrderColumns);
     return 0;
   }
   const RecordSetPtr rs = server.getPOOrderBills(dsn);
   PrintRows(RecordsetToVector(*rs), format,
-            {{"order", "FBillNo", -18}, {"id", "FInterID", 4}, {"line", "FEntryID", 4},
-             {"supplier", "FSupplyID", 8}, {"date", "FDate", -10}, {"biller", "FBillerID", 6}});
+            {{"order", "FBillNo", -18},
+             {"id", "FInterID", 4},
+             {"line", "FEntryID", 4},
+             {"supplier", "FSupplyID", 8},
+             {"date", "FDate", -10},
+             {"biller", "FBillerID", 6}});
   return 0;
 }
 
@@ -238,7 +255,9 @@ int RunScopeShow(const Host& host, const ScopeOptions& o) {
   auto rows = Vector::Create();
   rows->Add(row);
   PrintRows(rows, o.format,
-            {{"warehouses", "sStockStr", -40}, {"leaf ids", "sStockKey", -14}, {"all ids", "sStockInfo", -14}});
+            {{"warehouses", "sStockStr", -40},
+             {"leaf ids", "sStockKey", -14},
+             {"all ids", "sStockInfo", -14}});
   return 0;
 }
 
@@ -253,16 +272,16 @@ int RunScopeSet(const Host& host, const ScopeOptions& o) {
   };
   std::map<int32_t, Choice> may;
   for (const auto& r : choosable->rows()) {
-    may[r[0].ToLong()] = {r[2].ToText() + " - " + r[1].ToText(), !r[4].IsNull() && r[4].ToLong() == 1,
-                          r[3].IsNull() ? 0 : r[3].ToLong()};
+    may[r[0].ToLong()] = {r[2].ToText() + " - " + r[1].ToText(),
+                          !r[4].IsNull() && r[4].ToLong() == 1, r[3].IsNull() ? 0 : r[3].ToLong()};
   }
   std::string str, key, info;
   std::set<int32_t> keys, infos;
   for (int32_t id : db::ParseIdList(o.warehouses, "--warehouses")) {
     auto it = may.find(id);
     if (it == may.end()) {
-      ThrowInvalid("warehouse " + std::to_string(id) + " is not one user " + std::to_string(o.user) +
-                   " may choose (see `mrpcalc call ... GetItemStock`)");
+      ThrowInvalid("warehouse " + std::to_string(id) + " is not one user " +
+                   std::to_string(o.user) + " may choose (see `mrpcalc call ... GetItemStock`)");
     }
     str += (str.empty() ? "" : ",") + it->second.entry;
     infos.insert(id);
@@ -307,20 +326,18 @@ void RunDemoPurchasing(const Host& host, const std::string& dsn, const VectorPtr
   fmt::print("\nConfirmed purchase lines, priced (GetMrpConfirmData):\n\n");
   const VectorPtr lines = server.GetMrpConfirmData(dsn, chosen);
   PrintRows(lines, "table",
-            {{"item", "FItemNumber", -6}, {"name", "FItemName", -10}, {"supplier", "FSupplyNumber", -8},
-             {"qty", "FQty", 10}, {"unit qty", "FAuxQty", 9}, {"price", "FPrice", 9},
-             {"unit price", "FAuxPrice", 10}, {"tax %", "FTaxRate", 6}, {"needed on", "Fdate", -10}});
+            kPurchaseLineColumns);
   for (const auto& row : lines->rows()) row->Set("FPushQty", row->Get("FQty"));
   std::string check, names;
   if (!server.CheckCreditDegrees(dsn, lines, check, names)) {
     fmt::print("\nCredit check: over the limit: {}; no orders made.\n", names);
     return;
   }
-  fmt::print("\nCredit check: every supplier is within its limit.\n\nPurchase orders made "
-             "(MakePOOrderBill), one per supplier:\n\n");
+  fmt::print(
+      "\nCredit check: every supplier is within its limit.\n\nPurchase orders made "
+      "(MakePOOrderBill), one per supplier:\n\n");
   PrintRows(server.MakePOOrderBill(dsn, lines, 16, Date::Now().StartOfDay()), "table",
-            {{"order", "FBillNO", -18}, {"id", "FInterID", 5}, {"supplier", "FSupplyName", -24},
-             {"date", "FDate", -10}});
+            kOrderColumns);
 }
 
 }  // namespace mrpcalc::cli

@@ -36,7 +36,7 @@ int RunDemand(const Host& host, const DemandOptions& o);
 
 struct ConfirmOptions {
   std::string dsn;
-  std::string report;  // a report file, as `mrpcalc mrp --format json` writes it
+  std::string report;                  // a report file, as `mrpcalc mrp --format json` writes it
   std::vector<std::string> suppliers;  // "ITEMNUMBER=SUPPLIERCODE"
   std::string format = "table";
 };

@@ -128,17 +128,25 @@ void WriteAnswer(const CallResult& r, const Sink& sink, int indent = 0) {
 std::string ErrorAnswer(long number, const std::string& description, int indent = 0) {
   Json err = {{"error", {{"number", number}, {"description", description}}}};
   std::string text = err.dump(2);
-  if (indent > 0) text = ReplaceAll(text, "\n", "\n" + std::string(static_cast<size_t>(indent), ' '));
+  if (indent > 0)
+    text = ReplaceAll(text, "\n", "\n" + std::string(static_cast<size_t>(indent), ' '));
   return text;
 }
 
 void PrintReport(const VectorPtr& rows, const std::string& format) {
   cli::PrintRows(rows, format,
-                 {{"item", "FItemNumber", -6}, {"name", "FItemName", -10}, {"prop", "FAuxProp", -5},
-                  {"need", "FNeedQty", 10}, {"stock", "FCurrentQty", 9}, {"on order", "FMovingQty", 9},
-                  {"in prod", "FProducingQty", 9}, {"issued", "FProducQty", 9},
-                  {"suggest", "FQty", 10}, {"supplr", "FSupplyNumber", -6},
-                  {"class", "FItemProp", -10}, {"needed on", "FDate", -10}});
+                 {{"item", "FItemNumber", -6},
+                  {"name", "FItemName", -10},
+                  {"prop", "FAuxProp", -5},
+                  {"need", "FNeedQty", 10},
+                  {"stock", "FCurrentQty", 9},
+                  {"on order", "FMovingQty", 9},
+                  {"in prod", "FProducingQty", 9},
+                  {"issued", "FProducQty", 9},
+                  {"suggest", "FQty", 10},
+                  {"supplr", "FSupplyNumber", -6},
+                  {"class", "FItemProp", -10},
+                  {"needed on", "FDate", -10}});
 }
 
 VectorPtr RunMrp(const MrpOptions& o, const Host& host) {
@@ -410,7 +418,8 @@ int RunCalls(const std::string& dsn, const std::string& script_arg) {
         }
         const CallResult r = session.Call(step["progid"].get<std::string>(),
                                           step["method"].get<std::string>(), args, dsn);
-        WriteAnswer(r, [&](std::string_view chunk) { answer.append(chunk); }, 2);
+        WriteAnswer(
+            r, [&](std::string_view chunk) { answer.append(chunk); }, 2);
       } catch (const Error& e) {
         answer = ErrorAnswer(e.number(), e.what(), 2);
         failed = true;
@@ -478,8 +487,9 @@ int main(int argc, char** argv) {
   auto* calls = app.add_subcommand(
       "calls", "run a JSON script of calls in one process, one object per ProgID (prints JSON)");
   calls->add_option("--dsn", calls_dsn, "the database, given as each method's sDsn");
-  calls->add_option("--script", calls_script,
-                    "JSON array of {\"progid\", \"method\", \"args\"}, or @FILE holding it")
+  calls
+      ->add_option("--script", calls_script,
+                   "JSON array of {\"progid\", \"method\", \"args\"}, or @FILE holding it")
       ->required();
 
   auto* methods = app.add_subcommand("methods", "list every public class and method");
@@ -518,7 +528,8 @@ int main(int argc, char** argv) {
   auto* demand_cmd =
       app.add_subcommand("demand", "list open demand with its stock (GetSelectData)");
   demand_cmd->add_option("--dsn", demand.dsn, "sqlite:PATH or odbc:CONNECTION-STRING")->required();
-  demand_cmd->add_option("--bills", demand.bills, "sales order and task numbers (default: all open)")
+  demand_cmd
+      ->add_option("--bills", demand.bills, "sales order and task numbers (default: all open)")
       ->delimiter(',');
   demand_cmd->add_option("--warehouses", demand.warehouses, "warehouse ids whose stock counts");
   demand_cmd->add_flag("--net", demand.net, "net the open quantities against that stock");
@@ -529,8 +540,8 @@ int main(int argc, char** argv) {
       ->capture_default_str();
 
   cli::ConfirmOptions confirm;
-  auto* confirm_cmd = app.add_subcommand(
-      "confirm", "price an MRP result's lines to buy (GetMrpConfirmData)");
+  auto* confirm_cmd =
+      app.add_subcommand("confirm", "price an MRP result's lines to buy (GetMrpConfirmData)");
   confirm_cmd->add_option("--dsn", confirm.dsn, "the database")->required();
   confirm_cmd->add_option("--report", confirm.report, "a report file from `mrp --format json`")
       ->required();
@@ -549,7 +560,8 @@ int main(int argc, char** argv) {
       ->required();
   auto* orders_cmd = app.add_subcommand("orders", "make or list purchase orders");
   orders_cmd->require_subcommand(1);
-  auto* orders_make = orders_cmd->add_subcommand("make", "one order per supplier (MakePOOrderBill)");
+  auto* orders_make =
+      orders_cmd->add_subcommand("make", "one order per supplier (MakePOOrderBill)");
   orders_make->add_option("--dsn", buy_dsn, "the database")->required();
   orders_make->add_option("--lines", lines_file, "purchase lines from `confirm --format json`")
       ->required();
@@ -573,7 +585,8 @@ int main(int argc, char** argv) {
     sub->add_option("--sub-id", scope.sub_id, "form or scheme sub-id");
     sub->add_option("--format", scope.format, "table, csv or json")->check(formats);
   }
-  scope_set->add_option("--warehouses", scope.warehouses, "warehouse ids; a group stands for its own")
+  scope_set
+      ->add_option("--warehouses", scope.warehouses, "warehouse ids; a group stands for its own")
       ->required();
   scope_set->add_flag("--virtual", scope.with_virtual, "add the virtual warehouses");
 

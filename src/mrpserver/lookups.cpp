@@ -30,7 +30,8 @@ bool MrpDataServer::CheckBOMExist(const std::string& dsn, const std::string& str
 
 bool MrpDataServer::IsBOMParent(const std::string& dsn, int32_t lItemID) {
   return Run(dsn, [&](db::Connection& c) {
-    return !c.Query("select 1 from ICBOM where FUseStatus = ? and FItemID = ?", {kBomInUse, lItemID})
+    return !c.Query("select 1 from ICBOM where FUseStatus = ? and FItemID = ?",
+                    {kBomInUse, lItemID})
                 ->Eof();
   });
 }
@@ -40,8 +41,8 @@ std::string MrpDataServer::GetSupplierNameByNumber(const std::string& dsn,
   return Run(dsn, [&](db::Connection& c) {
     auto rs = c.Query("select FName from t_Supplier where FNumber = ? and FDeleted = 0", {sNumber});
     if (rs->Eof()) {
-      throw Error(ErrorCategory::kNotFound,
-                  "no supplier with the code \"" + sNumber + "\" (deleted suppliers are not found)");
+      throw Error(ErrorCategory::kNotFound, "no supplier with the code \"" + sNumber +
+                                                "\" (deleted suppliers are not found)");
     }
     return TextValue(rs->Field("FName"));
   });
@@ -58,11 +59,7 @@ Variant MrpDataServer::getSysInfo(const std::string& dsn, const std::string& sCa
 bool MrpDataServer::IsSupplierright(const std::string& dsn, const std::string& sNumber,
                                     int32_t UserID) {
   return Run(dsn, [&](db::Connection& c) {
-    DataRights* rights = host_.data_rights.get();
-    struct None : DataRights {
-      bool Applies(int32_t, int16_t) override { return false; }
-    } none;
-    const UserRights r = CheckUserRights(c, rights ? *rights : none, UserID, kDataRightSuppliers);
+    const UserRights r = RightsOf(c, UserID, kDataRightSuppliers);
     if (r.administrator) return true;
     if (!r.group_right) return false;
     if (!r.data_rights) return true;
@@ -77,15 +74,15 @@ bool MrpDataServer::IsSupplierright(const std::string& dsn, const std::string& s
 
 bool MrpDataServer::IsMustInput(const std::string& dsn) {
   return Run(dsn, [&](db::Connection& c) {
-    return !c.Query("select FMustInput from ICTemplateEntry where FID = 'P02'"
-                    " and FFieldName = 'FAuxPropID' and FMustInput = 1")
+    return !c.Query(
+                 "select FMustInput from ICTemplateEntry where FID = 'P02'"
+                 " and FFieldName = 'FAuxPropID' and FMustInput = 1")
                 ->Eof();
   });
 }
 
-std::string MrpDataServer::checkMustInput(const std::string& dsn, int32_t i,
-                                          const Variant& itemID, const Variant& itemCode,
-                                          const Variant& AuxPropID) {
+std::string MrpDataServer::checkMustInput(const std::string& dsn, int32_t i, const Variant& itemID,
+                                          const Variant& itemCode, const Variant& AuxPropID) {
   return Run(dsn, [&](db::Connection& c) -> std::string {
     if (!Trim(TextValue(AuxPropID)).empty()) return {};
     const int32_t item = QuotedIntValue(itemID, "itemID");
@@ -111,12 +108,13 @@ bool MrpDataServer::IsBomExpand(const std::string& dsn, const VectorPtr& vctList
     for (size_t k = items.size(); k-- > 0;) {
       if (!loops[k]) continue;
       const Dictionary& row = *vctListData->rows()[k];
-      UnContinueString += TextValue(row.Get("FItemName")) + "(" + TextValue(row.Get("FItemNumber")) +
-                          ")\r\n";
+      UnContinueString +=
+          TextValue(row.Get("FItemName")) + "(" + TextValue(row.Get("FItemNumber")) + ")\r\n";
     }
     if (UnContinueString.empty()) return false;
     Messages messages(host_.login, host_.resources);
-    UnContinueString = messages.LoadResText(kBomLoopMessage, kSpacingNone) + "\r\n" + UnContinueString;
+    UnContinueString =
+        messages.LoadResText(kBomLoopMessage, kSpacingNone) + "\r\n" + UnContinueString;
     return true;
   });
 }

@@ -47,15 +47,21 @@ ClassSpec MrpDataServerClass() {
              return OrNothing(self(o).GetSelectData(s(a[0]), vec(a[1]), s(a[2]), a[3].ToBoolean(),
                                                     a[4].ToBoolean(), a[5].ToBoolean()));
            }},
-          {"CheckBOMExist", {dsn, In("strID", T::kString), In("intSize", T::kInteger)}, "Boolean",
+          {"CheckBOMExist",
+           {dsn, In("strID", T::kString), In("intSize", T::kInteger)},
+           "Boolean",
            [=](ComponentObject& o, Args& a) {
              return Variant(self(o).CheckBOMExist(s(a[0]), s(a[1]), a[2].ToLong()));
            }},
-          {"GetSupplierNameByNumber", {dsn, In("sNumber", T::kString)}, "String",
+          {"GetSupplierNameByNumber",
+           {dsn, In("sNumber", T::kString)},
+           "String",
            [=](ComponentObject& o, Args& a) {
              return Variant(self(o).GetSupplierNameByNumber(s(a[0]), s(a[1])));
            }},
-          {"GetMrpConfirmData", {dsn, In("vctListData", T::kVector)}, "Vector",
+          {"GetMrpConfirmData",
+           {dsn, In("vctListData", T::kVector)},
+           "Vector",
            [=](ComponentObject& o, Args& a) {
              return OrNothing(self(o).GetMrpConfirmData(s(a[0]), vec(a[1])));
            }},
@@ -67,29 +73,42 @@ ClassSpec MrpDataServerClass() {
              return OrNothing(
                  self(o).MakePOOrderBill(s(a[0]), vec(a[1]), a[2].ToLong(), a[3].ToDate()));
            }},
-          {"getPOOrderBills", {dsn}, "Object",
-           [=](ComponentObject& o, Args& a) { return OrNothing(self(o).getPOOrderBills(s(a[0]))); }},
-          {"getSysInfo", {dsn, In("sCategory", T::kString), In("sKey", T::kString)}, "Variant",
-           [=](ComponentObject& o, Args& a) { return self(o).getSysInfo(s(a[0]), s(a[1]), s(a[2])); }},
+          {"getPOOrderBills",
+           {dsn},
+           "Object",
+           [=](ComponentObject& o, Args& a) {
+             return OrNothing(self(o).getPOOrderBills(s(a[0])));
+           }},
+          {"getSysInfo",
+           {dsn, In("sCategory", T::kString), In("sKey", T::kString)},
+           "Variant",
+           [=](ComponentObject& o, Args& a) {
+             return self(o).getSysInfo(s(a[0]), s(a[1]), s(a[2]));
+           }},
           {"CheckCreditDegrees",
            {dsn, In("vctListData", T::kVector), Ref("strCheckType", T::kString),
             Ref("SupplyName", T::kString)},
            "Boolean",
            [=](ComponentObject& o, Args& a) {
              Text check(a[2]), names(a[3]);
-             return Variant(self(o).CheckCreditDegrees(s(a[0]), vec(a[1]), check.value, names.value));
+             return Variant(
+                 self(o).CheckCreditDegrees(s(a[0]), vec(a[1]), check.value, names.value));
            }},
-          {"RefreshPOOrderBill", {dsn, In("StrInterIDs", T::kString)}, "Vector",
+          {"RefreshPOOrderBill",
+           {dsn, In("StrInterIDs", T::kString)},
+           "Vector",
            [=](ComponentObject& o, Args& a) {
              return OrNothing(self(o).RefreshPOOrderBill(s(a[0]), s(a[1])));
            }},
           {"UpdateBillStockFinishQty",
-           {dsn, In("vctStockBill", T::kVector), In("BillType", T::kString)}, "",
+           {dsn, In("vctStockBill", T::kVector), In("BillType", T::kString)},
+           "",
            [=](ComponentObject& o, Args& a) {
              self(o).UpdateBillStockFinishQty(s(a[0]), vec(a[1]), s(a[2]));
              return Variant();
            }},
-          {"UpdateFStockStatus", {dsn, In("BillType", T::kString), Ref("FStockStatus", T::kInteger)},
+          {"UpdateFStockStatus",
+           {dsn, In("BillType", T::kString), Ref("FStockStatus", T::kInteger)},
            "",
            [=](ComponentObject& o, Args& a) {
              Int status(a[2]);
@@ -97,8 +116,8 @@ ClassSpec MrpDataServerClass() {
              return Variant();
            }},
           {"GetFStockStatus",
-           {dsn, In("BillType", T::kString), Ref("FVisible", T::kInteger), Ref("FValue", T::kString),
-            Opt("UserID", T::kLong, int32_t{0})},
+           {dsn, In("BillType", T::kString), Ref("FVisible", T::kInteger),
+            Ref("FValue", T::kString), Opt("UserID", T::kLong, int32_t{0})},
            "",
            [=](ComponentObject& o, Args& a) {
              Int visible(a[2]);
@@ -107,7 +126,8 @@ ClassSpec MrpDataServerClass() {
              return Variant();
            }},
           {"SetFStockStatus",
-           {dsn, In("BillType", T::kString), Ref("FVisible", T::kInteger), Ref("FValue", T::kString)},
+           {dsn, In("BillType", T::kString), Ref("FVisible", T::kInteger),
+            Ref("FValue", T::kString)},
            "",
            [=](ComponentObject& o, Args& a) {
              Int visible(a[2]);
@@ -115,11 +135,15 @@ ClassSpec MrpDataServerClass() {
              self(o).SetFStockStatus(s(a[0]), s(a[1]), visible.value, value.value);
              return Variant();
            }},
-          {"GetNewBillDate", {In("GetSystemDate", T::kBoolean)}, "Date",
+          {"GetNewBillDate",
+           {In("GetSystemDate", T::kBoolean)},
+           "Date",
            [self](ComponentObject& o, Args& a) {
              return Variant(self(o).GetNewBillDate(a[0].ToBoolean()));
            }},
-          {"GetSysDate", {}, "Date",
+          {"GetSysDate",
+           {},
+           "Date",
            [self](ComponentObject& o, Args&) { return Variant(self(o).GetSysDate()); }},
           {"GetItemStock",
            {dsn, In("TypeID", T::kLong), In("UserID", T::kLong), In("IsVirtual", T::kBoolean)},
@@ -145,7 +169,9 @@ ClassSpec MrpDataServerClass() {
              return Variant(self(o).UpdateStockInfo(s(a[0]), a[1].ToLong(), s(a[2]), s(a[3]),
                                                     s(a[4]), a[5].ToLong(), s(a[6])));
            }},
-          {"ReturnEmptyStockInfo", {dsn, In("UserID", T::kLong), str, key, info}, "Boolean",
+          {"ReturnEmptyStockInfo",
+           {dsn, In("UserID", T::kLong), str, key, info},
+           "Boolean",
            [=](ComponentObject& o, Args& a) {
              Text x(a[2]), k(a[3]), i(a[4]);
              return Variant(
@@ -157,33 +183,43 @@ ClassSpec MrpDataServerClass() {
            "Boolean",
            [=](ComponentObject& o, Args& a) {
              Text x(a[3]), k(a[4]), i(a[5]);
-             return Variant(self(o).UpdateVirtualStockInfo(s(a[0]), a[1].ToLong(), a[2].ToLong(),
-                                                           x.value, k.value, i.value,
-                                                           a[6].ToBoolean(), a[7].ToLong(), s(a[8])));
+             return Variant(self(o).UpdateVirtualStockInfo(
+                 s(a[0]), a[1].ToLong(), a[2].ToLong(), x.value, k.value, i.value, a[6].ToBoolean(),
+                 a[7].ToLong(), s(a[8])));
            }},
-          {"IsVirtualsStockKey", {dsn, key}, "Boolean",
+          {"IsVirtualsStockKey",
+           {dsn, key},
+           "Boolean",
            [=](ComponentObject& o, Args& a) {
              Text k(a[1]);
              return Variant(self(o).IsVirtualsStockKey(s(a[0]), k.value));
            }},
-          {"IsVirtualStock", {dsn, In("sStockKey", T::kString)}, "Boolean",
+          {"IsVirtualStock",
+           {dsn, In("sStockKey", T::kString)},
+           "Boolean",
            [=](ComponentObject& o, Args& a) {
              return Variant(self(o).IsVirtualStock(s(a[0]), s(a[1])));
            }},
-          {"GetVirtualStock", {dsn}, "String",
+          {"GetVirtualStock",
+           {dsn},
+           "String",
            [=](ComponentObject& o, Args& a) { return Variant(self(o).GetVirtualStock(s(a[0]))); }},
-          {"IsSupplierright", {dsn, In("sNumber", T::kString), Opt("UserID", T::kLong, int32_t{0})},
+          {"IsSupplierright",
+           {dsn, In("sNumber", T::kString), Opt("UserID", T::kLong, int32_t{0})},
            "Boolean",
            [=](ComponentObject& o, Args& a) {
              return Variant(self(o).IsSupplierright(s(a[0]), s(a[1]), a[2].ToLong()));
            }},
           {"IsBomExpand",
-           {dsn, In("vctListData", T::kVector), Ref("UnContinueString", T::kString)}, "Boolean",
+           {dsn, In("vctListData", T::kVector), Ref("UnContinueString", T::kString)},
+           "Boolean",
            [=](ComponentObject& o, Args& a) {
              Text message(a[2]);
              return Variant(self(o).IsBomExpand(s(a[0]), vec(a[1]), message.value));
            }},
-          {"IsMustInput", {dsn}, "Boolean",
+          {"IsMustInput",
+           {dsn},
+           "Boolean",
            [=](ComponentObject& o, Args& a) { return Variant(self(o).IsMustInput(s(a[0]))); }},
           {"checkMustInput",
            {dsn, In("i", T::kInteger), In("itemID", T::kVariant), In("itemCode", T::kVariant),
@@ -192,7 +228,9 @@ ClassSpec MrpDataServerClass() {
            [=](ComponentObject& o, Args& a) {
              return Variant(self(o).checkMustInput(s(a[0]), a[1].ToLong(), a[2], a[3], a[4]));
            }},
-          {"IsBOMParent", {dsn, In("lItemID", T::kLong)}, "Boolean",
+          {"IsBOMParent",
+           {dsn, In("lItemID", T::kLong)},
+           "Boolean",
            [=](ComponentObject& o, Args& a) {
              return Variant(self(o).IsBOMParent(s(a[0]), a[1].ToLong()));
            }},

@@ -10,6 +10,7 @@
 
 #include "frame/component.h"
 #include "record/recordset.h"
+#include "services/rights.h"
 
 namespace mrpcalc {
 
@@ -38,8 +39,7 @@ class MrpDataServer : public ComponentObject {
   // The name of the live supplier with this code; an error when none.
   std::string GetSupplierNameByNumber(const std::string& dsn, const std::string& sNumber);
   // FValue of the system profile entry; Empty when there is none.
-  Variant getSysInfo(const std::string& dsn, const std::string& sCategory,
-                     const std::string& sKey);
+  Variant getSysInfo(const std::string& dsn, const std::string& sCategory, const std::string& sKey);
 
   // --- Confirmation and purchase orders ----------------------------------
   // Confirmed MRP lines completed with purchase unit, quantity in it, price
@@ -48,8 +48,8 @@ class MrpDataServer : public ComponentObject {
   VectorPtr GetMrpConfirmData(const std::string& dsn, const VectorPtr& vctListData);
   // One purchase order per supplier of the lines; FSupplyName, FBillNO,
   // FInterID and FDate of each. nullptr when there are no lines.
-  VectorPtr MakePOOrderBill(const std::string& dsn, const VectorPtr& vctListData,
-                            int32_t BillerID, const Date& g_dteSysDate);
+  VectorPtr MakePOOrderBill(const std::string& dsn, const VectorPtr& vctListData, int32_t BillerID,
+                            const Date& g_dteSysDate);
   // Every purchase-order line with its header's columns.
   RecordSetPtr getPOOrderBills(const std::string& dsn);
   // False when this batch would owe a supplier more than its credit limit;
@@ -73,14 +73,13 @@ class MrpDataServer : public ComponentObject {
 
   // --- Stock scope and virtual stock -------------------------------------
   // nullptr when the user may choose from no warehouse.
-  RecordSetPtr GetItemStock(const std::string& dsn, int32_t TypeID, int32_t UserID,
-                            bool IsVirtual);
+  RecordSetPtr GetItemStock(const std::string& dsn, int32_t TypeID, int32_t UserID, bool IsVirtual);
   bool GetStockInfo(const std::string& dsn, int32_t UserID, std::string& sStockStr,
                     std::string& sStockKey, std::string& sStockInfo, int32_t FrmType,
                     const std::string& sSubID);
   bool UpdateStockInfo(const std::string& dsn, int32_t UserID, const std::string& sStockStr,
-                       const std::string& sStockKey, const std::string& sStockInfo,
-                       int32_t FrmType, const std::string& sSubID);
+                       const std::string& sStockKey, const std::string& sStockInfo, int32_t FrmType,
+                       const std::string& sSubID);
   bool ReturnEmptyStockInfo(const std::string& dsn, int32_t UserID, std::string& sStockStr,
                             std::string& sStockKey, std::string& sStockInfo);
   bool UpdateVirtualStockInfo(const std::string& dsn, int32_t TypeID, int32_t UserID,
@@ -108,6 +107,8 @@ class MrpDataServer : public ComponentObject {
  private:
   std::string VirtualStockOf(db::Connection& c);
   bool DataRightsApply(int32_t user_id, int16_t object_type);
+  // Administrator, rights-group-1 right and data rights of the user.
+  UserRights RightsOf(db::Connection& c, int32_t user_id, int16_t object_type);
 
   // Remembered by GetFStockStatus for the two writers.
   int32_t status_user_ = 0;

@@ -61,11 +61,12 @@ struct Invoice {
 };
 
 const KeyList& ConfirmKeys() {
-  static const KeyList keys = MakeKeyList(
-      {"FItemID", "FItemNumber", "FItemName", "FItemModel", "FAuxPropID", "FAuxPropName",
-       "FSupplyID", "FSupplyNumber", "FSupplyName", "FAuxUnitID", "FUnitID", "FUnitName",
-       "FCoefficient", "FAuxQty", "FQty", "FAuxPrice", "FPrice", "FDiscountRate", "FTaxRate",
-       "FQtyDecimal", "FPriceDecimal", "FNote", "Fdate"});
+  static const KeyList keys =
+      MakeKeyList({"FItemID",       "FItemNumber", "FItemName",     "FItemModel",  "FAuxPropID",
+                   "FAuxPropName",  "FSupplyID",   "FSupplyNumber", "FSupplyName", "FAuxUnitID",
+                   "FUnitID",       "FUnitName",   "FCoefficient",  "FAuxQty",     "FQty",
+                   "FAuxPrice",     "FPrice",      "FDiscountRate", "FTaxRate",    "FQtyDecimal",
+                   "FPriceDecimal", "FNote",       "Fdate"});
   return keys;
 }
 
@@ -89,11 +90,29 @@ struct ConfirmLine {
   Date date;
 
   DictionaryPtr ToRow() const {
-    Variant cells[] = {item_id, number, name, model, aux_prop_id, aux_prop_name,
-                       Cell(supply_id), supply_number, supply_name, Cell(aux_unit_id), unit_id,
-                       unit_name, Cell(coefficient), Cell(aux_qty), qty, Cell(aux_price),
-                       Cell(price), discount_rate, Cell(tax_rate), Cell(qty_decimal),
-                       Cell(price_decimal), note, date};
+    Variant cells[] = {item_id,
+                       number,
+                       name,
+                       model,
+                       aux_prop_id,
+                       aux_prop_name,
+                       Cell(supply_id),
+                       supply_number,
+                       supply_name,
+                       Cell(aux_unit_id),
+                       unit_id,
+                       unit_name,
+                       Cell(coefficient),
+                       Cell(aux_qty),
+                       qty,
+                       Cell(aux_price),
+                       Cell(price),
+                       discount_rate,
+                       Cell(tax_rate),
+                       Cell(qty_decimal),
+                       Cell(price_decimal),
+                       note,
+                       date};
     auto row = Dictionary::Create(ConfirmKeys());
     for (size_t i = 0; i < std::size(cells); ++i) row->SetAt(i, std::move(cells[i]));
     return row;
@@ -161,7 +180,8 @@ VectorPtr MrpDataServer::GetMrpConfirmData(const std::string& dsn, const VectorP
     for (size_t i = 0; i < vctListData->rows().size(); ++i) {
       Dictionary& row = *vctListData->rows()[i];
       const size_t n = i + 1;
-      if (row.Contains("FMemo")) row.Set("FMemo", ReplaceAll(TextValue(row.Get("FMemo")), "'", "｀"));
+      if (row.Contains("FMemo"))
+        row.Set("FMemo", ReplaceAll(TextValue(row.Get("FMemo")), "'", "｀"));
       ConfirmLine l;
       l.item_id = IntValue(row.Get("FBomItemID"), Where("FBomItemID", n));
       l.number = TextValue(row.Get("FItemNumber"));
@@ -214,7 +234,8 @@ VectorPtr MrpDataServer::GetMrpConfirmData(const std::string& dsn, const VectorP
                 " where u1.FItemID in (%IDS%)",
                 [&](Row& r) {
                   if (r[1].IsNull()) return;
-                  Invoice inv{Num(r[2]), r[3].IsNull() ? std::nullopt : std::optional(r[3].ToDate()),
+                  Invoice inv{Num(r[2]),
+                              r[3].IsNull() ? std::nullopt : std::optional(r[3].ToDate()),
                               r[4].ToLong(), r[5].ToLong()};
                   auto [it, fresh] = last_invoice.try_emplace({r[0].ToLong(), r[1].ToLong()}, inv);
                   if (!fresh && inv.Newer(it->second)) it->second = inv;
@@ -256,8 +277,9 @@ VectorPtr MrpDataServer::GetMrpConfirmData(const std::string& dsn, const VectorP
       if (l.aux_unit_id) {
         if (auto u = coefficient.find(*l.aux_unit_id); u != coefficient.end()) {
           const OptNum coef = u->second;
-          if (coef && *coef == 0) DivideByZero("the coefficient of purchase unit " +
-                                               std::to_string(*l.aux_unit_id) + " is 0");
+          if (coef && *coef == 0)
+            DivideByZero("the coefficient of purchase unit " + std::to_string(*l.aux_unit_id) +
+                         " is 0");
           l.aux_price = l.price && coef ? Dec(*l.price * *coef) : std::nullopt;
           l.aux_qty = coef ? Dec(l.qty / *coef) : std::nullopt;
           l.coefficient = coef;
@@ -271,7 +293,8 @@ VectorPtr MrpDataServer::GetMrpConfirmData(const std::string& dsn, const VectorP
             break;
           }
         }
-        if (auto t = supplier_tax.find(*l.supply_id); t != supplier_tax.end()) l.tax_rate = t->second;
+        if (auto t = supplier_tax.find(*l.supply_id); t != supplier_tax.end())
+          l.tax_rate = t->second;
       }
       if (l.tax_rate.value_or(0) == 0 && known) l.tax_rate = item->second.tax_rate;
       if (known) {
@@ -310,7 +333,8 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
         const int decimals = std::clamp(row.Get("FPriceDecimal").ToLong(), 0, 10);
         l.aux_price = RoundDecimal(std::stod(RoundedText(raw * coefficient, decimals)));
         l.price = RoundDecimal(raw);
-        l.discount_rate = RoundDecimal(NumberValue(row.Get("FDiscountRate"), Where("FDiscountRate", n)));
+        l.discount_rate =
+            RoundDecimal(NumberValue(row.Get("FDiscountRate"), Where("FDiscountRate", n)));
         l.tax_rate = RoundDecimal(NumberValue(row.Get("FTaxRate"), Where("FTaxRate", n)));
         l.unit_id = IntValue(row.Get("FUnitID"), Where("FUnitID", n));
         l.aux_prop_id = IntValue(row.Get("FAuxPropID"), Where("FAuxPropID", n));
@@ -327,8 +351,9 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
     // The purchase unit: the item's order unit, else the line's own unit.
     std::map<int32_t, int32_t> order_unit;
     db::QueryIn(c, std::vector<int32_t>(items.begin(), items.end()),
-                "select FItemID, FOrderUnitID from t_ICItem where FItemID in (%IDS%)",
-                [&](Row& r) { order_unit.emplace(r[0].ToLong(), r[1].IsNull() ? 0 : r[1].ToLong()); });
+                "select FItemID, FOrderUnitID from t_ICItem where FItemID in (%IDS%)", [&](Row& r) {
+                  order_unit.emplace(r[0].ToLong(), r[1].IsNull() ? 0 : r[1].ToLong());
+                });
     for (auto& l : lines) {
       if (auto u = order_unit.find(l.item_id); u != order_unit.end()) l.aux_unit_id = u->second;
       if (l.aux_unit_id == 0) l.aux_unit_id = l.unit_id;
@@ -359,11 +384,25 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
         const double keep = 1 - l.discount_rate / 100;
         const double amount = RoundDecimal(l.price * l.qty * keep / (1 + l.tax_rate / 100), 4);
         const double all_amount = RoundDecimal(l.price * keep * l.qty, 4);
-        entry->Execute({inter_id, l.entry_id, l.item_id, l.date, l.aux_prop_id, l.aux_unit_id,
-                        l.qty, l.aux_qty, l.aux_price, l.price, l.tax_rate, l.discount_rate,
-                        amount, RoundDecimal(l.price * keep), RoundDecimal(l.aux_price * keep),
-                        RoundDecimal(l.price * l.discount_rate * l.qty / 100, 4), all_amount,
-                        l.note, RoundDecimal(l.price / (1 + l.tax_rate / 100)),
+        entry->Execute({inter_id,
+                        l.entry_id,
+                        l.item_id,
+                        l.date,
+                        l.aux_prop_id,
+                        l.aux_unit_id,
+                        l.qty,
+                        l.aux_qty,
+                        l.aux_price,
+                        l.price,
+                        l.tax_rate,
+                        l.discount_rate,
+                        amount,
+                        RoundDecimal(l.price * keep),
+                        RoundDecimal(l.aux_price * keep),
+                        RoundDecimal(l.price * l.discount_rate * l.qty / 100, 4),
+                        all_amount,
+                        l.note,
+                        RoundDecimal(l.price / (1 + l.tax_rate / 100)),
                         RoundDecimal(l.aux_price / (1 + l.tax_rate / 100)),
                         RoundDecimal(all_amount - amount, 4)});
       }
@@ -377,10 +416,11 @@ RecordSetPtr MrpDataServer::getPOOrderBills(const std::string& dsn) {
   return Run(dsn, [&](db::Connection& c) {
     std::vector<std::string> columns;
     std::vector<Row> rows;
-    c.QueryRows("select u1.FEntryID, v1.* from POOrder v1"
-                " inner join POOrderEntry u1 on v1.FInterID = u1.FInterID"
-                " order by v1.FInterID, u1.FEntryID",
-                {}, [&](Row& r) { rows.push_back(std::move(r)); }, &columns);
+    c.QueryRows(
+        "select u1.FEntryID, v1.* from POOrder v1"
+        " inner join POOrderEntry u1 on v1.FInterID = u1.FInterID"
+        " order by v1.FInterID, u1.FEntryID",
+        {}, [&](Row& r) { rows.push_back(std::move(r)); }, &columns);
     for (auto& label : columns) label = Spelled(label, {"POOrder"});
     return std::make_shared<RecordSet>(std::move(columns), std::move(rows));
   });
@@ -444,10 +484,12 @@ bool MrpDataServer::CheckCreditDegrees(const std::string& dsn, const VectorPtr& 
   });
 }
 
-VectorPtr MrpDataServer::RefreshPOOrderBill(const std::string& dsn, const std::string& StrInterIDs) {
+VectorPtr MrpDataServer::RefreshPOOrderBill(const std::string& dsn,
+                                            const std::string& StrInterIDs) {
   return Run(dsn, [&](db::Connection& c) {
     const auto ids = db::ParseIdList(StrInterIDs, "order list StrInterIDs");
-    if (ids.empty()) ThrowInvalid("order list StrInterIDs is empty: give purchase-order interior ids");
+    if (ids.empty())
+      ThrowInvalid("order list StrInterIDs is empty: give purchase-order interior ids");
     return OrdersByInterId(c, ids);
   });
 }
@@ -499,8 +541,9 @@ void MrpDataServer::UpdateBillStockFinishQty(const std::string& dsn, const Vecto
                     Variant total = 0.0;
                     for (double q : tasks[t][TextValue(r[1])]) {
                       const Variant part = per_unit(q, r[2]);
-                      total = part.IsNull() || total.IsNull() ? Variant::Null()
-                                                              : Variant(total.ToDouble() + part.ToDouble());
+                      total = part.IsNull() || total.IsNull()
+                                  ? Variant::Null()
+                                  : Variant(total.ToDouble() + part.ToDouble());
                     }
                     updates.emplace_back(r[0].ToLong(), total);
                   });
@@ -527,13 +570,14 @@ void MrpDataServer::UpdateBillStockFinishQty(const std::string& dsn, const Vecto
                       if (k + 1 < it->second.size()) before_last += it->second[k];
                     }
                     const Variant last = per_unit(it->second.back(), r[2]);
-                    updates.emplace_back(r[0].ToLong(), r[1].ToLong(),
-                                         last.IsNull() ? last : Variant(before_last + last.ToDouble()),
-                                         all);
+                    updates.emplace_back(
+                        r[0].ToLong(), r[1].ToLong(),
+                        last.IsNull() ? last : Variant(before_last + last.ToDouble()), all);
                   });
       auto update = c.Prepare(
           "update SEOrderEntry set FStockFinishQty = FBaseUnitStockFinishQty + ?,"
-          " FBaseUnitStockFinishQty = FBaseUnitStockFinishQty + ? where FInterID = ? and FEntryID = ?");
+          " FBaseUnitStockFinishQty = FBaseUnitStockFinishQty + ? where FInterID = ? and FEntryID "
+          "= ?");
       for (const auto& [inter, entry, finished, base] : updates) {
         update->Execute({finished, base, inter, entry});
       }

@@ -26,9 +26,27 @@ const KeyList& SelectionKeys() {
        "FBSUnitName", "FAllStockQty", "FActualQty", "FQty", "FQtyDecimal", "FPriceDecimal"});
   return keys;
 }
-enum Col { kTranType, kBillNo, kItemID, kAuxPropID, kAuxPropName, kAuxQty, kInterID, kEntryID,
-           kItemName, kItemNumber, kItemModel, kBSUnitID, kAuxUnitID, kBSUnitName, kAllStockQty,
-           kActualQty, kQty, kQtyDecimal, kPriceDecimal };
+enum Col {
+  kTranType,
+  kBillNo,
+  kItemID,
+  kAuxPropID,
+  kAuxPropName,
+  kAuxQty,
+  kInterID,
+  kEntryID,
+  kItemName,
+  kItemNumber,
+  kItemModel,
+  kBSUnitID,
+  kAuxUnitID,
+  kBSUnitName,
+  kAllStockQty,
+  kActualQty,
+  kQty,
+  kQtyDecimal,
+  kPriceDecimal
+};
 
 // Line columns as the three queries select them, stock left out; the open
 // quantity is floored at 0.
@@ -71,9 +89,10 @@ using StockKey = std::pair<int32_t, int32_t>;  // item, auxiliary property
 // its item and property put in.
 DictionaryPtr LineRow(const std::vector<Variant>& r, const std::map<StockKey, Stock>& stock) {
   auto row = Dictionary::Create(SelectionKeys());
-  const int query_columns[] = {kTranType, kBillNo, kItemID, kAuxPropID, kAuxPropName, kAuxQty,
-                               kInterID, kEntryID, kItemName, kItemNumber, kItemModel, kBSUnitID,
-                               kAuxUnitID, kBSUnitName, kQty, kQtyDecimal, kPriceDecimal};
+  const int query_columns[] = {kTranType,   kBillNo,      kItemID,    kAuxPropID,  kAuxPropName,
+                               kAuxQty,     kInterID,     kEntryID,   kItemName,   kItemNumber,
+                               kItemModel,  kBSUnitID,    kAuxUnitID, kBSUnitName, kQty,
+                               kQtyDecimal, kPriceDecimal};
   for (size_t i = 0; i < std::size(query_columns); ++i) row->SetAt(query_columns[i], r[i]);
   for (int c : {kTranType, kItemID, kAuxPropID, kInterID, kEntryID, kBSUnitID, kAuxUnitID,
                 kQtyDecimal, kPriceDecimal}) {
@@ -108,7 +127,8 @@ Pick ReadPick(const Dictionary& row, size_t position) {
   p.type = QuotedIntValue(row.Get("Ftrantype"), where + " \"Ftrantype\"");
   p.known = p.type == kSalesOrder || p.type == kProductionTask || p.type == kOutsourcingTask;
   p.inter_id = QuotedIntValue(row.Get("FinterID"), where + " \"FinterID\"");
-  if (p.type == kSalesOrder) p.entry_id = QuotedIntValue(row.Get("FEntryID"), where + " \"FEntryID\"");
+  if (p.type == kSalesOrder)
+    p.entry_id = QuotedIntValue(row.Get("FEntryID"), where + " \"FEntryID\"");
   return p;
 }
 
@@ -118,12 +138,20 @@ bool MrpDataServer::DataRightsApply(int32_t user_id, int16_t object_type) {
   return host_.data_rights && host_.data_rights->Applies(user_id, object_type);
 }
 
+UserRights MrpDataServer::RightsOf(db::Connection& c, int32_t user_id, int16_t object_type) {
+  UserRights r;
+  r.administrator = IsAdministrator(c, user_id);
+  r.group_right = HoldsRightsGroupOneRight(c, user_id);
+  r.data_rights = DataRightsApply(user_id, object_type);
+  return r;
+}
+
 // The virtual warehouses, filtered by the login user's data rights.
 std::string MrpDataServer::VirtualStockOf(db::Connection& c) {
   int32_t user = 0;
   if (host_.login) {
-    user = static_cast<int32_t>(
-        Variant(GetPropValue(PropsString(*host_.login), "UserID")).ToValue());
+    user =
+        static_cast<int32_t>(Variant(GetPropValue(PropsString(*host_.login), "UserID")).ToValue());
   }
   const bool filtered = DataRightsApply(user, kDataRightWarehouses);
   std::string out;
@@ -219,11 +247,12 @@ VectorPtr MrpDataServer::GetSelectData(const std::string& dsn, const VectorPtr& 
       const Dictionary& input = *vctData->rows()[i];
       for (const auto& row : fetched) {
         const Variant tran = row->value(kTranType);
-        if (!tran.IsNull() && (tran.ToLong() == kProductionTask || tran.ToLong() == kOutsourcingTask)) {
+        if (!tran.IsNull() &&
+            (tran.ToLong() == kProductionTask || tran.ToLong() == kOutsourcingTask)) {
           bool seen = false;
           for (const auto& r : result->rows()) {
-            seen = seen || (r->value(kTranType) == tran &&
-                            r->value(kInterID) == row->value(kInterID));
+            seen =
+                seen || (r->value(kTranType) == tran && r->value(kInterID) == row->value(kInterID));
           }
           if (seen) continue;
         }
@@ -246,7 +275,8 @@ VectorPtr MrpDataServer::GetSelectData(const std::string& dsn, const VectorPtr& 
     if (net) {
       std::map<StockKey, double> on_hand;
       auto take = [&](std::vector<Variant>& r) {
-        if (!r[0].IsNull() && !r[1].IsNull()) on_hand[{r[0].ToLong(), r[1].ToLong()}] = r[2].ToDouble();
+        if (!r[0].IsNull() && !r[1].IsNull())
+          on_hand[{r[0].ToLong(), r[1].ToLong()}] = r[2].ToDouble();
       };
       const char* sum =
           "select ven.FItemID, ven.FAuxPropID, sum(ven.FQty) from ICInventory ven"
@@ -255,8 +285,9 @@ VectorPtr MrpDataServer::GetSelectData(const std::string& dsn, const VectorPtr& 
         c.QueryRows(std::string(sum) + " group by ven.FItemID, ven.FAuxPropID", {}, take);
       } else {
         db::QueryIn(c, db::ParseIdList(netting_list, "warehouse list"),
-                    std::string(sum) + " where ven.FStockID in (%IDS%)"
-                                       " group by ven.FItemID, ven.FAuxPropID",
+                    std::string(sum) +
+                        " where ven.FStockID in (%IDS%)"
+                        " group by ven.FItemID, ven.FAuxPropID",
                     take);
       }
       for (const auto& r : result->rows()) {

@@ -16,11 +16,6 @@ using Row = std::vector<Variant>;
 constexpr int32_t kWarehouseClass = 5;
 constexpr int32_t kVirtualWarehouse = 502;
 
-class NoDataRights : public DataRights {
- public:
-  bool Applies(int32_t, int16_t) override { return false; }
-};
-
 // A warehouse (t_Item of class 5) with what t_Stock says of it.
 struct Warehouse {
   int32_t id = 0;
@@ -85,7 +80,8 @@ std::string KeepAllowed(const std::string& list, const std::string& allowed) {
   rest = list;
   while (!rest.empty()) {
     const std::string element = SplitFirst(rest, ",");
-    if (!element.empty() && std::find(ok.begin(), ok.end(), element) != ok.end()) out += element + ",";
+    if (!element.empty() && std::find(ok.begin(), ok.end(), element) != ok.end())
+      out += element + ",";
   }
   return out;
 }
@@ -139,9 +135,7 @@ constexpr const char* kStockStatusEntry = "||0##<&1000##<&2##<&FStockStatus##<&3
 RecordSetPtr MrpDataServer::GetItemStock(const std::string& dsn, int32_t TypeID, int32_t UserID,
                                          bool IsVirtual) {
   return Run(dsn, [&](db::Connection& c) -> RecordSetPtr {
-    NoDataRights none;
-    DataRights& dr = host_.data_rights ? *host_.data_rights : none;
-    const UserRights rights = CheckUserRights(c, dr, UserID, kDataRightWarehouses);
+    const UserRights rights = RightsOf(c, UserID, kDataRightWarehouses);
     if (rights.SeesNothing()) return nullptr;
     std::vector<Row> rows;
     c.QueryRows(
@@ -166,9 +160,7 @@ bool MrpDataServer::ReturnEmptyStockInfo(const std::string& dsn, int32_t UserID,
                                          std::string& sStockStr, std::string& sStockKey,
                                          std::string& sStockInfo) {
   return Run(dsn, [&](db::Connection& c) {
-    NoDataRights none;
-    const UserRights rights = CheckUserRights(c, host_.data_rights ? *host_.data_rights : none,
-                                              UserID, kDataRightWarehouses);
+    const UserRights rights = RightsOf(c, UserID, kDataRightWarehouses);
     if (rights.SeesNothing()) return false;
     const Scope s = WholeScope(LoadWarehouses(c), rights, UserID);
     sStockStr = s.str;
@@ -186,9 +178,10 @@ bool MrpDataServer::UpdateStockInfo(const std::string& dsn, int32_t UserID,
     const std::string user = std::to_string(UserID);
     c.Execute("delete from ICMrpStockPlan where FUserID = ? and FFrmType = ? and FSubID = ?",
               {user, FrmType, sSubID});
-    c.Execute("insert into ICMrpStockPlan (FUserID, FStockStr, FStockKey, FStockInfo, FFrmType,"
-              " FSubID) values (?, ?, ?, ?, ?, ?)",
-              {user, sStockStr, sStockKey, sStockInfo, FrmType, sSubID});
+    c.Execute(
+        "insert into ICMrpStockPlan (FUserID, FStockStr, FStockKey, FStockInfo, FFrmType,"
+        " FSubID) values (?, ?, ?, ?, ?, ?)",
+        {user, sStockStr, sStockKey, sStockInfo, FrmType, sSubID});
     return true;
   });
 }
@@ -197,18 +190,18 @@ bool MrpDataServer::GetStockInfo(const std::string& dsn, int32_t UserID, std::st
                                  std::string& sStockKey, std::string& sStockInfo, int32_t FrmType,
                                  const std::string& sSubID) {
   return Run(dsn, [&](db::Connection& c) {
-    NoDataRights none;
-    const UserRights rights = CheckUserRights(c, host_.data_rights ? *host_.data_rights : none,
-                                              UserID, kDataRightWarehouses);
+    const UserRights rights = RightsOf(c, UserID, kDataRightWarehouses);
     const std::string user = std::to_string(UserID);
     const db::Params key = {user, FrmType, sSubID};
     // A user who lost his rights loses his stored scope.
     if (rights.SeesNothing()) {
-      c.Execute("delete from ICMrpStockPlan where FUserID = ? and FFrmType = ? and FSubID = ?", key);
+      c.Execute("delete from ICMrpStockPlan where FUserID = ? and FFrmType = ? and FSubID = ?",
+                key);
     }
-    auto rs = c.Query("select FStockStr, FStockKey, FStockInfo from ICMrpStockPlan"
-                      " where FUserID = ? and FFrmType = ? and FSubID = ?",
-                      key);
+    auto rs = c.Query(
+        "select FStockStr, FStockKey, FStockInfo from ICMrpStockPlan"
+        " where FUserID = ? and FFrmType = ? and FSubID = ?",
+        key);
     auto clear = [&] { sStockStr = sStockKey = sStockInfo = ""; };
     if (rs->Eof()) {
       clear();
@@ -238,15 +231,13 @@ bool MrpDataServer::GetStockInfo(const std::string& dsn, int32_t UserID, std::st
 
 bool MrpDataServer::UpdateVirtualStockInfo(const std::string& dsn, int32_t TypeID, int32_t UserID,
                                            std::string& sStockStr, std::string& sStockKey,
-                                           std::string& sStockInfo, bool IsVirtual,
-                                           int32_t FrmType, const std::string& sSubID) {
+                                           std::string& sStockInfo, bool IsVirtual, int32_t FrmType,
+                                           const std::string& sSubID) {
   return Run(dsn, [&](db::Connection& c) {
     const std::string user = std::to_string(UserID);
     // Every stored scope of the form type goes; the one for sSubID is written again.
     c.Execute("delete from ICMrpStockPlan where FUserID = ? and FFrmType = ?", {user, FrmType});
-    NoDataRights none;
-    const UserRights rights = CheckUserRights(c, host_.data_rights ? *host_.data_rights : none,
-                                              UserID, kDataRightWarehouses);
+    const UserRights rights = RightsOf(c, UserID, kDataRightWarehouses);
     if (rights.SeesNothing()) return false;
     std::string keys, infos, names;
     c.QueryRows(
@@ -278,9 +269,10 @@ bool MrpDataServer::UpdateVirtualStockInfo(const std::string& dsn, int32_t TypeI
         sStockStr = names;
       }
     }
-    c.Execute("insert into ICMrpStockPlan (FUserID, FStockStr, FStockKey, FStockInfo, FFrmType,"
-              " FSubID) values (?, ?, ?, ?, ?, ?)",
-              {user, sStockStr, sStockKey, sStockInfo, FrmType, sSubID});
+    c.Execute(
+        "insert into ICMrpStockPlan (FUserID, FStockStr, FStockKey, FStockInfo, FFrmType,"
+        " FSubID) values (?, ?, ?, ?, ?, ?)",
+        {user, sStockStr, sStockKey, sStockInfo, FrmType, sSubID});
     return true;
   });
 }
@@ -328,9 +320,9 @@ void MrpDataServer::GetFStockStatus(const std::string& dsn, const std::string& B
         "select FSchemeID from ICSchemeProfile where FStatus = 2 and FTranType = ? and FUserID = ?",
         {tran_type, status_user_});
     status_scheme_ = scheme.IsEmpty() || scheme.IsNull() ? 0 : scheme.ToLong();
-    const Variant visible = c.QueryValue(
-        "select FVisible from ICChatBillTitle where FColCaption = ? and FTypeID = ?",
-        {kSuggestionCaption, status_type_});
+    const Variant visible =
+        c.QueryValue("select FVisible from ICChatBillTitle where FColCaption = ? and FTypeID = ?",
+                     {kSuggestionCaption, status_type_});
     FVisible = visible.IsEmpty() || visible.IsNull() ? 0 : visible.ToLong();
     auto rs = c.Query(
         "select FValue from ICSchemeProfileEntry where FKey = 'HideColumns' and FSchemeID = ?",
@@ -344,9 +336,10 @@ void MrpDataServer::SetFStockStatus(const std::string& dsn, const std::string&, 
   Run(dsn, [&](db::Connection& c) {
     c.Execute("update ICChatBillTitle set FVisible = ? where FColCaption = ? and FTypeID = ?",
               {FVisible, kSuggestionCaption, status_type_});
-    c.Execute("update ICSchemeProfileEntry set FValue = ? where FKey = 'HideColumns'"
-              " and FSchemeID = ?",
-              {FValue, status_scheme_});
+    c.Execute(
+        "update ICSchemeProfileEntry set FValue = ? where FKey = 'HideColumns'"
+        " and FSchemeID = ?",
+        {FValue, status_scheme_});
   });
 }
 
@@ -357,9 +350,10 @@ void MrpDataServer::UpdateFStockStatus(const std::string& dsn, const std::string
               {FStockStatus, status_type_, kPlanCaption});
     if (FStockStatus != 1) return;
     // Shows the stock-status column: its entry leaves the hidden columns.
-    c.Execute("update ICSchemeProfileEntry set FValue = replace(FValue, ?, '')"
-              " where FKey = 'HideColumns' and FSchemeID = ?",
-              {kStockStatusEntry, status_scheme_});
+    c.Execute(
+        "update ICSchemeProfileEntry set FValue = replace(FValue, ?, '')"
+        " where FKey = 'HideColumns' and FSchemeID = ?",
+        {kStockStatusEntry, status_scheme_});
   });
 }
 
