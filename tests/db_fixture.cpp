@@ -1,9 +1,6 @@
 // Per-engine fresh databases.
 #include "db_fixture.h"
 
-#include "sample/demo_data.h"
-#include "schema/erp_schema.h"
-
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +8,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+
+#include "sample/demo_data.h"
+#include "schema/erp_schema.h"
 
 namespace mrpcalc::testing {
 

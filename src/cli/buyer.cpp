@@ -48,9 +48,11 @@ std::string Pad(const std::string& text, int width) {
 
 // The table columns of priced purchase lines and of made orders.
 const std::vector<Column> kPurchaseLineColumns = {
-    {"item", "FItemNumber", -6}, {"name", "FItemName", -10}, {"supplier", "FSupplyNumber", -8},
-    {"qty", "FQty", 10},         {"unit qty", "FAuxQty", 9}, {"price", "FPrice", 9},
-    {"unit price", "FAuxPrice", 10}, {"tax %", "FTaxRate", 6}, {"needed on", "Fdate", -10}};
+    {"item", "FItemNumber", -6},       {"name", "FItemName", -10},
+    {"supplier", "FSupplyNumber", -8}, {"qty", "FQty", 10},
+    {"unit qty", "FAuxQty", 9},        {"price", "FPrice", 9},
+    {"unit price", "FAuxPrice", 10},   {"tax %", "FTaxRate", 6},
+    {"needed on", "Fdate", -10}};
 const std::vector<Column> kOrderColumns = {{"order", "FBillNO", -18},
                                            {"id", "FInterID", 5},
                                            {"supplier", "FSupplyName", -24},
@@ -177,8 +179,7 @@ int RunConfirm(const Host& host, const ConfirmOptions& o) {
   }
   if (chosen->Count() == 0) ThrowInvalid("no report line with a quantity to buy and a supplier");
   MrpDataServer server(host);
-  PrintRows(server.GetMrpConfirmData(o.dsn, chosen), o.format,
-            kPurchaseLineColumns);
+  PrintRows(server.GetMrpConfirmData(o.dsn, chosen), o.format, kPurchaseLineColumns);
   return 0;
 }
 
@@ -211,8 +212,7 @@ int RunMakeOrders(const Host& host, const std::string& dsn, const std::string& l
   }
   MrpDataServer server(host);
   const VectorPtr made = server.MakePOOrderBill(dsn, lines, biller, day);
-  PrintRows(made, format,
-            kOrderColumns);
+  PrintRows(made, format, kOrderColumns);
   return 0;
 }
 
@@ -220,8 +220,7 @@ int RunListOrders(const Host& host, const std::string& dsn, const std::string& i
                   const std::string& format) {
   MrpDataServer server(host);
   if (!ids.empty()) {
-    PrintRows(server.RefreshPOOrderBill(dsn, ids), format,
-              kOrderColumns);
+    PrintRows(server.RefreshPOOrderBill(dsn, ids), format, kOrderColumns);
     return 0;
   }
   const RecordSetPtr rs = server.getPOOrderBills(dsn);
@@ -325,8 +324,7 @@ void RunDemoPurchasing(const Host& host, const std::string& dsn, const VectorPtr
   MrpDataServer server(host);
   fmt::print("\nConfirmed purchase lines, priced (GetMrpConfirmData):\n\n");
   const VectorPtr lines = server.GetMrpConfirmData(dsn, chosen);
-  PrintRows(lines, "table",
-            kPurchaseLineColumns);
+  PrintRows(lines, "table", kPurchaseLineColumns);
   for (const auto& row : lines->rows()) row->Set("FPushQty", row->Get("FQty"));
   std::string check, names;
   if (!server.CheckCreditDegrees(dsn, lines, check, names)) {
