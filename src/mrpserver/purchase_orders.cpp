@@ -10,21 +10,16 @@
 #include "record/text.h"
 #include "schema/erp_schema.h"
 #include "services/profile.h"
+#include "services/purchase_lines.h"
 
 namespace mrpcalc {
 namespace {
 
 using Row = std::vector<Variant>;
-using OptNum = std::optional<double>;
-using OptInt = std::optional<int32_t>;
 
 constexpr const char* kPurchaseOrderType = "71";
 
-Variant Cell(const OptNum& v) { return v ? Variant(*v) : Variant::Null(); }
-Variant Cell(const OptInt& v) { return v ? Variant(*v) : Variant::Null(); }
 OptNum Num(const Variant& v) { return v.IsNull() || v.IsEmpty() ? OptNum() : OptNum(v.ToDouble()); }
-OptInt Int(const Variant& v) { return v.IsNull() || v.IsEmpty() ? OptInt() : OptInt(v.ToLong()); }
-OptNum Dec(const OptNum& v, int scale = 10) { return v ? OptNum(RoundDecimal(*v, scale)) : v; }
 
 std::string Where(const char* key, size_t row) {
   return std::string("\"") + key + "\" of vctListData row " + std::to_string(row);
@@ -33,91 +28,6 @@ std::string Where(const char* key, size_t row) {
 [[noreturn]] void DivideByZero(const std::string& what) {
   throw Error(ErrorCategory::kInvalidInput, "division by zero: " + what);
 }
-
-// --- Confirmation ----------------------------------------------------------
-
-struct ItemFacts {
-  OptInt order_unit;
-  OptNum order_price, tax_rate;
-  OptInt qty_decimal, price_decimal;
-};
-
-struct Band {
-  int32_t supplier;
-  OptNum price, start, end;
-  bool Holds(double qty) const { return start && end && qty >= *start && qty <= *end; }
-};
-
-struct Invoice {
-  OptNum tax_price;
-  std::optional<Date> date;
-  int32_t inter_id, entry_id;
-  // Newest first: later date (no date is oldest), then higher ids.
-  bool Newer(const Invoice& o) const {
-    if (date != o.date) return date > o.date;
-    if (inter_id != o.inter_id) return inter_id > o.inter_id;
-    return entry_id > o.entry_id;
-  }
-};
-
-const KeyList& ConfirmKeys() {
-  static const KeyList keys =
-      MakeKeyList({"FItemID",       "FItemNumber", "FItemName",     "FItemModel",  "FAuxPropID",
-                   "FAuxPropName",  "FSupplyID",   "FSupplyNumber", "FSupplyName", "FAuxUnitID",
-                   "FUnitID",       "FUnitName",   "FCoefficient",  "FAuxQty",     "FQty",
-                   "FAuxPrice",     "FPrice",      "FDiscountRate", "FTaxRate",    "FQtyDecimal",
-                   "FPriceDecimal", "FNote",       "Fdate"});
-  return keys;
-}
-
-struct ConfirmLine {
-  int32_t item_id = 0;
-  std::string number, name, model;
-  int32_t aux_prop_id = 0;
-  std::string aux_prop_name;
-  OptInt supply_id;
-  std::string supply_number, supply_name;
-  OptInt aux_unit_id;
-  int32_t unit_id = 0;
-  std::string unit_name;
-  OptNum coefficient = 1.0, aux_qty = 0.0;
-  double qty = 0;
-  OptNum aux_price = 0.0, price = 0.0;
-  double discount_rate = 0;
-  OptNum tax_rate = 0.0;
-  OptInt qty_decimal = 0, price_decimal = 0;
-  std::string note;
-  Date date;
-
-  DictionaryPtr ToRow() const {
-    Variant cells[] = {item_id,
-                       number,
-                       name,
-                       model,
-                       aux_prop_id,
-                       aux_prop_name,
-                       Cell(supply_id),
-                       supply_number,
-                       supply_name,
-                       Cell(aux_unit_id),
-                       unit_id,
-                       unit_name,
-                       Cell(coefficient),
-                       Cell(aux_qty),
-                       qty,
-                       Cell(aux_price),
-                       Cell(price),
-                       discount_rate,
-                       Cell(tax_rate),
-                       Cell(qty_decimal),
-                       Cell(price_decimal),
-                       note,
-                       date};
-    auto row = Dictionary::Create(ConfirmKeys());
-    for (size_t i = 0; i < std::size(cells); ++i) row->SetAt(i, std::move(cells[i]));
-    return row;
-  }
-};
 
 // --- Purchase orders --------------------------------------------------------
 
@@ -173,134 +83,21 @@ std::string Spelled(const std::string& label, std::initializer_list<const char*>
 
 VectorPtr MrpDataServer::GetMrpConfirmData(const std::string& dsn, const VectorPtr& vctListData) {
   return Run(dsn, [&](db::Connection& c) {
-    if (!vctListData) ThrowInvalid("vctListData is Nothing: give the confirmed lines");
-    std::vector<ConfirmLine> lines;
-    std::set<int32_t> items;
-    std::set<std::string> suppliers;
-    for (size_t i = 0; i < vctListData->rows().size(); ++i) {
-      Dictionary& row = *vctListData->rows()[i];
-      const size_t n = i + 1;
-      if (row.Contains("FMemo"))
-        row.Set("FMemo", ReplaceAll(TextValue(row.Get("FMemo")), "'", "｀"));
-      ConfirmLine l;
-      l.item_id = IntValue(row.Get("FBomItemID"), Where("FBomItemID", n));
-      l.number = TextValue(row.Get("FItemNumber"));
-      l.name = TextValue(row.Get("FItemName"));
-      l.model = TextValue(row.Get("FItemModel"));
-      l.aux_prop_id = QuotedIntValue(row.Get("FAuxPropID"), Where("FAuxPropID", n));
-      l.aux_prop_name = TextValue(row.Get("FAuxProp"));
-      l.supply_number = TextValue(row.Get("FSupplyNumber"));
-      l.supply_name = TextValue(row.Get("FSupplyName"));
-      l.unit_id = QuotedIntValue(row.Get("FUnitID"), Where("FUnitID", n));
-      l.unit_name = TextValue(row.Get("FUnitName"));
-      l.qty = RoundDecimal(NumberValue(row.Get("FQty"), Where("FQty", n)));
-      l.note = TextValue(row.Get("FMemo"));
-      l.date = QuotedDateValue(row.Get("FDate"), Where("FDate", n));
-      items.insert(l.item_id);
-      suppliers.insert(l.supply_number);
-      lines.push_back(std::move(l));
-    }
-    const std::vector<int32_t> item_ids(items.begin(), items.end());
-
-    std::map<int32_t, ItemFacts> facts;
-    db::QueryIn(c, item_ids,
-                "select FItemID, FOrderUnitID, FOrderPrice, FTaxRate, FQtyDecimal, FPriceDecimal"
-                " from t_ICItem where FItemID in (%IDS%)",
-                [&](Row& r) {
-                  facts.emplace(r[0].ToLong(),
-                                ItemFacts{Int(r[1]), Num(r[2]), Num(r[3]), Int(r[4]), Int(r[5])});
-                });
-    // Supplier by code (the first of equal codes) and each supplier's tax rate.
-    std::map<std::string, int32_t> supplier_by_code;
-    std::map<int32_t, OptNum> supplier_tax;
-    db::QueryIn(c, std::vector<std::string>(suppliers.begin(), suppliers.end()),
-                "select FNumber, FItemID, FValueAddRate from t_Supplier"
-                " where FNumber in (%IDS%) order by FItemID",
-                [&](Row& r) {
-                  supplier_by_code.emplace(TextValue(r[0]), r[1].ToLong());
-                  supplier_tax.emplace(r[1].ToLong(), Num(r[2]));
-                });
-    std::map<int32_t, std::vector<Band>> bands;  // by item, in (supplier, line) order
-    db::QueryIn(c, item_ids,
-                "select FItemID, FSupID, FPrice, FStartQty, FEndQty from t_SupplyEntry"
-                " where FItemID in (%IDS%) order by FSupID, FEntryID",
-                [&](Row& r) {
-                  bands[r[0].ToLong()].push_back({r[1].ToLong(), Num(r[2]), Num(r[3]), Num(r[4])});
-                });
-    std::map<std::pair<int32_t, int32_t>, Invoice> last_invoice;  // item, supplier
-    db::QueryIn(c, item_ids,
-                "select u1.FItemID, v1.FSupplyID, u1.FTaxPrice, v1.FDate, u1.FInterID, u1.FEntryID"
-                " from ICPurchase v1 inner join ICPurchaseEntry u1 on v1.FInterID = u1.FInterID"
-                " where u1.FItemID in (%IDS%)",
-                [&](Row& r) {
-                  if (r[1].IsNull()) return;
-                  Invoice inv{Num(r[2]),
-                              r[3].IsNull() ? std::nullopt : std::optional(r[3].ToDate()),
-                              r[4].ToLong(), r[5].ToLong()};
-                  auto [it, fresh] = last_invoice.try_emplace({r[0].ToLong(), r[1].ToLong()}, inv);
-                  if (!fresh && inv.Newer(it->second)) it->second = inv;
-                });
-    std::set<int32_t> order_units;
-    for (const auto& [id, f] : facts) {
-      if (f.order_unit) order_units.insert(*f.order_unit);
-    }
-    std::map<int32_t, OptNum> coefficient;  // by t_MeasureUnit.FItemID, the first unit
-    db::QueryIn(c, std::vector<int32_t>(order_units.begin(), order_units.end()),
-                "select FItemID, FCoefficient from t_MeasureUnit where FItemID in (%IDS%)"
-                " order by FMeasureUnitID",
-                [&](Row& r) { coefficient.emplace(r[0].ToLong(), Num(r[1])); });
-
+    std::vector<PricedLine> lines = ReadPricedLines(vctListData);
+    PricingFacts facts = PricingFacts::Load(c, lines);
     auto out = Vector::Create();
     for (auto& l : lines) {
-      const auto item = facts.find(l.item_id);
-      const bool known = item != facts.end();
-      if (known) l.aux_unit_id = item->second.order_unit;
-      if (auto s = supplier_by_code.find(l.supply_number); s != supplier_by_code.end())
-        l.supply_id = s->second;
+      facts.ResolveUnitAndSupplier(l);
       // Price: any supplier's band for the quantity, else the last invoice
       // from this supplier, else the item's order price.
-      for (const Band& b : bands[l.item_id]) {
-        if (b.Holds(l.qty)) {
-          l.price = b.price;
-          break;
-        }
-      }
-      if (l.price.value_or(0) == 0) {
-        l.price.reset();
-        if (l.supply_id) {
-          if (auto inv = last_invoice.find({l.item_id, *l.supply_id}); inv != last_invoice.end())
-            l.price = inv->second.tax_price;
-        }
-      }
-      if (l.price.value_or(0) == 0 && known) l.price = item->second.order_price.value_or(0);
-      // Purchase unit: price and quantity in it.
-      if (l.aux_unit_id) {
-        if (auto u = coefficient.find(*l.aux_unit_id); u != coefficient.end()) {
-          const OptNum coef = u->second;
-          if (coef && *coef == 0)
-            DivideByZero("the coefficient of purchase unit " + std::to_string(*l.aux_unit_id) +
-                         " is 0");
-          l.aux_price = l.price && coef ? Dec(*l.price * *coef) : std::nullopt;
-          l.aux_qty = coef ? Dec(l.qty / *coef) : std::nullopt;
-          l.coefficient = coef;
-        }
-      }
+      facts.PriceFromAnyBand(l);
+      if (l.price.value_or(0) == 0) l.price = facts.LastPrice(c, LastPriceSource::kInvoice, l);
+      facts.OrderPriceFallback(l);
+      facts.ConvertToPurchaseUnit(l);
       // The supplier's own band for the quantity, after the unit price.
-      if (l.supply_id) {
-        for (const Band& b : bands[l.item_id]) {
-          if (b.supplier == *l.supply_id && b.Holds(l.qty)) {
-            l.price = b.price;
-            break;
-          }
-        }
-        if (auto t = supplier_tax.find(*l.supply_id); t != supplier_tax.end())
-          l.tax_rate = t->second;
-      }
-      if (l.tax_rate.value_or(0) == 0 && known) l.tax_rate = item->second.tax_rate;
-      if (known) {
-        l.qty_decimal = item->second.qty_decimal;
-        l.price_decimal = item->second.price_decimal;
-      }
+      facts.PriceFromOwnBand(l);
+      facts.TaxRate(l);
+      facts.Decimals(l);
       out->Add(l.ToRow());
     }
     return out;

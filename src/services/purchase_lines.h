@@ -1,0 +1,111 @@
+// Purchase lines priced from MRP suggestions: the working rows that the
+// confirmation of an MRP result and the saving of a purchase plan fill,
+// and the price sources, units and tax rates they draw on. Each caller
+// applies the steps in its own order; the facts are loaded once, set-based,
+// for all lines.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "db/connection.h"
+#include "record/variant.h"
+
+namespace mrpcalc {
+
+using OptNum = std::optional<double>;
+using OptInt = std::optional<int32_t>;
+
+struct PricedLine {
+  int32_t item_id = 0;
+  std::string number, name, model;
+  int32_t aux_prop_id = 0;
+  std::string aux_prop_name;
+  OptInt supply_id;
+  std::string supply_number, supply_name;
+  OptInt aux_unit_id;
+  int32_t unit_id = 0;
+  std::string unit_name;
+  OptNum coefficient = 1.0, aux_qty = 0.0;
+  double qty = 0;
+  OptNum aux_price = 0.0, price = 0.0;
+  double discount_rate = 0;
+  OptNum tax_rate = 0.0;
+  OptInt qty_decimal = 0, price_decimal = 0;
+  std::string note;
+  Date date;
+
+  // The working row: FItemID ... FNote, Fdate.
+  DictionaryPtr ToRow() const;
+};
+
+// Reads MRP result rows ("FBomItemID", "FItemNumber", "FItemName",
+// "FItemModel", "FAuxPropID", "FAuxProp", "FSupplyNumber", "FSupplyName",
+// "FUnitID", "FUnitName", "FQty", "FMemo", "FDate"). A row's "FMemo" has
+// its apostrophes replaced by "｀", in the row too.
+std::vector<PricedLine> ReadPricedLines(const VectorPtr& rows);
+
+// Where the last purchase price of an item from a supplier is read.
+enum class LastPriceSource {
+  kInvoice,                // ICPurchase, tax-included price as it stands
+  kOrder,                  // POOrder, tax-included price as it stands
+  kStockBillConverted,     // ICStockBill, price without tax, in the line's unit
+  kInvoiceConverted,       // ICPurchase, tax-included unit price, in the line's unit
+};
+
+class PricingFacts {
+ public:
+  static PricingFacts Load(db::Connection& connection, const std::vector<PricedLine>& lines);
+
+  // Purchase unit (the item's order unit) and supplier id (by code).
+  void ResolveUnitAndSupplier(PricedLine& line) const;
+  // The first price-list band of any supplier holding the quantity.
+  void PriceFromAnyBand(PricedLine& line) const;
+  // The same, of the line's own supplier only.
+  void PriceFromOwnBand(PricedLine& line) const;
+  // The item's order price where the line has no price yet.
+  void OrderPriceFallback(PricedLine& line) const;
+  // Price and quantity in the purchase unit, where the unit is known.
+  void ConvertToPurchaseUnit(PricedLine& line) const;
+  // The supplier's tax rate, else the item's.
+  void TaxRate(PricedLine& line) const;
+  void Decimals(PricedLine& line) const;
+
+  // The price of the newest document of the item from the line's supplier
+  // (by date, interior id, line); nullopt when there is none. Loaded on
+  // first use of the source.
+  OptNum LastPrice(db::Connection& connection, LastPriceSource source, const PricedLine& line);
+
+ private:
+  struct Item {
+    OptInt order_unit;
+    OptNum order_price, tax_rate;
+    OptInt qty_decimal, price_decimal;
+  };
+  struct Band {
+    int32_t supplier;
+    OptNum price, start, end;
+    bool Holds(double qty) const { return start && end && qty >= *start && qty <= *end; }
+  };
+  struct Document {
+    OptNum price;
+    OptNum unit_coefficient;  // of the document line's unit
+    std::optional<Date> date;
+    int32_t inter_id, entry_id;
+    bool Newer(const Document& other) const;
+  };
+
+  std::vector<int32_t> item_ids_;
+  std::map<int32_t, Item> items_;
+  std::map<std::string, int32_t> supplier_by_code_;
+  std::map<int32_t, OptNum> supplier_tax_;
+  std::map<int32_t, std::vector<Band>> bands_;            // by item, (supplier, line) order
+  std::map<int32_t, OptNum> purchase_unit_coefficient_;   // by t_MeasureUnit.FItemID
+  std::map<int32_t, OptNum> unit_coefficient_;            // by FMeasureUnitID
+  std::map<LastPriceSource, std::map<std::pair<int32_t, int32_t>, Document>> last_;
+};
+
+}  // namespace mrpcalc
