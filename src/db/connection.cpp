@@ -123,9 +123,10 @@ std::vector<int32_t> ParseIdList(std::string_view text, std::string_view what) {
 
 namespace {
 
-template <class Key>
-void QueryInChunks(Connection& c, const std::vector<Key>& keys, std::string_view sql,
-                   const RowSink& each, const Params& leading) {
+// Runs `sql` over the keys: `run(text, params)` once per statement.
+template <class Key, class Run>
+void InChunks(Connection& c, const std::vector<Key>& keys, std::string_view sql,
+              const Params& leading, Run&& run) {
   if (keys.empty()) return;
   const Dialect& d = c.dialect();
   const std::string set = std::is_same_v<Key, std::string> ? d.TextSet() : d.IntSet();
@@ -140,7 +141,7 @@ void QueryInChunks(Connection& c, const std::vector<Key>& keys, std::string_view
   if (!set.empty() && d.PrefersSets()) {
     Params params = leading;
     params.emplace_back(Json(keys).dump());
-    c.QueryRows(with(set), params, each);
+    run(with(set), params);
     return;
   }
   const size_t chunk = d.IdsPerStatement();
@@ -148,7 +149,7 @@ void QueryInChunks(Connection& c, const std::vector<Key>& keys, std::string_view
     const size_t n = std::min(chunk, keys.size() - from);
     Params params = leading;
     for (size_t i = from; i < from + n; ++i) params.emplace_back(keys[i]);
-    c.QueryRows(with(Placeholders(n)), params, each);
+    run(with(Placeholders(n)), params);
   }
 }
 
@@ -156,12 +157,20 @@ void QueryInChunks(Connection& c, const std::vector<Key>& keys, std::string_view
 
 void QueryIn(Connection& c, const std::vector<int32_t>& keys, std::string_view sql,
              const RowSink& each, const Params& leading) {
-  QueryInChunks(c, keys, sql, each, leading);
+  InChunks(c, keys, sql, leading,
+           [&](const std::string& text, const Params& p) { c.QueryRows(text, p, each); });
 }
 
 void QueryIn(Connection& c, const std::vector<std::string>& keys, std::string_view sql,
              const RowSink& each, const Params& leading) {
-  QueryInChunks(c, keys, sql, each, leading);
+  InChunks(c, keys, sql, leading,
+           [&](const std::string& text, const Params& p) { c.QueryRows(text, p, each); });
+}
+
+void ExecuteIn(Connection& c, const std::vector<int32_t>& keys, std::string_view sql,
+               const Params& leading) {
+  InChunks(c, keys, sql, leading,
+           [&](const std::string& text, const Params& p) { c.Execute(text, p); });
 }
 
 std::string JoinIds(const std::vector<int32_t>& ids) {

@@ -99,6 +99,10 @@ void QueryIn(Connection& connection, const std::vector<int32_t>& keys, std::stri
 void QueryIn(Connection& connection, const std::vector<std::string>& keys, std::string_view sql,
              const RowSink& each, const Params& leading = {});
 
+// The same for a statement without rows (update, delete).
+void ExecuteIn(Connection& connection, const std::vector<int32_t>& keys, std::string_view sql,
+               const Params& leading = {});
+
 // Parses "3,5" (blanks around ids allowed) into integers. An empty or blank
 // text gives an empty list. Anything else throws invalid input naming `what`
 // and the offending piece.

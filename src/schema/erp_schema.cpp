@@ -219,6 +219,9 @@ std::vector<TableDef> BuildOwnTables() {
       {"mrpcalc_BillNumber",
        {Str("FBillType", 30), Str("FDay", 8), Int("FLastSerial", "0")},
        {"FBillType", "FDay"}},
+      // Named locks: work that reads a maximum and writes after it (plan
+      // numbers) holds its row until its unit of work ends.
+      {"mrpcalc_Lock", {Str("FName", 128), Int("FCount", "0")}, {"FName"}},
   };
 }
 

@@ -29,12 +29,18 @@ int32_t Bump(db::Connection& c, const std::string& table, const std::string& cou
 }
 
 void EnsureCounters(db::Connection& c) {
-  if (!c.TableExists("mrpcalc_InteriorID") || !c.TableExists("mrpcalc_BillNumber")) {
+  if (!c.TableExists("mrpcalc_InteriorID") || !c.TableExists("mrpcalc_BillNumber") ||
+      !c.TableExists("mrpcalc_Lock")) {
     schema::EnsureOwnTables(c);
   }
 }
 
 }  // namespace
+
+void HoldLock(db::Connection& c, const std::string& name) {
+  EnsureCounters(c);
+  Bump(c, "mrpcalc_Lock", "FCount", "FName = ?", "FName", {name}, 0);
+}
 
 int32_t DatabaseNumbering::NextInteriorId(db::Connection& c, const std::string& table) {
   db::CheckIdentifier(table, "table name");

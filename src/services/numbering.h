@@ -19,6 +19,10 @@
 
 namespace mrpcalc {
 
+// Holds the named lock until the caller's unit of work ends: callers in any
+// process that hold the same name run one after another.
+void HoldLock(db::Connection& connection, const std::string& name);
+
 class DatabaseNumbering : public Numbering {
  public:
   std::string NewBillNumber(db::Connection& connection, const std::string& bill_type,

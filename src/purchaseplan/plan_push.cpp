@@ -1,0 +1,270 @@
+// Pushing purchase plan lines into purchase orders.
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "purchaseplan/purchase_plan.h"
+#include "record/column_value.h"
+#include "record/text.h"
+#include "services/profile.h"
+
+namespace mrpcalc {
+namespace {
+
+using Row = std::vector<Variant>;
+
+constexpr int32_t kDefaultPurchaseStyle = 252;
+constexpr int32_t kPurchaseStyleType = 162;  // t_SubMessage.FTypeID of purchase styles
+
+// A purchase order line to make, and the plan lines behind it.
+struct PushLine {
+  std::string key;
+  int32_t supply_id = 0, item_id = 0;
+  double qty = 0, price = 0, discount_rate = 0, tax_rate = 0;
+  int32_t unit_id = 0, aux_unit_id = 0, aux_prop_id = 0;
+  double aux_qty = 0, aux_price = 0;
+  std::string note, plan_numbers;
+  Date date;
+};
+
+struct PlanPart {
+  std::string key;
+  int32_t plan_inter_id = 0, plan_entry_id = 0, item_id = 0;
+  double qty = 0;
+};
+
+std::string Where(const char* key, const std::string& row) {
+  return std::string("\"") + key + "\" of " + row;
+}
+
+// Reads the lines and their plan parts as the working tables hold them.
+void ReadPushLines(const VectorPtr& rows, std::vector<PushLine>& lines,
+                   std::vector<PlanPart>& parts) {
+  std::set<std::string> keys;
+  if (!rows) return;
+  for (size_t i = 0; i < rows->rows().size(); ++i) {
+    const Dictionary& row = *rows->rows()[i];
+    const std::string at = "vctListData row " + std::to_string(i + 1);
+    PushLine l;
+    l.key = TextValue(row.Get("FKey"));
+    if (!keys.insert(l.key).second) {
+      ThrowInvalid(at + " repeats the key \"" + l.key + "\": each order line needs its own FKey");
+    }
+    l.supply_id = IntValue(row.Get("FSupplyID"), Where("FSupplyID", at));
+    l.item_id = IntValue(row.Get("FItemID"), Where("FItemID", at));
+    l.qty = RoundDecimal(NumberValue(row.Get("FPushQty"), Where("FPushQty", at)));
+    l.price = RoundDecimal(NumberValue(row.Get("FPrice"), Where("FPrice", at)));
+    l.discount_rate = RoundDecimal(NumberValue(row.Get("FDiscountRate"), Where("FDiscountRate", at)));
+    l.tax_rate = RoundDecimal(NumberValue(row.Get("FTaxRate"), Where("FTaxRate", at)));
+    if (1 + l.tax_rate / 100 == 0) ThrowInvalid(Where("FTaxRate", at) + " is -100: division by zero");
+    l.unit_id = IntValue(row.Get("FUnitID"), Where("FUnitID", at));
+    l.aux_prop_id = IntValue(row.Get("FAuxPropID"), Where("FAuxPropID", at));
+    l.note = TextValue(row.Get("FMemo"));
+    l.date = QuotedDateValue(row.Get("FFinishDate"), Where("FFinishDate", at));
+    l.plan_numbers = TextValue(row.Get("FBillNo"));
+    const VectorPtr entries = row.Get("EntryDataVct").AsVector();
+    if (entries) {
+      for (size_t k = 0; k < entries->rows().size(); ++k) {
+        const Dictionary& e = *entries->rows()[k];
+        const std::string in = "EntryDataVct row " + std::to_string(k + 1) + " of " + at;
+        parts.push_back({TextValue(e.Get("FKey")), IntValue(e.Get("FInterID"), Where("FInterID", in)),
+                         IntValue(e.Get("FEntryID"), Where("FEntryID", in)),
+                         IntValue(e.Get("FItemID"), Where("FItemID", in)),
+                         RoundDecimal(NumberValue(e.Get("FPushQty"), Where("FPushQty", in)))});
+      }
+    }
+    lines.push_back(std::move(l));
+  }
+}
+
+// The purchase unit: the item's order unit, else the line's own unit; a
+// line in another unit gives quantity and price in it to every line of
+// its material (the first such line, where the unit's coefficient is not 0).
+void PurchaseUnits(db::Connection& c, std::vector<PushLine>& lines) {
+  std::set<int32_t> items;
+  for (const auto& l : lines) items.insert(l.item_id);
+  std::map<int32_t, int32_t> order_unit;
+  db::QueryIn(c, std::vector<int32_t>(items.begin(), items.end()),
+              "select FItemID, FOrderUnitID from t_ICItem where FItemID in (%IDS%)",
+              [&](Row& r) { order_unit.emplace(r[0].ToLong(), r[1].IsNull() ? 0 : r[1].ToLong()); });
+  std::set<int32_t> units;
+  for (auto& l : lines) {
+    if (auto u = order_unit.find(l.item_id); u != order_unit.end()) l.aux_unit_id = u->second;
+    if (l.aux_unit_id == 0) l.aux_unit_id = l.unit_id;
+    if (l.aux_unit_id == l.unit_id) {
+      l.aux_qty = l.qty;
+      l.aux_price = l.price;
+    } else {
+      units.insert(l.aux_unit_id);
+    }
+  }
+  std::map<int32_t, double> coefficient;  // by t_MeasureUnit.FItemID, the first non-zero
+  db::QueryIn(c, std::vector<int32_t>(units.begin(), units.end()),
+              "select FItemID, FCoefficient from t_MeasureUnit where FItemID in (%IDS%)"
+              " and FCoefficient <> 0 order by FMeasureUnitID",
+              [&](Row& r) { coefficient.emplace(r[0].ToLong(), r[1].ToDouble()); });
+  for (auto& l : lines) {
+    for (const auto& other : lines) {
+      if (other.item_id != l.item_id || other.aux_unit_id == other.unit_id) continue;
+      auto u = coefficient.find(other.aux_unit_id);
+      if (u == coefficient.end()) continue;
+      l.aux_qty = RoundDecimal(other.qty / u->second);
+      l.aux_price = RoundDecimal(other.price * u->second);
+      break;
+    }
+  }
+}
+
+// Fills the user-defined fields of the new order that the bill template
+// "P02" relates to base data: a relation "x,col,table2,key2,col2,table3,
+// key3,value" copies table3.value where key3 equals table2.col2 of the
+// row whose key2 is the order's col. Every name is checked before use.
+void CopyTemplateRelations(db::Connection& c, int32_t order_id) {
+  const char* filter =
+      " where FID = 'P02' and FDefaultCtl = 0 and FCtlType = 30 and FNeedSave = 1"
+      " and FRelationID <> '' and FAction like '%A3%'";
+  for (const char* table : {"ICTemplate", "ICTemplateEntry"}) {
+    const bool lines = std::string(table) == "ICTemplateEntry";
+    std::vector<std::pair<std::string, std::string>> relations;
+    c.QueryRows(std::string("select FFieldName, FRelationID from ") + table + filter, {},
+                [&](Row& r) { relations.emplace_back(TextValue(r[0]), TextValue(r[1])); });
+    for (const auto& [field, relation] : relations) {
+      std::vector<std::string> parts;
+      std::string rest = relation;
+      while (!rest.empty()) parts.push_back(SplitFirst(rest, ","));
+      if (parts.size() <= 1) continue;
+      if (parts.size() < 8) {
+        ThrowInvalid(std::string(table) + " relation \"" + relation + "\" of field " + field +
+                     " names fewer than the seven parts a relation needs");
+      }
+      const std::string what = std::string("a name in the ") + table + " relation of " + field;
+      db::CheckIdentifier(field, what);
+      for (size_t k = 1; k <= 7; ++k) db::CheckIdentifier(parts[k], what);
+      const std::string target = lines ? "POOrderEntry" : "POOrder";
+      const std::string own =
+          lines ? "(select e." + parts[1] +
+                      " from POOrderEntry e where e.FInterID = POOrderEntry.FInterID"
+                      " and e.FEntryID = POOrderEntry.FEntryID)"
+                : "(select " + parts[1] + " from POOrder where FInterID = " +
+                      std::to_string(order_id) + ")";
+      c.Execute("update " + target + " set " + field + " = (select coalesce(" + parts[7] +
+                    ", '') from " + parts[5] + " where " + parts[6] + " = (select " + parts[4] +
+                    " from " + parts[2] + " where " + parts[3] + " = " + own +
+                    ")) where FInterID = ?",
+                {order_id});
+    }
+  }
+}
+
+}  // namespace
+
+VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& vctListData,
+                                       int32_t BillerID, std::string& StrOutInterids,
+                                       const Date& SysDate) {
+  return Run(dsn, [&](db::Connection& c) -> VectorPtr {
+    const Variant base = c.QueryValue("select FValue from t_SystemProfile where FKey = 'FBWB'");
+    const int32_t currency =
+        base.IsEmpty() ? 1 : static_cast<int32_t>(Variant(TextValue(base)).ToValue());
+    const int scale = BaseCurrencyScale(c);
+    int32_t style = kDefaultPurchaseStyle;
+    std::string style_name = host_.ini ? host_.ini->Get("frmBill", "DefaultCGStyle") : "";
+    std::transform(style_name.begin(), style_name.end(), style_name.begin(),
+                   [](unsigned char ch) { return static_cast<char>(std::toupper(ch)); });
+    if (!style_name.empty()) {
+      const Variant found = c.QueryValue(
+          "select FInterID from t_SubMessage where FTypeID = ? and FID = ?",
+          {kPurchaseStyleType, style_name});
+      if (!found.IsEmpty() && !found.IsNull()) style = found.ToLong();
+    }
+
+    std::vector<PushLine> lines;
+    std::vector<PlanPart> parts;
+    ReadPushLines(vctListData, lines, parts);
+    std::set<int32_t> suppliers;
+    for (const auto& l : lines) suppliers.insert(l.supply_id);
+    if (suppliers.empty()) {
+      throw Error(ErrorCategory::kInvalidInput, "no purchase line to push: vctListData is empty", -1);
+    }
+    PurchaseUnits(c, lines);
+    std::map<int32_t, std::pair<int32_t, int32_t>> staff;  // supplier -> employee, department
+    db::QueryIn(c, std::vector<int32_t>(suppliers.begin(), suppliers.end()),
+                "select FItemID, FEmployee, FDepartment from t_Supplier where FItemID in (%IDS%)",
+                [&](Row& r) {
+                  staff.try_emplace(r[0].ToLong(), static_cast<int32_t>(r[1].ToValue()),
+                                    static_cast<int32_t>(r[2].ToValue()));
+                });
+
+    const Date order_date = QuotedDateValue(Variant(SysDate), "SysDate");
+    auto header = c.Prepare(
+        "insert into POOrder (FBrNo, FTranType, FInterID, FBillNo, FSupplyID, FDate, FCurrencyID,"
+        " FExchangeRate, FBillerID, FCancellation, FPOStyle, FAreaPs, FSettleDate, FEmpID,"
+        " FDeptID, FMangerID, FRelateBrID, FBrID, FPOOrdBillNo)"
+        " values ('0', 71, ?, ?, ?, ?, ?, 1, ?, 0, ?, 20302, ?, ?, ?, 0, 0, 0, '')");
+    auto entry = c.Prepare(
+        "insert into POOrderEntry (FBrNo, FInterID, FEntryID, FItemID, FDate, FAuxPropID, FUnitID,"
+        " FStockQty, FAuxStockQty, FQty, FAuxQty, FAuxTaxPrice, FTaxPrice, FCess, FTaxRate,"
+        " FPrice, FAuxPrice, FAmount, FPriceDiscount, FAuxPriceDiscount, FDescount, FAllAmount,"
+        " FNote, FPurchasePlanBillNo, FPurchasePlanKey, FTaxAmount)"
+        " values ('0', ?, ?, ?, ?, ?, ?, 0, 0, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    auto link = c.Prepare(
+        "insert into PurchasePlanOrder (FInterID, FItemID, FPurchasePlanKey, FPurchasePlanInterID,"
+        " FPurchasePlanEntryID, FQty) values (?, ?, ?, ?, ?, ?)");
+    std::vector<int32_t> made;
+    for (int32_t supplier : suppliers) {
+      const std::string bill_no = host_.numbering->NewBillNumber(c, "71", Date::Now());
+      const int32_t order = host_.numbering->NextInteriorId(c, "POOrder");
+      made.push_back(order);
+      const auto people = staff.count(supplier) ? staff[supplier] : std::pair<int32_t, int32_t>{0, 0};
+      header->Execute({order, bill_no, supplier, order_date, currency, BillerID, style, order_date,
+                       people.first, people.second});
+      int32_t e = 0;
+      for (const PushLine& l : lines) {
+        if (l.supply_id != supplier) continue;
+        const double keep = 1 - l.discount_rate / 100, gross = 1 + l.tax_rate / 100;
+        const double amount = RoundDecimal(RoundDecimal(l.price * l.qty * keep / gross, scale), 4);
+        const double all_amount = RoundDecimal(RoundDecimal(l.price * keep * l.qty, scale), 4);
+        entry->Execute({order, ++e, l.item_id, l.date, l.aux_prop_id, l.aux_unit_id, l.qty, l.aux_qty,
+                        l.aux_price, l.price, l.tax_rate, l.discount_rate,
+                        RoundDecimal(l.price / gross), RoundDecimal(l.aux_price / gross), amount,
+                        RoundDecimal(l.price * keep), RoundDecimal(l.aux_price * keep),
+                        RoundDecimal(RoundDecimal(l.price * l.discount_rate * l.qty / 100, scale), 4),
+                        all_amount, l.note, l.plan_numbers, l.key,
+                        RoundDecimal(all_amount - amount, 4)});
+        for (const PlanPart& p : parts) {
+          if (p.key == l.key) {
+            link->Execute({order, p.item_id, p.key, p.plan_inter_id, p.plan_entry_id, p.qty});
+          }
+        }
+      }
+      CopyTemplateRelations(c, order);
+    }
+
+    // The plan lines take what was pushed; every fully purchased line of
+    // every plan is closed.
+    std::map<std::pair<int32_t, int32_t>, double> pushed;
+    for (const PlanPart& p : parts) pushed[{p.plan_inter_id, p.plan_entry_id}] += p.qty;
+    auto progress = c.Prepare(
+        "update PurchasePlanEntry set FPushQty = 0, FPurchaseFinishQty = FPurchaseFinishQty + ?"
+        " where FInterID = ? and FEntryID = ?");
+    for (const auto& [plan_line, qty] : pushed) {
+      progress->Execute({RoundDecimal(qty), plan_line.first, plan_line.second});
+    }
+    c.Execute("update PurchasePlanEntry set FClosed = 1 where FPurchaseFinishQty >= FQty");
+
+    StrOutInterids = db::JoinIds(made);
+    auto out = Vector::Create();
+    const KeyList keys = MakeKeyList({"FSupplyName", "FBillNO", "FInterID", "FDate"});
+    db::QueryIn(c, made,
+                "select S.FName, P.FBillNo, P.FInterID, P.FDate from POOrder P"
+                " inner join t_Supplier S on P.FSupplyID = S.FItemID"
+                " where P.FInterID in (%IDS%) order by P.FInterID",
+                [&](Row& r) {
+                  auto row = Dictionary::Create(keys);
+                  for (size_t i = 0; i < r.size(); ++i) row->SetAt(i, std::move(r[i]));
+                  out->Add(row);
+                });
+    return out;
+  });
+}
+
+}  // namespace mrpcalc

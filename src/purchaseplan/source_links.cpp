@@ -1,0 +1,264 @@
+// Source documents of purchase plans.
+#include "purchaseplan/source_links.h"
+
+#include <set>
+
+#include "record/column_value.h"
+#include "record/error.h"
+#include "record/text.h"
+
+namespace mrpcalc::plan {
+namespace {
+
+using Row = std::vector<Variant>;
+using OptNum = std::optional<double>;
+using OptText = std::optional<std::string>;
+
+OptNum Num(const Variant& v) { return v.IsNull() || v.IsEmpty() ? OptNum() : OptNum(v.ToDouble()); }
+OptText Text(const Variant& v) { return v.IsNull() ? OptText() : OptText(TextValue(v)); }
+
+// A source row as the statements see it.
+struct Source {
+  std::string bill_no;
+  bool unit_known = false;  // its FUnitID is in t_MeasureUnit
+  OptNum coefficient;
+  OptNum finished, base_finished;
+  OptText list;
+  bool dirty = false;
+
+  // The base quantity in the source's own unit: a coefficient of 0 counts as 1.
+  OptNum PerUnit(double qty) const {
+    if (!coefficient) return std::nullopt;
+    return qty / (*coefficient == 0 ? 1 : *coefficient);
+  }
+};
+
+OptNum Plus(const OptNum& a, const OptNum& b, Sign sign) {
+  if (!a || !b) return std::nullopt;
+  return RoundDecimal(sign == Sign::kAdd ? *a + *b : *a - *b);
+}
+
+class Sources {
+ public:
+  // Tasks by bill number or interior id; sales-order lines by interior id.
+  void Load(db::Connection& c, const std::vector<SourceLine>& lines) {
+    std::set<std::string> bills[2];
+    std::set<int32_t> ids[2], orders;
+    for (const auto& l : lines) {
+      if (l.type == kProductionTask || l.type == kOutsourcingTask) {
+        const int t = l.type == kProductionTask ? 0 : 1;
+        bills[t].insert(l.bill_no);
+        ids[t].insert(l.inter_id);
+      } else if (l.type == kSalesOrder) {
+        orders.insert(l.inter_id);
+      }
+    }
+    const char* tables[] = {"ICMO", "ICOutMO"};
+    for (int t = 0; t < 2; ++t) {
+      const std::string select =
+          std::string("select v.FInterID, v.FBillNo, t_M.FMeasureUnitID, t_M.FCoefficient,"
+                      " v.FStockFinishQty, v.FPurchasePlanBillNo from ") +
+          tables[t] + " v left join t_MeasureUnit t_M on t_M.FMeasureUnitID = v.FUnitID";
+      auto take = [&, t](Row& r) {
+        Source s{TextValue(r[1]), !r[2].IsNull(), Num(r[3]), Num(r[4]), std::nullopt, Text(r[5])};
+        tasks_[t].try_emplace(r[0].ToLong(), std::move(s));
+      };
+      db::QueryIn(c, std::vector<std::string>(bills[t].begin(), bills[t].end()),
+                  select + " where v.FBillNo in (%IDS%)", take);
+      db::QueryIn(c, std::vector<int32_t>(ids[t].begin(), ids[t].end()),
+                  select + " where v.FInterID in (%IDS%)", take);
+    }
+    db::QueryIn(c, std::vector<int32_t>(orders.begin(), orders.end()),
+                "select v.FInterID, v.FEntryID, t_M.FMeasureUnitID, t_M.FCoefficient,"
+                " v.FStockFinishQty, v.FBaseUnitStockFinishQty, v.FPurchasePlanBillNo"
+                " from SEOrderEntry v left join t_MeasureUnit t_M on t_M.FMeasureUnitID = v.FUnitID"
+                " where v.FInterID in (%IDS%)",
+                [&](Row& r) {
+                  Source s{{}, !r[2].IsNull(), Num(r[3]), Num(r[4]), Num(r[5]), Text(r[6])};
+                  sales_.try_emplace({r[0].ToLong(), r[1].ToLong()}, std::move(s));
+                });
+  }
+
+  // The task rows of a type whose bill number, or interior id, is given.
+  template <class F>
+  void TasksByBill(int32_t type, const std::string& bill, F&& f) {
+    for (auto& [id, s] : tasks_[type == kProductionTask ? 0 : 1])
+      if (s.bill_no == bill) f(s);
+  }
+  template <class F>
+  void TaskById(int32_t type, int32_t id, F&& f) {
+    auto& map = tasks_[type == kProductionTask ? 0 : 1];
+    if (auto it = map.find(id); it != map.end()) f(it->second);
+  }
+  template <class F>
+  void SalesLine(int32_t inter_id, int32_t entry_id, F&& f) {
+    if (auto it = sales_.find({inter_id, entry_id}); it != sales_.end()) f(it->second);
+  }
+
+  // Empties every task list that holds the legacy "0".
+  void ClearLegacyZeros(int t) {
+    for (auto& [id, s] : tasks_[t]) {
+      if (s.list && *s.list == "0") {
+        s.list = "";
+        s.dirty = true;
+      }
+    }
+  }
+
+  void Write(db::Connection& c) {
+    const char* tables[] = {"ICMO", "ICOutMO"};
+    for (int t = 0; t < 2; ++t) {
+      auto update = c.Prepare(std::string("update ") + tables[t] +
+                              " set FStockFinishQty = ?, FPurchasePlanBillNo = ? where FInterID = ?");
+      for (const auto& [id, s] : tasks_[t]) {
+        if (s.dirty) update->Execute({Cell(s.finished), Cell(s.list), id});
+      }
+    }
+    auto update = c.Prepare(
+        "update SEOrderEntry set FStockFinishQty = ?, FBaseUnitStockFinishQty = ?,"
+        " FPurchasePlanBillNo = ? where FInterID = ? and FEntryID = ?");
+    for (const auto& [key, s] : sales_) {
+      if (s.dirty) {
+        update->Execute(
+            {Cell(s.finished), Cell(s.base_finished), Cell(s.list), key.first, key.second});
+      }
+    }
+  }
+
+ private:
+  static Variant Cell(const OptNum& v) { return v ? Variant(*v) : Variant::Null(); }
+  static Variant Cell(const OptText& v) { return v ? Variant(*v) : Variant::Null(); }
+
+  std::map<int32_t, Source> tasks_[2];
+  std::map<std::pair<int32_t, int32_t>, Source> sales_;
+};
+
+void Complete(Source& s, const SourceLine& l, Sign sign) {
+  if (!s.unit_known) return;
+  s.finished = Plus(s.finished, s.PerUnit(l.qty), sign);
+  if (l.type == kSalesOrder) s.base_finished = Plus(s.base_finished, l.qty, sign);
+  s.dirty = true;
+}
+
+void Add(Source& s, const std::string& plan_no) {
+  if (!s.list || s.list->find(plan_no) != std::string::npos) return;
+  s.list = AddPlanNumber(*s.list, plan_no);
+  s.dirty = true;
+}
+
+// The three removal statements, one at a time.
+void CutNumber(Source& s, const std::string& plan_no) {
+  if (!s.list) return;
+  s.list = ReplaceAll(ReplaceAll(*s.list, plan_no, ""), ",,", ",");
+  s.dirty = true;
+}
+void CutLeadingComma(Source& s) {
+  if (!s.list) return;
+  s.list = ReplaceAll("," + *s.list, ",,", "");
+  s.dirty = true;
+}
+void ClearWhenUncovered(Source& s) {
+  if (!s.finished || *s.finished != 0) return;
+  s.list = "";
+  s.dirty = true;
+}
+
+}  // namespace
+
+std::string AddPlanNumber(const std::string& list, const std::string& plan_no) {
+  if (list.find(plan_no) != std::string::npos) return list;
+  return list.empty() ? plan_no : list + "," + plan_no;
+}
+
+std::string RemovePlanNumber(const std::string& list, const std::string& plan_no) {
+  const std::string cut = ReplaceAll(ReplaceAll(list, plan_no, ""), ",,", ",");
+  return ReplaceAll("," + cut, ",,", "");
+}
+
+std::vector<SourceLine> ReadSourceLines(const VectorPtr& rows, const char* what) {
+  std::vector<SourceLine> out;
+  if (!rows) return out;
+  for (size_t i = 0; i < rows->rows().size(); ++i) {
+    const Dictionary& row = *rows->rows()[i];
+    const std::string where = std::string(what) + " row " + std::to_string(i + 1);
+    SourceLine l;
+    l.type = IntValue(row.Get("Ftrantype"), "\"Ftrantype\" of " + where);
+    l.bill_no = TextValue(row.Get("FBillNo"));
+    l.qty = RoundDecimal(NumberValue(row.Get("FQty"), "\"FQty\" of " + where));
+    if (l.type == kSalesOrder) {
+      l.inter_id = IntValue(row.Get("FInterID"), "\"FInterID\" of " + where);
+      l.entry_id = IntValue(row.Get("FEntryID"), "\"FEntryID\" of " + where);
+    } else {
+      // A task's interior id keys only the removal of a plan number.
+      try {
+        l.inter_id = QuotedIntValue(row.Get("FInterID"), "FInterID");
+      } catch (const Error&) {
+        l.inter_id = 0;
+      }
+    }
+    out.push_back(std::move(l));
+  }
+  return out;
+}
+
+void ApplySourceLinks(db::Connection& c,
+                      const std::vector<std::pair<std::vector<SourceLine>, std::string>>& plans,
+                      Sign sign) {
+  std::vector<SourceLine> all;
+  bool tasks[2] = {false, false};
+  for (const auto& [lines, no] : plans) {
+    for (const auto& l : lines) {
+      all.push_back(l);
+      tasks[0] = tasks[0] || l.type == kProductionTask;
+      tasks[1] = tasks[1] || l.type == kOutsourcingTask;
+    }
+  }
+  Sources sources;
+  sources.Load(c, all);
+  // An add first empties every task list that holds the legacy "0", in
+  // the whole table.
+  const char* tables[] = {"ICMO", "ICOutMO"};
+  for (int t = 0; t < 2; ++t) {
+    if (sign == Sign::kAdd && tasks[t]) {
+      c.Execute(std::string("update ") + tables[t] +
+                " set FPurchasePlanBillNo = '' where FPurchasePlanBillNo = '0'");
+      sources.ClearLegacyZeros(t);
+    }
+  }
+  for (const auto& [lines, p] : plans) {
+    for (const SourceLine& l : lines) {
+      const std::string& plan_no = p;
+      if (l.type == kSalesOrder) {
+        sources.SalesLine(l.inter_id, l.entry_id, [&](Source& s) {
+          Complete(s, l, sign);
+          if (sign == Sign::kAdd) {
+            Add(s, plan_no);
+          } else {
+            CutNumber(s, plan_no);
+            CutLeadingComma(s);
+            ClearWhenUncovered(s);
+          }
+        });
+      } else if (l.type == kProductionTask || l.type == kOutsourcingTask) {
+        sources.TasksByBill(l.type, l.bill_no, [&](Source& s) { Complete(s, l, sign); });
+        if (sign == Sign::kAdd) {
+          sources.TasksByBill(l.type, l.bill_no, [&](Source& s) { Add(s, plan_no); });
+        } else if (l.type == kProductionTask) {
+          sources.TaskById(l.type, l.inter_id, [&](Source& s) {
+            CutNumber(s, plan_no);
+            CutLeadingComma(s);
+            ClearWhenUncovered(s);
+          });
+        } else {
+          // Outsourcing orders: by bill number, interior id, bill number.
+          sources.TasksByBill(l.type, l.bill_no, [&](Source& s) { CutNumber(s, plan_no); });
+          sources.TaskById(l.type, l.inter_id, [&](Source& s) { CutLeadingComma(s); });
+          sources.TasksByBill(l.type, l.bill_no, [&](Source& s) { ClearWhenUncovered(s); });
+        }
+      }
+    }
+  }
+  sources.Write(c);
+}
+
+}  // namespace mrpcalc::plan
