@@ -208,6 +208,38 @@ TEST_F(Command, BuyersPathFromDemandToOrders) {
   EXPECT_NE(r.status, 0);
 }
 
+// The plan stage through the commands: save, list, push, close, delete refused.
+TEST_F(Command, PlanStageFromSaveToARefusedDeletion) {
+  const std::string db = " --dsn '" + dsn_ + "'";
+  const std::string report = (dir_ / "report.json").string();
+  ASSERT_EQ(Cli("mrp" + db + " --now-stock --save-stock --moving --produc --warehouses 11,12,20"
+                " --form 1 --format json > " + report).status, 0);
+  Outcome r = Cli("plan save" + db + " --user 16 --report " + report +
+                  " --supplier 3.04=S002 --supplier 3.06=S001 --supplier 3.08=S001 --bills WORK000001");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("saved purchase plan CJ"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("3.07 has no supplier"), std::string::npos) << r.out;
+  EXPECT_EQ(r.out.find("2.01 has no supplier"), std::string::npos) << r.out;  // made, not bought
+  r = Cli("plan list" + db + " --format json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  const Json lines = Json::parse(r.out);
+  ASSERT_EQ(lines.size(), 5u);
+  EXPECT_EQ(lines[0].at("FSourceNo"), "WORK000001");
+  r = Cli("plan push" + db + " --lines 1000_1,1000_2 --date 2026-11-22 --format json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(Json::parse(r.out).size(), 2u);  // two suppliers
+  r = Cli("plan close" + db + " --lines 1000_5,1000_5 --format json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(Json::parse(r.out)[1].at("Succeed"), 0);
+  r = Cli("plan list" + db + " --open --format json");
+  EXPECT_EQ(Json::parse(r.out).size(), 2u) << r.out;  // pushed lines closed, one by hand
+  r = Cli("plan delete" + db + " --plans " + lines[0].at("FBillNo").get<std::string>());
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("该采购计划单已与采购订单"), std::string::npos) << r.out;
+  r = Cli("plan close" + db + " --lines 1000-1");
+  EXPECT_NE(r.status, 0);
+}
+
 TEST_F(Command, RefusalsExitNonZeroAndSayWhy) {
   // Tables exist: init leaves them alone without --replace.
   Outcome r = Cli("init --dsn '" + dsn_ + "'");

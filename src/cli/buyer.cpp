@@ -150,34 +150,38 @@ int RunDemand(const Host& host, const DemandOptions& o) {
   return 0;
 }
 
-int RunConfirm(const Host& host, const ConfirmOptions& o) {
+VectorPtr LinesToBuy(const VectorPtr& report, const std::vector<std::string>& supplier_pairs) {
   std::map<std::string, std::string> overrides;
-  for (const auto& pair : o.suppliers) {
+  for (const auto& pair : supplier_pairs) {
     const size_t eq = pair.find('=');
     if (eq == std::string::npos || eq == 0 || eq + 1 == pair.size()) {
       ThrowInvalid("--supplier takes ITEMNUMBER=SUPPLIERCODE, not \"" + pair + "\"");
     }
     overrides[pair.substr(0, eq)] = pair.substr(eq + 1);
   }
-  const VectorPtr report = ReadRowsFile(o.report);
   auto chosen = Vector::Create();
-  std::vector<std::string> skipped;
   for (const auto& row : report->rows()) {
     if (row->Get("FQty").IsNull() || row->Get("FQty").ToDouble() <= 0) continue;
+    // Assembled and self-made materials are made here, not bought.
+    const Variant made = row->Get("FItemPropID");
+    if (!made.IsNull() && (made.ToValue() == 2 || made.ToValue() == 3)) continue;
     const Variant supplier = Supplier(overrides, *row);
     if (supplier.IsNull() || supplier.ToText().empty()) {
-      skipped.push_back(row->Get("FItemNumber").ToText());
+      const std::string item = row->Get("FItemNumber").ToText();
+      std::cerr << "mrpcalc: " << item << " has no supplier; give --supplier " << item
+                << "=CODE to buy it\n";
       continue;
     }
     auto line = std::make_shared<Dictionary>(*row);
     line->Set("FSupplyNumber", supplier);
     chosen->Add(line);
   }
-  for (const auto& item : skipped) {
-    std::cerr << "mrpcalc: " << item << " has no supplier; give --supplier " << item
-              << "=CODE to confirm it\n";
-  }
   if (chosen->Count() == 0) ThrowInvalid("no report line with a quantity to buy and a supplier");
+  return chosen;
+}
+
+int RunConfirm(const Host& host, const ConfirmOptions& o) {
+  const VectorPtr chosen = LinesToBuy(ReadRowsFile(o.report), o.suppliers);
   MrpDataServer server(host);
   PrintRows(server.GetMrpConfirmData(o.dsn, chosen), o.format, kPurchaseLineColumns);
   return 0;
@@ -302,25 +306,14 @@ int RunScopeSet(const Host& host, const ScopeOptions& o) {
   return RunScopeShow(host, o);
 }
 
+const std::vector<std::string> kDemoSuppliers = {"3.01=S001", "3.02=S002", "3.03=S004",
+                                                 "3.04=S002", "3.05=S004", "3.06=S001",
+                                                 "3.08=S001"};
+
 void RunDemoPurchasing(const Host& host, const std::string& dsn, const VectorPtr& report) {
   // The demo's buyer orders the purchased materials the report suggests,
-  // from these suppliers.
-  const std::map<std::string, std::string> suppliers = {
-      {"3.01", "S001"}, {"3.02", "S002"}, {"3.03", "S004"}, {"3.04", "S002"},
-      {"3.05", "S004"}, {"3.06", "S001"}, {"3.08", "S001"}};
-  auto chosen = Vector::Create();
-  for (const auto& row : report->rows()) {
-    if (row->Get("FQty").IsNull() || row->Get("FQty").ToDouble() <= 0) continue;
-    auto it = suppliers.find(row->Get("FItemNumber").ToText());
-    if (it == suppliers.end()) continue;
-    auto line = std::make_shared<Dictionary>(*row);
-    line->Set("FSupplyNumber", it->second);
-    chosen->Add(line);
-  }
-  if (chosen->Count() == 0) {
-    fmt::print("\nNothing to buy.\n");
-    return;
-  }
+  // from the demo's suppliers; the packing boxes have none and stay out.
+  const VectorPtr chosen = LinesToBuy(report, kDemoSuppliers);
   MrpDataServer server(host);
   fmt::print("\nConfirmed purchase lines, priced (GetMrpConfirmData):\n\n");
   const VectorPtr lines = server.GetMrpConfirmData(dsn, chosen);

@@ -24,6 +24,14 @@ void PrintRows(const VectorPtr& rows, const std::string& format, const std::vect
 // Reads a JSON array of row objects (what --format json prints).
 VectorPtr ReadRowsFile(const std::string& path);
 
+// The report rows with a quantity to buy (assembled and self-made
+// materials left out) and a supplier: the report's, or
+// the one "ITEMNUMBER=SUPPLIERCODE" names. Rows without one are named on
+// standard error; none at all is an error.
+VectorPtr LinesToBuy(const VectorPtr& report, const std::vector<std::string>& supplier_pairs);
+// The suppliers the demo's buyer orders from.
+extern const std::vector<std::string> kDemoSuppliers;
+
 struct DemandOptions {
   std::string dsn;
   std::vector<std::string> bills;  // empty: every open line

@@ -20,6 +20,7 @@
 #include <sstream>
 
 #include "cli/buyer.h"
+#include "cli/plans.h"
 #include "component/registry.h"
 #include "db/connection.h"
 #include "mrp/mrp_data_info.h"
@@ -341,7 +342,9 @@ int RunDemo(const std::string& dsn) {
       "against stock in warehouses {}, safety stock, open purchases and issues:\n\n",
       o.warehouses);
   const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
-  cli::RunDemoPurchasing(host, dsn, RunMrp(o, host));
+  const VectorPtr report = RunMrp(o, host);
+  cli::RunDemoPurchasing(host, dsn, report);
+  cli::RunDemoPlans(host, dsn, report);
   return 0;
 }
 
@@ -590,6 +593,41 @@ int main(int argc, char** argv) {
       ->required();
   scope_set->add_flag("--virtual", scope.with_virtual, "add the virtual warehouses");
 
+  cli::PlanOptions plan;
+  auto* plan_cmd = app.add_subcommand("plan", "purchase plans: save, list, push, close, reopen, delete");
+  plan_cmd->require_subcommand(1);
+  auto* plan_save = plan_cmd->add_subcommand("save", "save an MRP result as a plan (UpdatePurchasePlan)");
+  auto* plan_list = plan_cmd->add_subcommand("list", "plan lines with the report's filters (GetRptData)");
+  auto* plan_push = plan_cmd->add_subcommand("push", "push plan lines into purchase orders (PushBill)");
+  auto* plan_close = plan_cmd->add_subcommand("close", "close plan lines by hand (ClosePurchasePlan)");
+  auto* plan_reopen = plan_cmd->add_subcommand("reopen", "reopen lines closed by hand (UnClosePurchasePlan)");
+  auto* plan_delete = plan_cmd->add_subcommand("delete", "delete plans (DeletePurchasePlan)");
+  for (auto* sub : {plan_save, plan_list, plan_push, plan_close, plan_reopen, plan_delete}) {
+    sub->add_option("--dsn", plan.dsn, "the database")->required();
+    sub->add_option("--user", plan.user, "the user id (saves, rights, the buyer of pushed orders)")
+        ->capture_default_str();
+    sub->add_option("--format", plan.format, "table, csv or json")->check(formats);
+  }
+  plan_save->add_option("--report", plan.report, "a report file from `mrp --format json`")->required();
+  plan_save->add_option("--supplier", plan.suppliers, "ITEMNUMBER=SUPPLIERCODE");
+  plan_save->add_option("--bills", plan.bills, "the source documents (default: every open one)")
+      ->delimiter(',');
+  plan_list->add_option("--plan", plan.bill_no, "one plan's number; the filters are then ignored");
+  plan_list->add_option("--from", plan.from, "plans dated from YYYY-MM-DD");
+  plan_list->add_option("--to", plan.to, "plans dated up to YYYY-MM-DD");
+  plan_list->add_option("--first-item", plan.first_item, "item codes from");
+  plan_list->add_option("--last-item", plan.last_item, "item codes up to");
+  plan_list->add_option("--first-plan", plan.first_bill, "plan numbers from");
+  plan_list->add_option("--last-plan", plan.last_bill, "plan numbers up to");
+  plan_list->add_flag("--open", plan.open_only, "open lines only");
+  for (auto* sub : {plan_push, plan_close, plan_reopen}) {
+    sub->add_option("--lines", plan.lines, "plan lines as PLAN_LINE, e.g. 1000_1,1000_2")
+        ->delimiter(',')
+        ->required();
+  }
+  plan_push->add_option("--date", plan.date, "order date, YYYY-MM-DD (default: today)");
+  plan_delete->add_option("--plans", plan.plans, "plan numbers")->delimiter(',')->required();
+
   std::string bench_dsn;
   double scale = 1.0;
   int repeat = 3;
@@ -624,7 +662,7 @@ int main(int argc, char** argv) {
       return 1;
     }
   }
-  if (*demand_cmd || *confirm_cmd || *credit_cmd || *orders_cmd || *scope_cmd) {
+  if (*demand_cmd || *confirm_cmd || *credit_cmd || *orders_cmd || *scope_cmd || *plan_cmd) {
     try {
       const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
       if (*demand_cmd) return cli::RunDemand(host, demand);
@@ -634,6 +672,11 @@ int main(int argc, char** argv) {
         return cli::RunMakeOrders(host, buy_dsn, lines_file, biller, orders_date, orders_format);
       if (*orders_list) return cli::RunListOrders(host, buy_dsn, order_ids, orders_format);
       if (*scope_show) return cli::RunScopeShow(host, scope);
+      if (*plan_save) return cli::RunPlanSave(host, plan);
+      if (*plan_list) return cli::RunPlanList(host, plan);
+      if (*plan_push) return cli::RunPlanPush(host, plan);
+      if (*plan_close || *plan_reopen) return cli::RunPlanClose(host, plan, plan_reopen->parsed());
+      if (*plan_delete) return cli::RunPlanDelete(host, plan);
       return cli::RunScopeSet(host, scope);
     } catch (const std::exception& e) {
       std::cerr << "mrpcalc: " << e.what() << "\n";
