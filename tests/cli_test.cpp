@@ -212,10 +212,15 @@ TEST_F(Command, BuyersPathFromDemandToOrders) {
 TEST_F(Command, PlanStageFromSaveToARefusedDeletion) {
   const std::string db = " --dsn '" + dsn_ + "'";
   const std::string report = (dir_ / "report.json").string();
-  ASSERT_EQ(Cli("mrp" + db + " --now-stock --save-stock --moving --produc --warehouses 11,12,20"
-                " --form 1 --format json > " + report).status, 0);
-  Outcome r = Cli("plan save" + db + " --user 16 --report " + report +
-                  " --supplier 3.04=S002 --supplier 3.06=S001 --supplier 3.08=S001 --bills WORK000001");
+  ASSERT_EQ(Cli("mrp" + db +
+                " --now-stock --save-stock --moving --produc --warehouses 11,12,20"
+                " --form 1 --format json > " +
+                report)
+                .status,
+            0);
+  Outcome r =
+      Cli("plan save" + db + " --user 16 --report " + report +
+          " --supplier 3.04=S002 --supplier 3.06=S001 --supplier 3.08=S001 --bills WORK000001");
   ASSERT_EQ(r.status, 0) << r.out;
   EXPECT_NE(r.out.find("saved purchase plan CJ"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("3.07 has no supplier"), std::string::npos) << r.out;

@@ -25,11 +25,21 @@ VectorPtr Rows(std::initializer_list<DictionaryPtr> rows) {
   return v;
 }
 
-DictionaryPtr PlanLine(int item, const char* supplier, double qty, int unit, const char* memo = "") {
-  return Row({{"FBomItemID", item}, {"FItemNumber", ""}, {"FItemName", ""}, {"FItemModel", ""},
-              {"FAuxPropID", 0}, {"FAuxProp", ""}, {"FSupplyNumber", supplier},
-              {"FSupplyName", ""}, {"FUnitID", unit}, {"FUnitName", ""}, {"FQty", qty},
-              {"FMemo", memo}, {"FDate", "2026-12-01"}});
+DictionaryPtr PlanLine(int item, const char* supplier, double qty, int unit,
+                       const char* memo = "") {
+  return Row({{"FBomItemID", item},
+              {"FItemNumber", ""},
+              {"FItemName", ""},
+              {"FItemModel", ""},
+              {"FAuxPropID", 0},
+              {"FAuxProp", ""},
+              {"FSupplyNumber", supplier},
+              {"FSupplyName", ""},
+              {"FUnitID", unit},
+              {"FUnitName", ""},
+              {"FQty", qty},
+              {"FMemo", memo},
+              {"FDate", "2026-12-01"}});
 }
 
 DictionaryPtr Task(int type, const char* bill, int inter_id, double qty) {
@@ -37,8 +47,11 @@ DictionaryPtr Task(int type, const char* bill, int inter_id, double qty) {
 }
 
 DictionaryPtr SalesLine(int inter_id, int entry_id, double qty) {
-  return Row({{"Ftrantype", 81}, {"FBillNo", "SEORD"}, {"FInterID", inter_id},
-              {"FEntryID", entry_id}, {"FQty", qty}});
+  return Row({{"Ftrantype", 81},
+              {"FBillNo", "SEORD"},
+              {"FInterID", inter_id},
+              {"FEntryID", entry_id},
+              {"FQty", qty}});
 }
 
 // One order line of a push: the plan parts behind it as (plan, line, qty).
@@ -47,13 +60,29 @@ DictionaryPtr PushLine(const std::string& key, int supplier, int item, double qt
                        int unit = 1) {
   auto entries = Vector::Create();
   for (auto [plan, line, q] : parts) {
-    entries->Add(Row({{"FKey", key}, {"FInterID", plan}, {"FEntryID", line}, {"FItemID", item},
-                      {"FBillNo", "CJ"}, {"FPushQty", q}}));
+    entries->Add(Row({{"FKey", key},
+                      {"FInterID", plan},
+                      {"FEntryID", line},
+                      {"FItemID", item},
+                      {"FBillNo", "CJ"},
+                      {"FPushQty", q}}));
   }
-  return Row({{"FKey", key}, {"FSupplyID", supplier}, {"FItemID", item}, {"FAuxPropID", 0},
-              {"FUnitID", unit}, {"FPushQty", qty}, {"FPrice", price}, {"FDiscountRate", discount},
-              {"FTaxRate", tax}, {"FMemo", "m"}, {"FFinishDate", "2026-12-01"}, {"FBillNo", "CJ"},
-              {"FIsMerge", 0}, {"FStartKey", ""}, {"FEndKey", ""}, {"FMergeSumQty", 0},
+  return Row({{"FKey", key},
+              {"FSupplyID", supplier},
+              {"FItemID", item},
+              {"FAuxPropID", 0},
+              {"FUnitID", unit},
+              {"FPushQty", qty},
+              {"FPrice", price},
+              {"FDiscountRate", discount},
+              {"FTaxRate", tax},
+              {"FMemo", "m"},
+              {"FFinishDate", "2026-12-01"},
+              {"FBillNo", "CJ"},
+              {"FIsMerge", 0},
+              {"FStartKey", ""},
+              {"FEndKey", ""},
+              {"FMergeSumQty", 0},
               {"EntryDataVct", entries}});
 }
 
@@ -94,7 +123,8 @@ class Plans : public DemoDbTest {
   std::string Dump(const std::string& sql) {
     std::string out;
     conn().QueryRows(sql, {}, [&](std::vector<Variant>& r) {
-      for (size_t i = 0; i < r.size(); ++i) out += (i ? "|" : "") + (r[i].IsNull() ? "null" : r[i].ToText());
+      for (size_t i = 0; i < r.size(); ++i)
+        out += (i ? "|" : "") + (r[i].IsNull() ? "null" : r[i].ToText());
       out += "\n";
     });
     return out;
@@ -110,16 +140,17 @@ TEST(PlanNumbers, CommaListsAsTheErpKeepsThem) {
   EXPECT_EQ(plan::AddPlanNumber("P0,P1", "P1"), "P0,P1");
   EXPECT_EQ(plan::AddPlanNumber("P12", "P1"), "P12");  // contained as a substring
   EXPECT_EQ(plan::RemovePlanNumber("A,B", "A"), "B");
-  EXPECT_EQ(plan::RemovePlanNumber("A,B", "B"), ",A,");  // as it stands
+  EXPECT_EQ(plan::RemovePlanNumber("A,B", "B"), ",A,");     // as it stands
   EXPECT_EQ(plan::RemovePlanNumber("A,B,C", "B"), ",A,C");  // gains a leading comma
-  EXPECT_EQ(plan::RemovePlanNumber("A", "A"), ",");  // cleared when nothing is covered
+  EXPECT_EQ(plan::RemovePlanNumber("A", "A"), ",");         // cleared when nothing is covered
 }
 
 TEST_P(Plans, SaveNumbersLinksAndBackReferences) {
   auto u = Update();
   const std::string today = Today();
   const std::string first = u.UpdatePurchasePlan(
-      dsn(), Rows({Task(85, "WORK000001", 1, 10), SalesLine(1, 1, 20), Task(91, "OUT000001", 1, 4)}),
+      dsn(),
+      Rows({Task(85, "WORK000001", 1, 10), SalesLine(1, 1, 20), Task(91, "OUT000001", 1, 4)}),
       Rows({PlanLine(3001, "S001", 150, 3, "it's"), PlanLine(3004, "S002", 3, 1)}), 16);
   EXPECT_EQ(first, "CJ" + today + "001");
   EXPECT_EQ(Value("select FInterID from PurchasePlan"), 1000);
@@ -135,8 +166,12 @@ TEST_P(Plans, SaveNumbersLinksAndBackReferences) {
   EXPECT_EQ(Text("select FPurchasePlanBillNo from ICMO where FInterID = 1"), first);
   EXPECT_EQ(Value("select FStockFinishQty from ICMO where FInterID = 1"), 10);
   EXPECT_EQ(Text("select FPurchasePlanBillNo from ICOutMO where FInterID = 1"), first);
-  EXPECT_EQ(Value("select FBaseUnitStockFinishQty from SEOrderEntry where FInterID = 1 and FEntryID = 1"), 20);
-  EXPECT_EQ(Text("select FPurchasePlanBillNo from SEOrderEntry where FInterID = 1 and FEntryID = 1"), first);
+  EXPECT_EQ(
+      Value("select FBaseUnitStockFinishQty from SEOrderEntry where FInterID = 1 and FEntryID = 1"),
+      20);
+  EXPECT_EQ(
+      Text("select FPurchasePlanBillNo from SEOrderEntry where FInterID = 1 and FEntryID = 1"),
+      first);
 
   // The next plan of the day; the same source is given each number once.
   const std::string second = u.UpdatePurchasePlan(dsn(), Rows({Task(85, "WORK000001", 1, 1)}),
@@ -148,7 +183,8 @@ TEST_P(Plans, SaveNumbersLinksAndBackReferences) {
   u.UpdatePurchasePlan(dsn(), Rows({Task(85, "WORK000001", 1, 1)}), Rows({}), 16);
   // A plan of yesterday does not count; after serial 999 the serial is 000, and stays.
   conn().Execute("insert into PurchasePlan (FInterID, FBillNo) values (1500, 'CJ20000101998')");
-  conn().Execute("insert into PurchasePlan (FInterID, FBillNo) values (1501, ?)", {"CJ" + today + "999"});
+  conn().Execute("insert into PurchasePlan (FInterID, FBillNo) values (1501, ?)",
+                 {"CJ" + today + "999"});
   EXPECT_EQ(u.UpdatePurchasePlan(dsn(), Rows({}), Rows({}), 16), "CJ" + today + "000");
   EXPECT_EQ(u.UpdatePurchasePlan(dsn(), Rows({}), Rows({}), 16), "CJ" + today + "000");
   EXPECT_EQ(Value("select max(FInterID) from PurchasePlan"), 1503);
@@ -160,8 +196,9 @@ TEST_P(Plans, SaveNumbersLinksAndBackReferences) {
 }
 
 TEST_P(Plans, PricesFollowTheIniSetting) {
-  conn().Execute("insert into t_ICItem (FItemID, FNumber, FName, FErpClsID, FUnitID, FTaxRate)"
-                 " values (3999, '3.99', 'bare', 1, 1, 13)");
+  conn().Execute(
+      "insert into t_ICItem (FItemID, FNumber, FName, FErpClsID, FUnitID, FTaxRate)"
+      " values (3999, '3.99', 'bare', 1, 1, 13)");
   conn().Execute("update t_ICItem set FOrderPrice = null where FItemID = 3999");
   auto u = Update();
   const auto lines = Rows({PlanLine(3001, "S001", 150, 3), PlanLine(3999, "S001", 5, 1)});
@@ -200,11 +237,13 @@ TEST_P(Plans, PushMakesOrdersAndRaisesThePlan) {
             PushLine("1000_2b,1000_3", 2, 3004, 7, 10, 0, 17, {{1000, 2, 2}, {1000, 3, 5}})}),
       16, ids, *Date::Parse("2026-11-22"));
   ASSERT_EQ(made->Count(), 2);
-  const int a = made->Item(1)->Get("FInterID").ToLong(), b = made->Item(2)->Get("FInterID").ToLong();
+  const int a = made->Item(1)->Get("FInterID").ToLong(),
+            b = made->Item(2)->Get("FInterID").ToLong();
   EXPECT_EQ(ids, std::to_string(a) + "," + std::to_string(b));
   EXPECT_EQ(Value("select FPOStyle from POOrder where FInterID = " + std::to_string(a)), 252);
   // 3 x 10.00 at 10 % discount and 17 % tax, two decimals.
-  const std::string line = " from POOrderEntry where FInterID = " + std::to_string(b) + " and FEntryID = 1";
+  const std::string line =
+      " from POOrderEntry where FInterID = " + std::to_string(b) + " and FEntryID = 1";
   EXPECT_DOUBLE_EQ(Value("select FAllAmount" + line), 27);
   EXPECT_DOUBLE_EQ(Value("select FAmount" + line), 23.08);
   EXPECT_DOUBLE_EQ(Value("select FTaxAmount" + line), 3.92);
@@ -213,7 +252,8 @@ TEST_P(Plans, PushMakesOrdersAndRaisesThePlan) {
   EXPECT_DOUBLE_EQ(Value("select FCess" + line), 17);
   EXPECT_EQ(Text("select FPurchasePlanKey" + line), "1000_2a");
   // The tube in rolls of 50 m.
-  EXPECT_DOUBLE_EQ(Value("select FAuxQty from POOrderEntry where FInterID = " + std::to_string(a)), 2);
+  EXPECT_DOUBLE_EQ(Value("select FAuxQty from POOrderEntry where FInterID = " + std::to_string(a)),
+                   2);
   EXPECT_EQ(Value("select FUnitID from POOrderEntry where FInterID = " + std::to_string(a)), 4);
   // Plan line 2 rose once by both parts; fully purchased lines closed.
   EXPECT_DOUBLE_EQ(Value("select FPurchaseFinishQty from PurchasePlanEntry where FEntryID = 2"), 3);
@@ -234,14 +274,17 @@ TEST_P(Plans, AFailedPushLeavesEveryTableAsItWas) {
   u.UpdatePurchasePlan(dsn(), Rows({}),
                        Rows({PlanLine(3001, "S001", 150, 3), PlanLine(3004, "S002", 3, 1)}), 16);
   if (Sqlite()) {
-    conn().Execute("create trigger refuse_po before insert on POOrder when new.FSupplyID = 2"
-                   " begin select raise(abort, 'injected failure'); end");
+    conn().Execute(
+        "create trigger refuse_po before insert on POOrder when new.FSupplyID = 2"
+        " begin select raise(abort, 'injected failure'); end");
   } else {
-    conn().Execute("create function refuse_po() returns trigger language plpgsql as $$ begin"
-                   " if new.FSupplyID = 2 then raise exception 'injected failure'; end if;"
-                   " return new; end $$");
-    conn().Execute("create trigger refuse_po before insert on POOrder for each row"
-                   " execute function refuse_po()");
+    conn().Execute(
+        "create function refuse_po() returns trigger language plpgsql as $$ begin"
+        " if new.FSupplyID = 2 then raise exception 'injected failure'; end if;"
+        " return new; end $$");
+    conn().Execute(
+        "create trigger refuse_po before insert on POOrder for each row"
+        " execute function refuse_po()");
   }
   const std::string before = Dump("select * from PurchasePlanEntry order by FEntryID") +
                              Dump("select count(*) from POOrder") +
@@ -259,21 +302,20 @@ TEST_P(Plans, AFailedPushLeavesEveryTableAsItWas) {
             before);
   // No number was used up: the next order takes the first of the day.
   conn().Execute("drop trigger refuse_po" + std::string(Sqlite() ? "" : " on POOrder"));
-  VectorPtr made = u.PushBill(
-      dsn(), Rows({PushLine("1000_1", 1, 3001, 100, 18.9, 0, 13, {{1000, 1, 100}}, 3)}), 16, ids,
-      *Date::Parse("2026-11-22"));
+  VectorPtr made =
+      u.PushBill(dsn(), Rows({PushLine("1000_1", 1, 3001, 100, 18.9, 0, 13, {{1000, 1, 100}}, 3)}),
+                 16, ids, *Date::Parse("2026-11-22"));
   EXPECT_EQ(made->Item(1)->Get("FBillNO").ToText().substr(13), "0001");
   EXPECT_EQ(made->Item(1)->Get("FInterID").ToLong(), 4);
 }
 
 TEST_P(Plans, CloseReopenAndDelete) {
   auto u = Update();
-  const std::string p1 = u.UpdatePurchasePlan(dsn(), Rows({Task(85, "WORK000002", 2, 4)}),
-                                              Rows({PlanLine(3004, "S002", 3, 1),
-                                                    PlanLine(3004, "S002", 5, 1)}),
-                                              16);
-  auto lines = Rows({Row({{"FInterID", 1000}, {"FEntryID", 1}}), Row({{"FInterID", 1000}, {"FEntryID", 1}}),
-                     Row({{"FEntryID", 1}})});
+  const std::string p1 =
+      u.UpdatePurchasePlan(dsn(), Rows({Task(85, "WORK000002", 2, 4)}),
+                           Rows({PlanLine(3004, "S002", 3, 1), PlanLine(3004, "S002", 5, 1)}), 16);
+  auto lines = Rows({Row({{"FInterID", 1000}, {"FEntryID", 1}}),
+                     Row({{"FInterID", 1000}, {"FEntryID", 1}}), Row({{"FEntryID", 1}})});
   VectorPtr r = u.ClosePurchasePlan(dsn(), lines);
   ASSERT_EQ(r->Count(), 3);
   EXPECT_EQ(r->Item(1).get(), lines->Item(1).get());  // the same rows
@@ -290,7 +332,7 @@ TEST_P(Plans, CloseReopenAndDelete) {
   EXPECT_EQ(r->Item(1)->Get("Succeed").ToLong(), 0);
   EXPECT_EQ(r->Item(1)->Get("Error").ToText(), "该采购计划单中存在已关闭记录！");
   r = u.UnClosePurchasePlan(dsn(), Rows({Row({{"FInterID", 1000}, {"FEntryID", 1}}),
-                                          Row({{"FInterID", 1000}, {"FEntryID", 2}})}));
+                                         Row({{"FInterID", 1000}, {"FEntryID", 2}})}));
   EXPECT_EQ(r->Item(1)->Get("Succeed").ToLong(), 1);
   EXPECT_EQ(r->Item(1)->Get("FClosed").ToLong(), 0);
   EXPECT_EQ(r->Item(2)->Get("Succeed").ToLong(), 0);
@@ -304,8 +346,9 @@ TEST_P(Plans, CloseReopenAndDelete) {
 
   // Pushed to two orders: refused, both numbers named.
   std::string ids;
-  u.PushBill(dsn(), Rows({PushLine("a", 1, 3004, 1, 1, 0, 13, {{1000, 1, 1}}),
-                          PushLine("b", 2, 3004, 1, 1, 0, 13, {{1000, 2, 1}})}),
+  u.PushBill(dsn(),
+             Rows({PushLine("a", 1, 3004, 1, 1, 0, 13, {{1000, 1, 1}}),
+                   PushLine("b", 2, 3004, 1, 1, 0, 13, {{1000, 2, 1}})}),
              16, ids, *Date::Parse("2026-11-22"));
   conn().Execute("update PurchasePlanEntry set FClosed = 2 where FEntryID = 1");
   r = u.DeletePurchasePlan(dsn(), Rows({Row({{"FInterID", 1000}, {"FBillNo", p1}})}));
@@ -319,7 +362,8 @@ TEST_P(Plans, CloseReopenAndDelete) {
                                               Rows({PlanLine(3004, "S002", 3, 1)}), 16);
   EXPECT_EQ(Text("select FPurchasePlanBillNo from ICMO where FInterID = 2"), p1 + "," + p2);
   EXPECT_EQ(Value("select FStockFinishQty from ICMO where FInterID = 2"), 8);
-  auto twice = Rows({Row({{"FInterID", 1001}, {"FBillNo", p2}}), Row({{"FInterID", 1001}, {"FBillNo", p2}})});
+  auto twice = Rows(
+      {Row({{"FInterID", 1001}, {"FBillNo", p2}}), Row({{"FInterID", 1001}, {"FBillNo", p2}})});
   r = u.DeletePurchasePlan(dsn(), twice);
   ASSERT_EQ(r->Count(), 1);
   EXPECT_EQ(twice->Item(2)->Get("Succeed").ToLong(), 1);
@@ -349,10 +393,11 @@ TEST_P(Plans, DeletingTheOnlyPlanOfATaskClearsIt) {
 // save -> push -> order edited -> write-back -> close -> delete refused.
 TEST_P(Plans, ScenarioFromSaveToARefusedDeletion) {
   auto u = Update();
-  const std::string p = u.UpdatePurchasePlan(
-      dsn(), Rows({Task(85, "WORK000001", 1, 10)}),
-      Rows({PlanLine(3004, "S002", 4, 1), PlanLine(3004, "S002", 6, 1), PlanLine(3002, "S002", 50, 1)}),
-      16);
+  const std::string p =
+      u.UpdatePurchasePlan(dsn(), Rows({Task(85, "WORK000001", 1, 10)}),
+                           Rows({PlanLine(3004, "S002", 4, 1), PlanLine(3004, "S002", 6, 1),
+                                 PlanLine(3002, "S002", 50, 1)}),
+                           16);
   std::string ids;
   u.PushBill(dsn(),
              Rows({PushLine("1000_1,1000_2", 2, 3004, 10, 0.8, 0, 13, {{1000, 1, 4}, {1000, 2, 6}}),
@@ -373,12 +418,16 @@ TEST_P(Plans, ScenarioFromSaveToARefusedDeletion) {
   conn().Execute("update POOrderEntry set FQty = 70 where FInterID = 4 and FEntryID = 2");
   ASSERT_EQ(u.UpdatePurchasePlanQty(dsn(), 4)->Count(), 1);
   // Cancelled and restored: back where it was; then line 2 closed by hand.
-  const std::string before = Dump("select FEntryID, FPurchaseFinishQty, FClosed from PurchasePlanEntry order by FEntryID");
+  const std::string before =
+      Dump("select FEntryID, FPurchaseFinishQty, FClosed from PurchasePlanEntry order by FEntryID");
   u.UpdatePurchasePlanQtyOfCancelBill(dsn(), 4, true);
-  EXPECT_EQ(Dump("select FEntryID, FPurchaseFinishQty, FClosed from PurchasePlanEntry order by FEntryID"),
-            "1|0|0\n2|0|0\n3|0|0\n");
+  EXPECT_EQ(
+      Dump("select FEntryID, FPurchaseFinishQty, FClosed from PurchasePlanEntry order by FEntryID"),
+      "1|0|0\n2|0|0\n3|0|0\n");
   u.UpdatePurchasePlanQtyOfCancelBill(dsn(), 4, false);
-  EXPECT_EQ(Dump("select FEntryID, FPurchaseFinishQty, FClosed from PurchasePlanEntry order by FEntryID"), before);
+  EXPECT_EQ(
+      Dump("select FEntryID, FPurchaseFinishQty, FClosed from PurchasePlanEntry order by FEntryID"),
+      before);
   u.ClosePurchasePlan(dsn(), Rows({Row({{"FInterID", 1000}, {"FEntryID", 2}})}));
   VectorPtr r = u.DeletePurchasePlan(dsn(), Rows({Row({{"FInterID", 1000}, {"FBillNo", p}})}));
   EXPECT_EQ(r->Item(1)->Get("Succeed").ToLong(), 0);
@@ -386,9 +435,10 @@ TEST_P(Plans, ScenarioFromSaveToARefusedDeletion) {
   EXPECT_EQ(Dump("select FEntryID, FItemID, FQty, FPurchaseFinishQty, FPushQty, FClosed"
                  " from PurchasePlanEntry order by FEntryID"),
             "1|3004|4|3|0|0\n2|3004|6|0|0|2\n3|3002|50|70|0|1\n");
-  EXPECT_EQ(Dump("select FItemID, FPurchasePlanKey, FPurchasePlanInterID, FPurchasePlanEntryID, FQty"
-                 " from PurchasePlanOrder order by FPurchasePlanEntryID"),
-            "3004|1000_1|1000|1|3\n3002|1000_3|1000|3|70\n");
+  EXPECT_EQ(
+      Dump("select FItemID, FPurchasePlanKey, FPurchasePlanInterID, FPurchasePlanEntryID, FQty"
+           " from PurchasePlanOrder order by FPurchasePlanEntryID"),
+      "3004|1000_1|1000|1|3\n3002|1000_3|1000|3|70\n");
   EXPECT_EQ(Dump("select FEntryID, FQty, FPurchasePlanKey, FPurchasePlanBillNo from POOrderEntry"
                  " where FInterID = 4 order by FEntryID"),
             "1|3|1000_1|" + p + "\n2|70|1000_3|" + p + "\n");
@@ -396,7 +446,8 @@ TEST_P(Plans, ScenarioFromSaveToARefusedDeletion) {
   // A deleted order line: its links are taken back and removed.
   conn().Execute("delete from POOrderEntry where FInterID = 4 and FEntryID = 2");
   u.UpdatePurchasePlanQtyOfDeleteRow(dsn(), 4);
-  EXPECT_EQ(Dump("select FPurchaseFinishQty, FClosed from PurchasePlanEntry where FEntryID = 3"), "0|0\n");
+  EXPECT_EQ(Dump("select FPurchaseFinishQty, FClosed from PurchasePlanEntry where FEntryID = 3"),
+            "0|0\n");
   EXPECT_EQ(Value("select count(*) from PurchasePlanOrder"), 1);
 }
 
@@ -415,10 +466,13 @@ TEST_P(Plans, EightConcurrentSavesGetEightNumbers) {
 
 TEST_P(Plans, ReportFiltersRightsAndSources) {
   auto u = Update();
-  const std::string p1 = u.UpdatePurchasePlan(
-      dsn(), Rows({Task(85, "WORK000001", 1, 10), SalesLine(2, 1, 5)}),
-      Rows({PlanLine(3001, "S001", 150, 3), PlanLine(3004, "S002", 3, 1), PlanLine(3004, "", 2, 1)}), 16);
-  const std::string p2 = u.UpdatePurchasePlan(dsn(), Rows({}), Rows({PlanLine(3002, "S002", 9, 1)}), 16);
+  const std::string p1 =
+      u.UpdatePurchasePlan(dsn(), Rows({Task(85, "WORK000001", 1, 10), SalesLine(2, 1, 5)}),
+                           Rows({PlanLine(3001, "S001", 150, 3), PlanLine(3004, "S002", 3, 1),
+                                 PlanLine(3004, "", 2, 1)}),
+                           16);
+  const std::string p2 =
+      u.UpdatePurchasePlan(dsn(), Rows({}), Rows({PlanLine(3002, "S002", 9, 1)}), 16);
   auto info = Info();
   std::string none;
   VectorPtr all = info.GetRptData(dsn(), Dictionary::Create(), 1, none);

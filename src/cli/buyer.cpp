@@ -306,9 +306,8 @@ int RunScopeSet(const Host& host, const ScopeOptions& o) {
   return RunScopeShow(host, o);
 }
 
-const std::vector<std::string> kDemoSuppliers = {"3.01=S001", "3.02=S002", "3.03=S004",
-                                                 "3.04=S002", "3.05=S004", "3.06=S001",
-                                                 "3.08=S001"};
+const std::vector<std::string> kDemoSuppliers = {"3.01=S001", "3.02=S002", "3.03=S004", "3.04=S002",
+                                                 "3.05=S004", "3.06=S001", "3.08=S001"};
 
 void RunDemoPurchasing(const Host& host, const std::string& dsn, const VectorPtr& report) {
   // The demo's buyer orders the purchased materials the report suggests,

@@ -594,13 +594,19 @@ int main(int argc, char** argv) {
   scope_set->add_flag("--virtual", scope.with_virtual, "add the virtual warehouses");
 
   cli::PlanOptions plan;
-  auto* plan_cmd = app.add_subcommand("plan", "purchase plans: save, list, push, close, reopen, delete");
+  auto* plan_cmd =
+      app.add_subcommand("plan", "purchase plans: save, list, push, close, reopen, delete");
   plan_cmd->require_subcommand(1);
-  auto* plan_save = plan_cmd->add_subcommand("save", "save an MRP result as a plan (UpdatePurchasePlan)");
-  auto* plan_list = plan_cmd->add_subcommand("list", "plan lines with the report's filters (GetRptData)");
-  auto* plan_push = plan_cmd->add_subcommand("push", "push plan lines into purchase orders (PushBill)");
-  auto* plan_close = plan_cmd->add_subcommand("close", "close plan lines by hand (ClosePurchasePlan)");
-  auto* plan_reopen = plan_cmd->add_subcommand("reopen", "reopen lines closed by hand (UnClosePurchasePlan)");
+  auto* plan_save =
+      plan_cmd->add_subcommand("save", "save an MRP result as a plan (UpdatePurchasePlan)");
+  auto* plan_list =
+      plan_cmd->add_subcommand("list", "plan lines with the report's filters (GetRptData)");
+  auto* plan_push =
+      plan_cmd->add_subcommand("push", "push plan lines into purchase orders (PushBill)");
+  auto* plan_close =
+      plan_cmd->add_subcommand("close", "close plan lines by hand (ClosePurchasePlan)");
+  auto* plan_reopen =
+      plan_cmd->add_subcommand("reopen", "reopen lines closed by hand (UnClosePurchasePlan)");
   auto* plan_delete = plan_cmd->add_subcommand("delete", "delete plans (DeletePurchasePlan)");
   for (auto* sub : {plan_save, plan_list, plan_push, plan_close, plan_reopen, plan_delete}) {
     sub->add_option("--dsn", plan.dsn, "the database")->required();
@@ -608,7 +614,8 @@ int main(int argc, char** argv) {
         ->capture_default_str();
     sub->add_option("--format", plan.format, "table, csv or json")->check(formats);
   }
-  plan_save->add_option("--report", plan.report, "a report file from `mrp --format json`")->required();
+  plan_save->add_option("--report", plan.report, "a report file from `mrp --format json`")
+      ->required();
   plan_save->add_option("--supplier", plan.suppliers, "ITEMNUMBER=SUPPLIERCODE");
   plan_save->add_option("--bills", plan.bills, "the source documents (default: every open one)")
       ->delimiter(',');

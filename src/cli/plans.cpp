@@ -17,11 +17,18 @@
 namespace mrpcalc::cli {
 namespace {
 
-const std::vector<Column> kPlanColumns = {
-    {"plan", "FBillNo", -14},  {"line", "FKey", -8},        {"item", "FItemNumber", -6},
-    {"name", "FItemName", -10}, {"supplier", "FSupplyNumber", -8}, {"qty", "FQty", 9},
-    {"to push", "FPushQty", 9}, {"ordered", "FPurchaseFinishQty", 9}, {"price", "FPrice", 8},
-    {"closed", "FClosed", 6},  {"needed on", "FFinishDate", -10}, {"sources", "FSourceNo", -24}};
+const std::vector<Column> kPlanColumns = {{"plan", "FBillNo", -14},
+                                          {"line", "FKey", -8},
+                                          {"item", "FItemNumber", -6},
+                                          {"name", "FItemName", -10},
+                                          {"supplier", "FSupplyNumber", -8},
+                                          {"qty", "FQty", 9},
+                                          {"to push", "FPushQty", 9},
+                                          {"ordered", "FPurchaseFinishQty", 9},
+                                          {"price", "FPrice", 8},
+                                          {"closed", "FClosed", 6},
+                                          {"needed on", "FFinishDate", -10},
+                                          {"sources", "FSourceNo", -24}};
 
 // The source lines of the named bills (every open one when none is named),
 // as the plan links them: what each still needs, in base units.
@@ -97,8 +104,10 @@ Date DayOf(const std::string& text) {
   return *d;
 }
 
-const std::vector<Column> kRefusalColumns = {{"plan", "FBillNo", -14}, {"line", "FEntryID", 4},
-                                             {"done", "Succeed", 4}, {"closed", "FClosed", 6},
+const std::vector<Column> kRefusalColumns = {{"plan", "FBillNo", -14},
+                                             {"line", "FEntryID", 4},
+                                             {"done", "Succeed", 4},
+                                             {"closed", "FClosed", 6},
                                              {"message", "Error", -40}};
 
 }  // namespace
@@ -106,7 +115,8 @@ const std::vector<Column> kRefusalColumns = {{"plan", "FBillNo", -14}, {"line", 
 int RunPlanSave(const Host& host, const PlanOptions& o) {
   const VectorPtr lines = LinesToBuy(ReadRowsFile(o.report), o.suppliers);
   PurchasePlanUpdate update(host);
-  const std::string no = update.UpdatePurchasePlan(o.dsn, SourceLines(o.dsn, o.bills), lines, o.user);
+  const std::string no =
+      update.UpdatePurchasePlan(o.dsn, SourceLines(o.dsn, o.bills), lines, o.user);
   fmt::print("saved purchase plan {} with {} line(s)\n", no, lines->Count());
   return 0;
 }
@@ -128,9 +138,12 @@ int RunPlanList(const Host& host, const PlanOptions& o) {
 
 int RunPlanPush(const Host& host, const PlanOptions& o) {
   std::string ids;
-  const VectorPtr made = Push(host, o.dsn, PlanLines(host, o.dsn, o.lines), o.user, DayOf(o.date), ids);
+  const VectorPtr made =
+      Push(host, o.dsn, PlanLines(host, o.dsn, o.lines), o.user, DayOf(o.date), ids);
   PrintRows(made, o.format,
-            {{"order", "FBillNO", -18}, {"id", "FInterID", 5}, {"supplier", "FSupplyName", -24},
+            {{"order", "FBillNO", -18},
+             {"id", "FInterID", 5},
+             {"supplier", "FSupplyName", -24},
              {"date", "FDate", -10}});
   return 0;
 }
@@ -139,8 +152,9 @@ int RunPlanClose(const Host& host, const PlanOptions& o, bool reopen) {
   auto rows = Vector::Create();
   for (const auto& key : o.lines) {
     const size_t cut = key.find('_');
-    const auto ids = db::ParseIdList(cut == std::string::npos ? "" : key.substr(0, cut) + "," + key.substr(cut + 1),
-                                     "plan line " + key);
+    const auto ids = db::ParseIdList(
+        cut == std::string::npos ? "" : key.substr(0, cut) + "," + key.substr(cut + 1),
+        "plan line " + key);
     if (ids.size() != 2) ThrowInvalid("plan line \"" + key + "\" is not PLAN_LINE, e.g. 1000_1");
     auto row = Dictionary::Create();
     row->Set("FInterID", ids[0]);
@@ -148,10 +162,14 @@ int RunPlanClose(const Host& host, const PlanOptions& o, bool reopen) {
     rows->Add(row);
   }
   PurchasePlanUpdate update(host);
-  const VectorPtr done = reopen ? update.UnClosePurchasePlan(o.dsn, rows) : update.ClosePurchasePlan(o.dsn, rows);
+  const VectorPtr done =
+      reopen ? update.UnClosePurchasePlan(o.dsn, rows) : update.ClosePurchasePlan(o.dsn, rows);
   PrintRows(done, o.format,
-            {{"plan", "FInterID", 6}, {"line", "FEntryID", 4}, {"done", "Succeed", 4},
-             {"closed", "FClosed", 6}, {"message", "Error", -40}});
+            {{"plan", "FInterID", 6},
+             {"line", "FEntryID", 4},
+             {"done", "Succeed", 4},
+             {"closed", "FClosed", 6},
+             {"message", "Error", -40}});
   return 0;
 }
 
@@ -177,8 +195,9 @@ int RunPlanDelete(const Host& host, const PlanOptions& o) {
 }
 
 void RunDemoPlans(const Host& host, const std::string& dsn, const VectorPtr& report) {
-  fmt::print("\nThe plan stage: the same suggestions saved as a purchase plan "
-             "(UpdatePurchasePlan), made from every open source document:\n\n");
+  fmt::print(
+      "\nThe plan stage: the same suggestions saved as a purchase plan "
+      "(UpdatePurchasePlan), made from every open source document:\n\n");
   PurchasePlanUpdate update(host);
   const std::string no =
       update.UpdatePurchasePlan(dsn, SourceLines(dsn, {}), LinesToBuy(report, kDemoSuppliers), 16);
@@ -191,10 +210,13 @@ void RunDemoPlans(const Host& host, const std::string& dsn, const VectorPtr& rep
   std::string ids;
   PrintRows(Push(host, dsn, {lines->Item(1), lines->Item(2)}, 16, Date::Now().StartOfDay(), ids),
             "table",
-            {{"order", "FBillNO", -18}, {"id", "FInterID", 5}, {"supplier", "FSupplyName", -24},
+            {{"order", "FBillNO", -18},
+             {"id", "FInterID", 5},
+             {"supplier", "FSupplyName", -24},
              {"date", "FDate", -10}});
-  fmt::print("\nIts last line closed by hand (ClosePurchasePlan), and the plan's deletion "
-             "refused (DeletePurchasePlan):\n\n");
+  fmt::print(
+      "\nIts last line closed by hand (ClosePurchasePlan), and the plan's deletion "
+      "refused (DeletePurchasePlan):\n\n");
   auto last = Dictionary::Create();
   last->Set("FInterID", lines->Item(lines->Count())->Get("FInterID"));
   last->Set("FEntryID", lines->Item(lines->Count())->Get("FEntryID"));

@@ -39,8 +39,8 @@ class TableByIds {
     if (ids.empty()) return;
     const db::Dialect& d = c_.dialect();
     if (d.PrefersSets() || ids.size() * 8 < Rows()) {
-      db::QueryIn(c_, ids, "select " + select_ + " from " + table_ + " where " + key_ + " in (%IDS%)",
-                each);
+      db::QueryIn(c_, ids,
+                  "select " + select_ + " from " + table_ + " where " + key_ + " in (%IDS%)", each);
       return;
     }
     const std::unordered_set<int32_t> wanted(ids.begin(), ids.end());
@@ -171,10 +171,10 @@ DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
     }
   }
   db::QueryIn(c, std::vector<int32_t>(sales_orders.begin(), sales_orders.end()),
-            "select FInterID, FEntryID, FDate from SEOrderEntry where FInterID in (%IDS%)",
-            [&](Row& r) {
-              sales_dates_[{r[0].ToLong(), r[1].ToLong()}] = When(r[2]);
-            });
+              "select FInterID, FEntryID, FDate from SEOrderEntry where FInterID in (%IDS%)",
+              [&](Row& r) {
+                sales_dates_[{r[0].ToLong(), r[1].ToLong()}] = When(r[2]);
+              });
   std::set<std::string> numbers;
   for (const auto& line : bill_numbers_per_line) numbers.insert(line.begin(), line.end());
   const std::vector<std::string> list(numbers.begin(), numbers.end());
@@ -187,9 +187,9 @@ DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
     };
   };
   db::QueryIn(c, list, "select FBillNo, FBeginDate from ICMO where FBillNo in (%IDS%)",
-            earliest(mo_dates_));
+              earliest(mo_dates_));
   db::QueryIn(c, list, "select FBillNo, FBeginDate from ICOutMO where FBillNo in (%IDS%)",
-            earliest(out_mo_dates_));
+              earliest(out_mo_dates_));
 }
 
 Date DemandDates::For(const std::vector<std::string>& bill_numbers) const {
@@ -259,12 +259,12 @@ void LoadTasks(db::Connection& c, const std::vector<int32_t>& demand_tasks, Inpu
         in.task_headers[r[0].ToLong()] = {r[0].ToLong(), Int(r[1]), Num(r[2])};
       });
   db::QueryIn(c, demand_tasks,
-            "select FInterID, FEntryID, FItemID, FPlanQty, FAuxPropID, FScrapRate, FNote from " +
-                task.entry_table + " where FInterID in (%IDS%) order by FInterID, FEntryID",
-            [&](Row& r) {
-              in.task_entries.push_back({r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
-                                         Int(r[4]), Num(r[5]), Text(r[6])});
-            });
+              "select FInterID, FEntryID, FItemID, FPlanQty, FAuxPropID, FScrapRate, FNote from " +
+                  task.entry_table + " where FInterID in (%IDS%) order by FInterID, FEntryID",
+              [&](Row& r) {
+                in.task_entries.push_back({r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
+                                           Int(r[4]), Num(r[5]), Text(r[6])});
+              });
 }
 
 void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
@@ -274,31 +274,31 @@ void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
   // Issued to the demand's tasks; only checked stock bills count unless the
   // ERP counts bills when they are saved.
   db::QueryIn(c, demand_tasks,
-            "select u1.FItemID, u1.FAuxPropID, sum(coalesce(s.FQty, 0)) from " + task.header_table +
-                " v1 inner join " + task.entry_table +
-                " u1 on v1.FInterID = u1.FInterID"
-                " left join ICStockBillEntry s on s.FSourceInterId = u1.FInterID"
-                " and s.FSourceEntryID = u1.FEntryID"
-                " left join ICStockBill s1 on s.FInterID = s1.FInterID"
-                " where v1.FInterID in (%IDS%)" +
-                (count_unchecked_bills ? "" : " and s1.FCheckerID > 0") +
-                " group by u1.FItemID, u1.FAuxPropID",
-            [&](Row& r) {
-              in.issued.push_back({r[0].ToLong(), Int(r[1]), Num(r[2])});
-            });
+              "select u1.FItemID, u1.FAuxPropID, sum(coalesce(s.FQty, 0)) from " +
+                  task.header_table + " v1 inner join " + task.entry_table +
+                  " u1 on v1.FInterID = u1.FInterID"
+                  " left join ICStockBillEntry s on s.FSourceInterId = u1.FInterID"
+                  " and s.FSourceEntryID = u1.FEntryID"
+                  " left join ICStockBill s1 on s.FInterID = s1.FInterID"
+                  " where v1.FInterID in (%IDS%)" +
+                  (count_unchecked_bills ? "" : " and s1.FCheckerID > 0") +
+                  " group by u1.FItemID, u1.FAuxPropID",
+              [&](Row& r) {
+                in.issued.push_back({r[0].ToLong(), Int(r[1]), Num(r[2])});
+              });
 
   std::vector<int32_t> stocks = warehouses.empty() ? std::vector<int32_t>{0} : warehouses;
   db::QueryIn(c, stocks,
-            std::string("select i.FItemID, i.FAuxPropID, sum(i.FQty) from ICInventory i"
-                        " inner join t_Stock s on i.FStockID = s.FItemID"
-                        " where i.FStockID in (%IDS%)") +
-                (count_virtual ? "" : " and s.FTypeID <> 502") +
-                " group by i.FItemID, i.FAuxPropID",
-            [&](Row& r) {
-              const OptNum v = Num(r[2]);
-              auto [it, inserted] = in.stock.try_emplace({r[0].ToLong(), Int(r[1])}, v);
-              if (!inserted && v) it->second = it->second ? OptNum(*it->second + *v) : v;
-            });
+              std::string("select i.FItemID, i.FAuxPropID, sum(i.FQty) from ICInventory i"
+                          " inner join t_Stock s on i.FStockID = s.FItemID"
+                          " where i.FStockID in (%IDS%)") +
+                  (count_virtual ? "" : " and s.FTypeID <> 502") +
+                  " group by i.FItemID, i.FAuxPropID",
+              [&](Row& r) {
+                const OptNum v = Num(r[2]);
+                auto [it, inserted] = in.stock.try_emplace({r[0].ToLong(), Int(r[1])}, v);
+                if (!inserted && v) it->second = it->second ? OptNum(*it->second + *v) : v;
+              });
   in.moving = Figures(
       c,
       "select u1.FItemID, u1.FAuxPropID, sum(u1.FQty - u1.FCommitQty) from POOrderEntry u1"

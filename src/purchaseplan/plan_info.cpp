@@ -13,13 +13,45 @@ namespace {
 using Row = std::vector<Variant>;
 
 const KeyList& ReportKeys() {
-  static const KeyList keys = MakeKeyList(
-      {"FBillNo", "FInterID", "FEntryID", "FItemID", "FAuxPropID", "FSupplyID", "FQty", "FPushQty",
-       "FDate", "FPrice", "FAmount", "FTaxRate", "FDiscountRate", "FTaxAmount", "FMemo", "FUnitID",
-       "FAuxPrice", "FAuxQty", "FClosed", "FPurchaseFinishQty", "FPurchaseUnFinishQty",
-       "FItemNumber", "FItemName", "FItemModel", "FSupplyNumber", "FSupplyName", "FAuxProp",
-       "FUnitName", "FClose", "FVDate", "FFinishDate", "FKey", "FIsMerge", "FStartKey", "FEndKey",
-       "FMergeSumQty", "FQtyDecimal", "FPriceDecimal", "FSourceNo"});
+  static const KeyList keys = MakeKeyList({"FBillNo",
+                                           "FInterID",
+                                           "FEntryID",
+                                           "FItemID",
+                                           "FAuxPropID",
+                                           "FSupplyID",
+                                           "FQty",
+                                           "FPushQty",
+                                           "FDate",
+                                           "FPrice",
+                                           "FAmount",
+                                           "FTaxRate",
+                                           "FDiscountRate",
+                                           "FTaxAmount",
+                                           "FMemo",
+                                           "FUnitID",
+                                           "FAuxPrice",
+                                           "FAuxQty",
+                                           "FClosed",
+                                           "FPurchaseFinishQty",
+                                           "FPurchaseUnFinishQty",
+                                           "FItemNumber",
+                                           "FItemName",
+                                           "FItemModel",
+                                           "FSupplyNumber",
+                                           "FSupplyName",
+                                           "FAuxProp",
+                                           "FUnitName",
+                                           "FClose",
+                                           "FVDate",
+                                           "FFinishDate",
+                                           "FKey",
+                                           "FIsMerge",
+                                           "FStartKey",
+                                           "FEndKey",
+                                           "FMergeSumQty",
+                                           "FQtyDecimal",
+                                           "FPriceDecimal",
+                                           "FSourceNo"});
   return keys;
 }
 
@@ -31,7 +63,8 @@ constexpr const char* kReportSelect =
     "  else u1.FQty - u1.FPurchaseFinishQty end else u1.FPushQty end,"
     " u1.FDate, u1.FPrice, u1.FAmount, u1.FTaxRate, u1.FCess, u1.FTaxAmount, u1.FNote, u1.FUnitID,"
     " u1.FAuxPrice, u1.FAuxQty, u1.FClosed, u1.FPurchaseFinishQty,"
-    " case when u1.FQty - u1.FPurchaseFinishQty < 0 then 0 else u1.FQty - u1.FPurchaseFinishQty end,"
+    " case when u1.FQty - u1.FPurchaseFinishQty < 0 then 0 else u1.FQty - u1.FPurchaseFinishQty "
+    "end,"
     " C.FNumber, C.FName, C.FModel, S.FNumber, S.FName, A.FName, U.FName,"
     " case when u1.FClosed <> 0 then 'Y' else '' end, v1.FDate, u1.FDate,"
     " C.FQtyDecimal, C.FPriceDecimal, S.FRightUserID"
@@ -83,7 +116,8 @@ VectorPtr PurchasePlanInfo::GetRptData(const std::string& dsn, const DictionaryP
       text("EItemNumber", " and C.FNumber <= ?");
       text("BBillNo", " and u1.FBillNo >= ?");
       text("EBillNo", " and u1.FBillNo <= ?");
-      if (const Variant* v = Filter->Find("Closed"); v && v->ToValue() == 1) sql += " and u1.FClosed = 0";
+      if (const Variant* v = Filter->Find("Closed"); v && v->ToValue() == 1)
+        sql += " and u1.FClosed = 0";
     }
     sql += " order by v1.FDate, v1.FBillNo, C.FNumber";
 
@@ -130,11 +164,13 @@ VectorPtr PurchasePlanInfo::GetRptData(const std::string& dsn, const DictionaryP
                 });
     std::map<int32_t, std::vector<std::pair<int32_t, std::string>>> bills;  // type -> (id, no)
     const std::vector<int32_t> source_ids(all_sources.begin(), all_sources.end());
-    for (auto [type, table] : {std::pair{81, "SEOrder"}, std::pair{85, "ICMO"}, std::pair{91, "ICOutMO"}}) {
-      db::QueryIn(c, source_ids,
-                  std::string("select FInterID, FBillNo from ") + table +
-                      " where FInterID in (%IDS%) order by FInterID",
-                  [&, type = type](Row& r) { bills[type].emplace_back(r[0].ToLong(), TextValue(r[1])); });
+    for (auto [type, table] :
+         {std::pair{81, "SEOrder"}, std::pair{85, "ICMO"}, std::pair{91, "ICOutMO"}}) {
+      db::QueryIn(
+          c, source_ids,
+          std::string("select FInterID, FBillNo from ") + table +
+              " where FInterID in (%IDS%) order by FInterID",
+          [&, type = type](Row& r) { bills[type].emplace_back(r[0].ToLong(), TextValue(r[1])); });
     }
     std::map<int32_t, std::string> source_no;
     for (int32_t plan : plans) {
@@ -155,8 +191,9 @@ VectorPtr PurchasePlanInfo::GetRptData(const std::string& dsn, const DictionaryP
 int32_t PurchasePlanInfo::GetSupplierID(const std::string& dsn, const std::string& sNumber,
                                         double& dblValueAddRate) {
   return Run(dsn, [&](db::Connection& c) {
-    auto rs = c.Query("select FItemID, FValueAddRate from t_Supplier where FNumber = ? and FDeleted = 0",
-                      {sNumber});
+    auto rs =
+        c.Query("select FItemID, FValueAddRate from t_Supplier where FNumber = ? and FDeleted = 0",
+                {sNumber});
     if (rs->Eof()) return 0;
     const Variant& rate = rs->Field("FValueAddRate");
     dblValueAddRate = rate.IsNull() ? 0 : rate.ToDouble();
@@ -170,10 +207,11 @@ double PurchasePlanInfo::GetPurchasePlanPrice(const std::string& dsn, int32_t lS
     auto first = [](const Variant& v) { return v.IsEmpty() || v.IsNull() ? 0.0 : v.ToDouble(); };
     // The quantity as the statement carried it: 15 significant digits.
     const double qty = NumberValue(Variant(dblQty), "dblQty");
-    double price = first(c.QueryValue(
-        c.dialect().SelectTop(1, "FPrice", "from t_SupplyEntry where FItemID = ? and ? between"
+    double price = first(
+        c.QueryValue(c.dialect().SelectTop(1, "FPrice",
+                                           "from t_SupplyEntry where FItemID = ? and ? between"
                                            " FStartQty and FEndQty order by FSupID, FEntryID"),
-        {lItemID, qty}));
+                     {lItemID, qty}));
     if (price == 0) {
       price = first(c.QueryValue(
           c.dialect().SelectTop(1, "u1.FTaxPrice",

@@ -54,9 +54,11 @@ void ReadPushLines(const VectorPtr& rows, std::vector<PushLine>& lines,
     l.item_id = IntValue(row.Get("FItemID"), Where("FItemID", at));
     l.qty = RoundDecimal(NumberValue(row.Get("FPushQty"), Where("FPushQty", at)));
     l.price = RoundDecimal(NumberValue(row.Get("FPrice"), Where("FPrice", at)));
-    l.discount_rate = RoundDecimal(NumberValue(row.Get("FDiscountRate"), Where("FDiscountRate", at)));
+    l.discount_rate =
+        RoundDecimal(NumberValue(row.Get("FDiscountRate"), Where("FDiscountRate", at)));
     l.tax_rate = RoundDecimal(NumberValue(row.Get("FTaxRate"), Where("FTaxRate", at)));
-    if (1 + l.tax_rate / 100 == 0) ThrowInvalid(Where("FTaxRate", at) + " is -100: division by zero");
+    if (1 + l.tax_rate / 100 == 0)
+      ThrowInvalid(Where("FTaxRate", at) + " is -100: division by zero");
     l.unit_id = IntValue(row.Get("FUnitID"), Where("FUnitID", at));
     l.aux_prop_id = IntValue(row.Get("FAuxPropID"), Where("FAuxPropID", at));
     l.note = TextValue(row.Get("FMemo"));
@@ -67,7 +69,8 @@ void ReadPushLines(const VectorPtr& rows, std::vector<PushLine>& lines,
       for (size_t k = 0; k < entries->rows().size(); ++k) {
         const Dictionary& e = *entries->rows()[k];
         const std::string in = "EntryDataVct row " + std::to_string(k + 1) + " of " + at;
-        parts.push_back({TextValue(e.Get("FKey")), IntValue(e.Get("FInterID"), Where("FInterID", in)),
+        parts.push_back({TextValue(e.Get("FKey")),
+                         IntValue(e.Get("FInterID"), Where("FInterID", in)),
                          IntValue(e.Get("FEntryID"), Where("FEntryID", in)),
                          IntValue(e.Get("FItemID"), Where("FItemID", in)),
                          RoundDecimal(NumberValue(e.Get("FPushQty"), Where("FPushQty", in)))});
@@ -85,8 +88,9 @@ void PurchaseUnits(db::Connection& c, std::vector<PushLine>& lines) {
   for (const auto& l : lines) items.insert(l.item_id);
   std::map<int32_t, int32_t> order_unit;
   db::QueryIn(c, std::vector<int32_t>(items.begin(), items.end()),
-              "select FItemID, FOrderUnitID from t_ICItem where FItemID in (%IDS%)",
-              [&](Row& r) { order_unit.emplace(r[0].ToLong(), r[1].IsNull() ? 0 : r[1].ToLong()); });
+              "select FItemID, FOrderUnitID from t_ICItem where FItemID in (%IDS%)", [&](Row& r) {
+                order_unit.emplace(r[0].ToLong(), r[1].IsNull() ? 0 : r[1].ToLong());
+              });
   std::set<int32_t> units;
   for (auto& l : lines) {
     if (auto u = order_unit.find(l.item_id); u != order_unit.end()) l.aux_unit_id = u->second;
@@ -145,8 +149,8 @@ void CopyTemplateRelations(db::Connection& c, int32_t order_id) {
           lines ? "(select e." + parts[1] +
                       " from POOrderEntry e where e.FInterID = POOrderEntry.FInterID"
                       " and e.FEntryID = POOrderEntry.FEntryID)"
-                : "(select " + parts[1] + " from POOrder where FInterID = " +
-                      std::to_string(order_id) + ")";
+                : "(select " + parts[1] +
+                      " from POOrder where FInterID = " + std::to_string(order_id) + ")";
       c.Execute("update " + target + " set " + field + " = (select coalesce(" + parts[7] +
                     ", '') from " + parts[5] + " where " + parts[6] + " = (select " + parts[4] +
                     " from " + parts[2] + " where " + parts[3] + " = " + own +
@@ -171,9 +175,9 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
     std::transform(style_name.begin(), style_name.end(), style_name.begin(),
                    [](unsigned char ch) { return static_cast<char>(std::toupper(ch)); });
     if (!style_name.empty()) {
-      const Variant found = c.QueryValue(
-          "select FInterID from t_SubMessage where FTypeID = ? and FID = ?",
-          {kPurchaseStyleType, style_name});
+      const Variant found =
+          c.QueryValue("select FInterID from t_SubMessage where FTypeID = ? and FID = ?",
+                       {kPurchaseStyleType, style_name});
       if (!found.IsEmpty() && !found.IsNull()) style = found.ToLong();
     }
 
@@ -183,7 +187,8 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
     std::set<int32_t> suppliers;
     for (const auto& l : lines) suppliers.insert(l.supply_id);
     if (suppliers.empty()) {
-      throw Error(ErrorCategory::kInvalidInput, "no purchase line to push: vctListData is empty", -1);
+      throw Error(ErrorCategory::kInvalidInput, "no purchase line to push: vctListData is empty",
+                  -1);
     }
     PurchaseUnits(c, lines);
     std::map<int32_t, std::pair<int32_t, int32_t>> staff;  // supplier -> employee, department
@@ -214,7 +219,8 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
       const std::string bill_no = host_.numbering->NewBillNumber(c, "71", Date::Now());
       const int32_t order = host_.numbering->NextInteriorId(c, "POOrder");
       made.push_back(order);
-      const auto people = staff.count(supplier) ? staff[supplier] : std::pair<int32_t, int32_t>{0, 0};
+      const auto people =
+          staff.count(supplier) ? staff[supplier] : std::pair<int32_t, int32_t>{0, 0};
       header->Execute({order, bill_no, supplier, order_date, currency, BillerID, style, order_date,
                        people.first, people.second});
       int32_t e = 0;
@@ -223,13 +229,30 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
         const double keep = 1 - l.discount_rate / 100, gross = 1 + l.tax_rate / 100;
         const double amount = RoundDecimal(RoundDecimal(l.price * l.qty * keep / gross, scale), 4);
         const double all_amount = RoundDecimal(RoundDecimal(l.price * keep * l.qty, scale), 4);
-        entry->Execute({order, ++e, l.item_id, l.date, l.aux_prop_id, l.aux_unit_id, l.qty, l.aux_qty,
-                        l.aux_price, l.price, l.tax_rate, l.discount_rate,
-                        RoundDecimal(l.price / gross), RoundDecimal(l.aux_price / gross), amount,
-                        RoundDecimal(l.price * keep), RoundDecimal(l.aux_price * keep),
-                        RoundDecimal(RoundDecimal(l.price * l.discount_rate * l.qty / 100, scale), 4),
-                        all_amount, l.note, l.plan_numbers, l.key,
-                        RoundDecimal(all_amount - amount, 4)});
+        entry->Execute(
+            {order,
+             ++e,
+             l.item_id,
+             l.date,
+             l.aux_prop_id,
+             l.aux_unit_id,
+             l.qty,
+             l.aux_qty,
+             l.aux_price,
+             l.price,
+             l.tax_rate,
+             l.discount_rate,
+             RoundDecimal(l.price / gross),
+             RoundDecimal(l.aux_price / gross),
+             amount,
+             RoundDecimal(l.price * keep),
+             RoundDecimal(l.aux_price * keep),
+             RoundDecimal(RoundDecimal(l.price * l.discount_rate * l.qty / 100, scale), 4),
+             all_amount,
+             l.note,
+             l.plan_numbers,
+             l.key,
+             RoundDecimal(all_amount - amount, 4)});
         for (const PlanPart& p : parts) {
           if (p.key == l.key) {
             link->Execute({order, p.item_id, p.key, p.plan_inter_id, p.plan_entry_id, p.qty});

@@ -81,7 +81,8 @@ void InsertLinks(db::Connection& c, const std::vector<plan::SourceLine>& lines,
     const auto& l = lines[i];
     const int32_t position = static_cast<int32_t>(i + 1);
     if (l.type == plan::kSalesOrder) {
-      insert->Execute({plan.bill_no, plan.inter_id, position, l.type, l.inter_id, l.entry_id, l.qty});
+      insert->Execute(
+          {plan.bill_no, plan.inter_id, position, l.type, l.inter_id, l.entry_id, l.qty});
       continue;
     }
     const auto range = tasks[l.type == plan::kProductionTask ? 0 : 1].equal_range(l.bill_no);
@@ -101,7 +102,8 @@ std::string PurchasePlanUpdate::UpdatePurchasePlan(const std::string& dsn,
                                                    const VectorPtr& vctStockBill,
                                                    const VectorPtr& vctListData, int32_t UserID) {
   return Run(dsn, [&](db::Connection& c) -> std::string {
-    const std::vector<plan::SourceLine> sources = plan::ReadSourceLines(vctStockBill, "vctStockBill");
+    const std::vector<plan::SourceLine> sources =
+        plan::ReadSourceLines(vctStockBill, "vctStockBill");
     // Saves queue here: the next one reads the maximum after this one ends.
     HoldLock(c, "PurchasePlan");
     const PlanNumber plan = NextPlanNumber(c);
@@ -122,8 +124,8 @@ void PurchasePlanUpdate::InsertPurchasePlanEntry(db::Connection& c, const Vector
   std::vector<PricedLine> lines = ReadPricedLines(vctListData);
   PricingFacts facts = PricingFacts::Load(c, lines);
   // The price source after the price list, from the ERP's INI settings.
-  const int setting = static_cast<int>(
-      Variant(host_.ini ? host_.ini->Get("frmBill", "CGSrcPrice") : "").ToValue());
+  const int setting =
+      static_cast<int>(Variant(host_.ini ? host_.ini->Get("frmBill", "CGSrcPrice") : "").ToValue());
   auto insert = c.Prepare(
       "insert into PurchasePlanEntry (FBillNo, FInterID, FEntryID, FItemID, FAuxPropID, FSupplyID,"
       " FQty, FPrice, FAmount, FUnitID, FAuxQty, FAuxPrice, FTaxRate, FDate, FNote)"
@@ -133,9 +135,15 @@ void PurchasePlanUpdate::InsertPurchasePlanEntry(db::Connection& c, const Vector
     facts.ResolveUnitAndSupplier(l);
     facts.PriceFromAnyBand(l);
     switch (setting) {
-      case 1: l.price = facts.LastPrice(c, LastPriceSource::kOrder, l); break;
-      case 2: l.price = facts.LastPrice(c, LastPriceSource::kStockBillConverted, l); break;
-      case 3: l.price = facts.LastPrice(c, LastPriceSource::kInvoiceConverted, l); break;
+      case 1:
+        l.price = facts.LastPrice(c, LastPriceSource::kOrder, l);
+        break;
+      case 2:
+        l.price = facts.LastPrice(c, LastPriceSource::kStockBillConverted, l);
+        break;
+      case 3:
+        l.price = facts.LastPrice(c, LastPriceSource::kInvoiceConverted, l);
+        break;
       default:
         if (l.price.value_or(0) == 0) l.price = facts.LastPrice(c, LastPriceSource::kInvoice, l);
     }
@@ -144,19 +152,19 @@ void PurchasePlanUpdate::InsertPurchasePlanEntry(db::Connection& c, const Vector
     facts.TaxRate(l);
     // The stock bill's price is without tax: the tax goes on.
     if (setting == 2) {
-      l.price = l.price && l.tax_rate ? std::optional(RoundDecimal(*l.price * (100 + *l.tax_rate) / 100))
-                                      : std::nullopt;
+      l.price = l.price && l.tax_rate
+                    ? std::optional(RoundDecimal(*l.price * (100 + *l.tax_rate) / 100))
+                    : std::nullopt;
     }
     ++entry;
-    const std::string where = "line " + std::to_string(entry) + " of the plan (item " +
-                              std::to_string(l.item_id) + ")";
+    const std::string where =
+        "line " + std::to_string(entry) + " of the plan (item " + std::to_string(l.item_id) + ")";
     if (!l.price) ThrowInvalid(where + " has no price");
     if (!l.aux_qty || !l.aux_price) ThrowInvalid(where + " has no quantity in its purchase unit");
     if (!l.tax_rate) ThrowInvalid(where + " has no tax rate");
     insert->Execute({strMaxFBillNo, lMaxFInterID, entry, l.item_id, l.aux_prop_id,
-                     l.supply_id.value_or(0), l.qty, *l.price,
-                     RoundDecimal(l.qty * *l.price, 4), l.unit_id, *l.aux_qty, *l.aux_price,
-                     *l.tax_rate, l.date, l.note});
+                     l.supply_id.value_or(0), l.qty, *l.price, RoundDecimal(l.qty * *l.price, 4),
+                     l.unit_id, *l.aux_qty, *l.aux_price, *l.tax_rate, l.date, l.note});
   }
 }
 

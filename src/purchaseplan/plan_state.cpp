@@ -46,14 +46,16 @@ std::map<LineKey, int32_t> ClosingStates(db::Connection& c, const VectorPtr& row
 
 }  // namespace
 
-VectorPtr PurchasePlanUpdate::ClosePurchasePlan(const std::string& dsn, const VectorPtr& vctListData) {
+VectorPtr PurchasePlanUpdate::ClosePurchasePlan(const std::string& dsn,
+                                                const VectorPtr& vctListData) {
   return Run(dsn, [&](db::Connection& c) {
     auto out = Vector::Create();
     if (!vctListData || vctListData->Count() == 0) return out;
     std::map<LineKey, int32_t> states = ClosingStates(c, vctListData);
     Messages messages(host_.login, host_.resources);
     auto close = c.Prepare(
-        "update PurchasePlanEntry set FClosed = 2 where FClosed = 0 and FInterID = ? and FEntryID = ?");
+        "update PurchasePlanEntry set FClosed = 2 where FClosed = 0 and FInterID = ? and FEntryID "
+        "= ?");
     for (const auto& row : vctListData->rows()) {
       const LineKey key = KeyOf(*row);
       auto it = states.find(key);
@@ -79,7 +81,8 @@ VectorPtr PurchasePlanUpdate::UnClosePurchasePlan(const std::string& dsn,
     if (!vctListData || vctListData->Count() == 0) return out;
     std::map<LineKey, int32_t> states = ClosingStates(c, vctListData);
     auto reopen = c.Prepare(
-        "update PurchasePlanEntry set FClosed = 0 where FClosed = 2 and FInterID = ? and FEntryID = ?");
+        "update PurchasePlanEntry set FClosed = 0 where FClosed = 2 and FInterID = ? and FEntryID "
+        "= ?");
     for (const auto& row : vctListData->rows()) {
       const LineKey key = KeyOf(*row);
       auto it = states.find(key);
@@ -90,7 +93,8 @@ VectorPtr PurchasePlanUpdate::UnClosePurchasePlan(const std::string& dsn,
       } else {
         row->Set("Succeed", 0);
       }
-      if (it != states.end()) row->Set("FClosed", it->second < 0 ? Variant::Null() : Variant(it->second));
+      if (it != states.end())
+        row->Set("FClosed", it->second < 0 ? Variant::Null() : Variant(it->second));
       out->Add(row);
     }
     return out;
@@ -115,14 +119,15 @@ VectorPtr PurchasePlanUpdate::DeletePurchasePlan(const std::string& dsn,
                 " and FInterID in (%IDS%)",
                 [&](Row& r) { with_closed.insert(r[0].ToLong()); });
     std::map<int32_t, std::string> orders;  // plan -> its order numbers, "0001,0002"
-    db::QueryIn(c, id_list,
-                "select distinct P.FPurchasePlanInterID, O.FBillNo from PurchasePlanOrder P"
-                " inner join POOrder O on P.FInterID = O.FInterID"
-                " where P.FPurchasePlanInterID in (%IDS%) order by P.FPurchasePlanInterID, O.FBillNo",
-                [&](Row& r) {
-                  std::string& list = orders[r[0].ToLong()];
-                  list += (list.empty() ? "" : ",") + TextValue(r[1]);
-                });
+    db::QueryIn(
+        c, id_list,
+        "select distinct P.FPurchasePlanInterID, O.FBillNo from PurchasePlanOrder P"
+        " inner join POOrder O on P.FInterID = O.FInterID"
+        " where P.FPurchasePlanInterID in (%IDS%) order by P.FPurchasePlanInterID, O.FBillNo",
+        [&](Row& r) {
+          std::string& list = orders[r[0].ToLong()];
+          list += (list.empty() ? "" : ",") + TextValue(r[1]);
+        });
     struct Link {
       int32_t plan, type, source, line;
       double qty;
@@ -146,17 +151,19 @@ VectorPtr PurchasePlanUpdate::DeletePurchasePlan(const std::string& dsn,
     std::map<int32_t, std::string> task_bill[2];
     const char* tables[] = {"ICMO", "ICOutMO"};
     for (int t = 0; t < 2; ++t) {
-      db::QueryIn(c, std::vector<int32_t>(task_ids[t].begin(), task_ids[t].end()),
-                  std::string("select FInterID, FBillNo from ") + tables[t] +
-                      " where FInterID in (%IDS%)",
-                  [&](Row& r) { task_bill[t][r[0].ToLong()] = TextValue(r[1]); });
+      db::QueryIn(
+          c, std::vector<int32_t>(task_ids[t].begin(), task_ids[t].end()),
+          std::string("select FInterID, FBillNo from ") + tables[t] + " where FInterID in (%IDS%)",
+          [&](Row& r) { task_bill[t][r[0].ToLong()] = TextValue(r[1]); });
     }
     std::map<std::pair<int32_t, int32_t>, std::string> sales_bill;
     db::QueryIn(c, std::vector<int32_t>(sales_ids.begin(), sales_ids.end()),
                 "select SE.FInterID, SE.FEntryID, S.FBillNo from SEOrder S"
                 " inner join SEOrderEntry SE on S.FInterID = SE.FInterID"
                 " where SE.FInterID in (%IDS%)",
-                [&](Row& r) { sales_bill[{r[0].ToLong(), r[1].ToLong()}] = TextValue(r[2]); });
+                [&](Row& r) {
+                  sales_bill[{r[0].ToLong(), r[1].ToLong()}] = TextValue(r[2]);
+                });
 
     Messages messages(host_.login, host_.resources);
     std::vector<std::pair<std::vector<plan::SourceLine>, std::string>> released;

@@ -58,21 +58,27 @@ std::map<LineKey, PlanLine> LoadPlanLines(db::Connection& c, const std::vector<L
 
 void WritePlanLines(db::Connection& c, const std::map<LineKey, PlanLine>& lines) {
   auto update = c.Prepare(
-      "update PurchasePlanEntry set FPurchaseFinishQty = ?, FClosed = ? where FInterID = ? and FEntryID = ?");
+      "update PurchasePlanEntry set FPurchaseFinishQty = ?, FClosed = ? where FInterID = ? and "
+      "FEntryID = ?");
   for (const auto& [key, p] : lines) {
     if (p.dirty) update->Execute({p.finished, p.closed, key.first, key.second});
   }
 }
 
-std::vector<Link> LinksOfOrder(db::Connection& c, int32_t order, const std::string& condition = "") {
+std::vector<Link> LinksOfOrder(db::Connection& c, int32_t order,
+                               const std::string& condition = "") {
   std::vector<Link> links;
-  c.QueryRows("select PPO.FInterID, PPO.FItemID, PPO.FPurchasePlanKey, PPO.FPurchasePlanInterID,"
-              " PPO.FPurchasePlanEntryID, PPO.FQty from PurchasePlanOrder PPO where PPO.FInterID = ?" +
-                  condition + " order by PPO.FPurchasePlanInterID, PPO.FPurchasePlanEntryID",
-              {order}, [&](Row& r) {
-                links.push_back({r[0].ToLong(), r[1].ToLong(), TextValue(r[2]),
-                                 {r[3].ToLong(), r[4].ToLong()}, r[5].IsNull() ? 0 : r[5].ToDouble()});
-              });
+  c.QueryRows(
+      "select PPO.FInterID, PPO.FItemID, PPO.FPurchasePlanKey, PPO.FPurchasePlanInterID,"
+      " PPO.FPurchasePlanEntryID, PPO.FQty from PurchasePlanOrder PPO where PPO.FInterID = ?" +
+          condition + " order by PPO.FPurchasePlanInterID, PPO.FPurchasePlanEntryID",
+      {order}, [&](Row& r) {
+        links.push_back({r[0].ToLong(),
+                         r[1].ToLong(),
+                         TextValue(r[2]),
+                         {r[3].ToLong(), r[4].ToLong()},
+                         r[5].IsNull() ? 0 : r[5].ToDouble()});
+      });
   return links;
 }
 
@@ -103,20 +109,22 @@ void PurchasePlanUpdate::UpdatePurchasePlanQtyOfCancelBill(const std::string& ds
                                                            bool blnIsCancel) {
   Run(dsn, [&](db::Connection& c) {
     std::map<LineKey, double> taken;  // each plan line's first link
-    c.QueryRows("select PPE.FInterID, PPE.FEntryID, PPO.FQty from PurchasePlanEntry PPE"
-                " inner join PurchasePlanOrder PPO on PPO.FPurchasePlanInterID = PPE.FInterID"
-                " and PPO.FPurchasePlanEntryID = PPE.FEntryID"
-                " inner join POOrderEntry POE on PPO.FInterID = POE.FInterID"
-                " and PPO.FItemID = POE.FItemID and PPO.FPurchasePlanKey = POE.FPurchasePlanKey"
-                " where POE.FInterID = ? order by PPO.FPurchasePlanKey",
-                {lOrderInterID}, [&](Row& r) {
-                  taken.try_emplace({r[0].ToLong(), r[1].ToLong()}, r[2].IsNull() ? 0 : r[2].ToDouble());
-                });
+    c.QueryRows(
+        "select PPE.FInterID, PPE.FEntryID, PPO.FQty from PurchasePlanEntry PPE"
+        " inner join PurchasePlanOrder PPO on PPO.FPurchasePlanInterID = PPE.FInterID"
+        " and PPO.FPurchasePlanEntryID = PPE.FEntryID"
+        " inner join POOrderEntry POE on PPO.FInterID = POE.FInterID"
+        " and PPO.FItemID = POE.FItemID and PPO.FPurchasePlanKey = POE.FPurchasePlanKey"
+        " where POE.FInterID = ? order by PPO.FPurchasePlanKey",
+        {lOrderInterID}, [&](Row& r) {
+          taken.try_emplace({r[0].ToLong(), r[1].ToLong()}, r[2].IsNull() ? 0 : r[2].ToDouble());
+        });
     auto quantity = c.Prepare(std::string("update PurchasePlanEntry set FPurchaseFinishQty = "
                                           "FPurchaseFinishQty ") +
                               (blnIsCancel ? "-" : "+") + " ? where FInterID = ? and FEntryID = ?");
     auto state = c.Prepare(
-        "update PurchasePlanEntry set FClosed = case when FPurchaseFinishQty >= FQty then 1 else 0 end"
+        "update PurchasePlanEntry set FClosed = case when FPurchaseFinishQty >= FQty then 1 else 0 "
+        "end"
         " where FInterID = ? and FEntryID = ? and FClosed <> 2");
     for (const auto& [line, qty] : taken) quantity->Execute({qty, line.first, line.second});
     for (const auto& [line, qty] : taken) state->Execute({line.first, line.second});
@@ -131,11 +139,12 @@ void PurchasePlanUpdate::UpdatePurchasePlanQtyOfDeleteRow(const std::string& dsn
     std::map<LineKey, PlanLine> lines = LoadPlanLines(c, orphans);
     for (const Link& o : orphans) TakeBack(orphans, o.order, o.item, o.key, lines);
     WritePlanLines(c, lines);
-    c.Execute("delete from PurchasePlanOrder where FInterID = ? and not exists (select 1"
-              " from POOrderEntry PE where PE.FInterID = PurchasePlanOrder.FInterID"
-              " and PE.FPurchasePlanKey = PurchasePlanOrder.FPurchasePlanKey"
-              " and PE.FItemID = PurchasePlanOrder.FItemID)",
-              {lOrderInterID});
+    c.Execute(
+        "delete from PurchasePlanOrder where FInterID = ? and not exists (select 1"
+        " from POOrderEntry PE where PE.FInterID = PurchasePlanOrder.FInterID"
+        " and PE.FPurchasePlanKey = PurchasePlanOrder.FPurchasePlanKey"
+        " and PE.FItemID = PurchasePlanOrder.FItemID)",
+        {lOrderInterID});
   });
 }
 
@@ -147,17 +156,18 @@ VectorPtr PurchasePlanUpdate::UpdatePurchasePlanQty(const std::string& dsn, int3
       double order_qty;
     };
     std::vector<Changed> changed;
-    c.QueryRows("select PPO.FPurchasePlanKey, T.FNumber, PPO.FItemID, PPO.FInterID, PE.FQty"
-                " from POOrderEntry PE inner join (select FPurchasePlanKey, FItemID, FInterID,"
-                " sum(FQty) as FQty from PurchasePlanOrder group by FPurchasePlanKey, FItemID,"
-                " FInterID) PPO on PE.FPurchasePlanKey = PPO.FPurchasePlanKey"
-                " and PE.FItemID = PPO.FItemID and PE.FInterID = PPO.FInterID"
-                " inner join t_ICItem T on PE.FItemID = T.FItemID"
-                " where PE.FQty <> PPO.FQty and PE.FInterID = ? order by PE.FEntryID",
-                {lOrderInterID}, [&](Row& r) {
-                  changed.push_back({TextValue(r[0]), TextValue(r[1]), r[2].ToLong(), r[3].ToLong(),
-                                     r[4].IsNull() ? 0 : r[4].ToDouble()});
-                });
+    c.QueryRows(
+        "select PPO.FPurchasePlanKey, T.FNumber, PPO.FItemID, PPO.FInterID, PE.FQty"
+        " from POOrderEntry PE inner join (select FPurchasePlanKey, FItemID, FInterID,"
+        " sum(FQty) as FQty from PurchasePlanOrder group by FPurchasePlanKey, FItemID,"
+        " FInterID) PPO on PE.FPurchasePlanKey = PPO.FPurchasePlanKey"
+        " and PE.FItemID = PPO.FItemID and PE.FInterID = PPO.FInterID"
+        " inner join t_ICItem T on PE.FItemID = T.FItemID"
+        " where PE.FQty <> PPO.FQty and PE.FInterID = ? order by PE.FEntryID",
+        {lOrderInterID}, [&](Row& r) {
+          changed.push_back({TextValue(r[0]), TextValue(r[1]), r[2].ToLong(), r[3].ToLong(),
+                             r[4].IsNull() ? 0 : r[4].ToDouble()});
+        });
     if (changed.empty()) return nullptr;
     std::vector<Link> links = LinksOfOrder(c, lOrderInterID);
     std::map<LineKey, PlanLine> lines = LoadPlanLines(c, links);

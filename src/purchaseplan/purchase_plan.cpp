@@ -5,7 +5,9 @@ namespace mrpcalc {
 namespace {
 
 Variant OrNothing(const VectorPtr& v) { return v ? Variant(v) : Variant::Null(); }
-std::string Text(const Variant& v) { return v.IsEmpty() || v.IsNull() ? std::string() : v.ToText(); }
+std::string Text(const Variant& v) {
+  return v.IsEmpty() || v.IsNull() ? std::string() : v.ToText();
+}
 
 // The connection of InsertPurchasePlanEntry: the caller's unit of work on
 // that description when there is one, else a unit of work of its own.
@@ -34,7 +36,9 @@ ClassSpec PurchasePlanUpdateClass() {
           [](const Host& host) { return std::make_unique<PurchasePlanUpdate>(host); },
           {
               TransModeMethod(),
-              {"UpdatePurchasePlanEntry", {dsn, In("vctListData", T::kVector)}, "",
+              {"UpdatePurchasePlanEntry",
+               {dsn, In("vctListData", T::kVector)},
+               "",
                [=](ComponentObject& o, Args& a) {
                  self(o).UpdatePurchasePlanEntry(Text(a[0]), vec(a[1]));
                  return Variant();
@@ -57,27 +61,36 @@ ClassSpec PurchasePlanUpdateClass() {
                  return Variant(
                      self(o).UpdatePurchasePlan(Text(a[0]), vec(a[1]), vec(a[2]), a[3].ToLong()));
                }},
-              {"UpdatePurchasePlanQty", {dsn, Ref("lOrderInterID", T::kLong)}, "Vector",
+              {"UpdatePurchasePlanQty",
+               {dsn, Ref("lOrderInterID", T::kLong)},
+               "Vector",
                [=](ComponentObject& o, Args& a) {
                  return OrNothing(self(o).UpdatePurchasePlanQty(Text(a[0]), a[1].ToLong()));
                }},
-              {"UpdatePurchasePlanQtyOfDeleteRow", {dsn, Ref("lOrderInterID", T::kLong)}, "",
+              {"UpdatePurchasePlanQtyOfDeleteRow",
+               {dsn, Ref("lOrderInterID", T::kLong)},
+               "",
                [=](ComponentObject& o, Args& a) {
                  self(o).UpdatePurchasePlanQtyOfDeleteRow(Text(a[0]), a[1].ToLong());
                  return Variant();
                }},
               {"UpdatePurchasePlanQtyOfCancelBill",
-               {dsn, In("lOrderInterID", T::kLong), In("blnIsCancel", T::kBoolean)}, "",
+               {dsn, In("lOrderInterID", T::kLong), In("blnIsCancel", T::kBoolean)},
+               "",
                [=](ComponentObject& o, Args& a) {
                  self(o).UpdatePurchasePlanQtyOfCancelBill(Text(a[0]), a[1].ToLong(),
                                                            a[2].ToBoolean());
                  return Variant();
                }},
-              {"ClosePurchasePlan", {dsn, In("vctListData", T::kVector)}, "Vector",
+              {"ClosePurchasePlan",
+               {dsn, In("vctListData", T::kVector)},
+               "Vector",
                [=](ComponentObject& o, Args& a) {
                  return OrNothing(self(o).ClosePurchasePlan(Text(a[0]), vec(a[1])));
                }},
-              {"UnClosePurchasePlan", {dsn, In("vctListData", T::kVector)}, "Vector",
+              {"UnClosePurchasePlan",
+               {dsn, In("vctListData", T::kVector)},
+               "Vector",
                [=](ComponentObject& o, Args& a) {
                  return OrNothing(self(o).UnClosePurchasePlan(Text(a[0]), vec(a[1])));
                }},
@@ -98,7 +111,9 @@ ClassSpec PurchasePlanUpdateClass() {
                  a[3] = Variant(ids);
                  return result;
                }},
-              {"DeletePurchasePlan", {dsn, Ref("vctListData", T::kVector)}, "Vector",
+              {"DeletePurchasePlan",
+               {dsn, Ref("vctListData", T::kVector)},
+               "Vector",
                [=](ComponentObject& o, Args& a) {
                  return OrNothing(self(o).DeletePurchasePlan(Text(a[0]), vec(a[1])));
                }},
@@ -128,7 +143,8 @@ ClassSpec PurchasePlanInfoClass() {
                  return result;
                }},
               {"GetSupplierID",
-               {dsn, In("sNumber", T::kString), Ref("dblValueAddRate", T::kDouble)}, "Long",
+               {dsn, In("sNumber", T::kString), Ref("dblValueAddRate", T::kDouble)},
+               "Long",
                [=](ComponentObject& o, Args& a) {
                  double rate = a[2].IsEmpty() ? 0 : a[2].ToDouble();
                  const int32_t found = self(o).GetSupplierID(Text(a[0]), Text(a[1]), rate);
@@ -142,7 +158,9 @@ ClassSpec PurchasePlanInfoClass() {
                  return Variant(self(o).GetPurchasePlanPrice(Text(a[0]), a[1].ToLong(),
                                                              a[2].ToLong(), a[3].ToDouble()));
                }},
-              {"GetBillDate", {dsn, In("StrPurchasePlanBillNo", T::kString)}, "String",
+              {"GetBillDate",
+               {dsn, In("StrPurchasePlanBillNo", T::kString)},
+               "String",
                [=](ComponentObject& o, Args& a) {
                  return Variant(self(o).GetBillDate(Text(a[0]), Text(a[1])));
                }},

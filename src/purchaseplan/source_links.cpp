@@ -56,8 +56,9 @@ class Sources {
     const char* tables[] = {"ICMO", "ICOutMO"};
     for (int t = 0; t < 2; ++t) {
       const std::string select =
-          std::string("select v.FInterID, v.FBillNo, t_M.FMeasureUnitID, t_M.FCoefficient,"
-                      " v.FStockFinishQty, v.FPurchasePlanBillNo from ") +
+          std::string(
+              "select v.FInterID, v.FBillNo, t_M.FMeasureUnitID, t_M.FCoefficient,"
+              " v.FStockFinishQty, v.FPurchasePlanBillNo from ") +
           tables[t] + " v left join t_MeasureUnit t_M on t_M.FMeasureUnitID = v.FUnitID";
       auto take = [&, t](Row& r) {
         Source s{TextValue(r[1]), !r[2].IsNull(), Num(r[3]), Num(r[4]), std::nullopt, Text(r[5])};
@@ -108,8 +109,9 @@ class Sources {
   void Write(db::Connection& c) {
     const char* tables[] = {"ICMO", "ICOutMO"};
     for (int t = 0; t < 2; ++t) {
-      auto update = c.Prepare(std::string("update ") + tables[t] +
-                              " set FStockFinishQty = ?, FPurchasePlanBillNo = ? where FInterID = ?");
+      auto update =
+          c.Prepare(std::string("update ") + tables[t] +
+                    " set FStockFinishQty = ?, FPurchasePlanBillNo = ? where FInterID = ?");
       for (const auto& [id, s] : tasks_[t]) {
         if (s.dirty) update->Execute({Cell(s.finished), Cell(s.list), id});
       }

@@ -23,11 +23,12 @@ std::string Where(const char* key, size_t row) {
 }
 
 const KeyList& LineKeys() {
-  static const KeyList keys = MakeKeyList(
-      {"FItemID", "FItemNumber", "FItemName", "FItemModel", "FAuxPropID", "FAuxPropName",
-       "FSupplyID", "FSupplyNumber", "FSupplyName", "FAuxUnitID", "FUnitID", "FUnitName",
-       "FCoefficient", "FAuxQty", "FQty", "FAuxPrice", "FPrice", "FDiscountRate", "FTaxRate",
-       "FQtyDecimal", "FPriceDecimal", "FNote", "Fdate"});
+  static const KeyList keys =
+      MakeKeyList({"FItemID",       "FItemNumber", "FItemName",     "FItemModel",  "FAuxPropID",
+                   "FAuxPropName",  "FSupplyID",   "FSupplyNumber", "FSupplyName", "FAuxUnitID",
+                   "FUnitID",       "FUnitName",   "FCoefficient",  "FAuxQty",     "FQty",
+                   "FAuxPrice",     "FPrice",      "FDiscountRate", "FTaxRate",    "FQtyDecimal",
+                   "FPriceDecimal", "FNote",       "Fdate"});
   return keys;
 }
 
@@ -40,10 +41,14 @@ struct DocumentQuery {
 };
 DocumentQuery QueryOf(LastPriceSource source) {
   switch (source) {
-    case LastPriceSource::kOrder: return {"u1.FTaxPrice", "POOrder", "POOrderEntry"};
-    case LastPriceSource::kStockBillConverted: return {"u1.FAuxPrice", "ICStockBill", "ICStockBillEntry"};
-    case LastPriceSource::kInvoiceConverted: return {"u1.FAuxTaxPrice", "ICPurchase", "ICPurchaseEntry"};
-    case LastPriceSource::kInvoice: break;
+    case LastPriceSource::kOrder:
+      return {"u1.FTaxPrice", "POOrder", "POOrderEntry"};
+    case LastPriceSource::kStockBillConverted:
+      return {"u1.FAuxPrice", "ICStockBill", "ICStockBillEntry"};
+    case LastPriceSource::kInvoiceConverted:
+      return {"u1.FAuxTaxPrice", "ICPurchase", "ICPurchaseEntry"};
+    case LastPriceSource::kInvoice:
+      break;
   }
   return {"u1.FTaxPrice", "ICPurchase", "ICPurchaseEntry"};
 }
@@ -51,11 +56,29 @@ DocumentQuery QueryOf(LastPriceSource source) {
 }  // namespace
 
 DictionaryPtr PricedLine::ToRow() const {
-  Variant cells[] = {item_id, number, name, model, aux_prop_id, aux_prop_name,
-                     Cell(supply_id), supply_number, supply_name, Cell(aux_unit_id), unit_id,
-                     unit_name, Cell(coefficient), Cell(aux_qty), qty, Cell(aux_price),
-                     Cell(price), discount_rate, Cell(tax_rate), Cell(qty_decimal),
-                     Cell(price_decimal), note, date};
+  Variant cells[] = {item_id,
+                     number,
+                     name,
+                     model,
+                     aux_prop_id,
+                     aux_prop_name,
+                     Cell(supply_id),
+                     supply_number,
+                     supply_name,
+                     Cell(aux_unit_id),
+                     unit_id,
+                     unit_name,
+                     Cell(coefficient),
+                     Cell(aux_qty),
+                     qty,
+                     Cell(aux_price),
+                     Cell(price),
+                     discount_rate,
+                     Cell(tax_rate),
+                     Cell(qty_decimal),
+                     Cell(price_decimal),
+                     note,
+                     date};
   auto row = Dictionary::Create(LineKeys());
   for (size_t i = 0; i < std::size(cells); ++i) row->SetAt(i, std::move(cells[i]));
   return row;
@@ -107,7 +130,8 @@ PricingFacts PricingFacts::Load(db::Connection& c, const std::vector<PricedLine>
               "select FItemID, FOrderUnitID, FOrderPrice, FTaxRate, FQtyDecimal, FPriceDecimal"
               " from t_ICItem where FItemID in (%IDS%)",
               [&](Row& r) {
-                f.items_.emplace(r[0].ToLong(), Item{Int(r[1]), Num(r[2]), Num(r[3]), Int(r[4]), Int(r[5])});
+                f.items_.emplace(r[0].ToLong(),
+                                 Item{Int(r[1]), Num(r[2]), Num(r[3]), Int(r[4]), Int(r[5])});
               });
   // Supplier by code (the first of equal codes) and each supplier's tax rate.
   db::QueryIn(c, std::vector<std::string>(suppliers.begin(), suppliers.end()),

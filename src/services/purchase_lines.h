@@ -50,10 +50,10 @@ std::vector<PricedLine> ReadPricedLines(const VectorPtr& rows);
 
 // Where the last purchase price of an item from a supplier is read.
 enum class LastPriceSource {
-  kInvoice,                // ICPurchase, tax-included price as it stands
-  kOrder,                  // POOrder, tax-included price as it stands
-  kStockBillConverted,     // ICStockBill, price without tax, in the line's unit
-  kInvoiceConverted,       // ICPurchase, tax-included unit price, in the line's unit
+  kInvoice,             // ICPurchase, tax-included price as it stands
+  kOrder,               // POOrder, tax-included price as it stands
+  kStockBillConverted,  // ICStockBill, price without tax, in the line's unit
+  kInvoiceConverted,    // ICPurchase, tax-included unit price, in the line's unit
 };
 
 class PricingFacts {
@@ -102,9 +102,9 @@ class PricingFacts {
   std::map<int32_t, Item> items_;
   std::map<std::string, int32_t> supplier_by_code_;
   std::map<int32_t, OptNum> supplier_tax_;
-  std::map<int32_t, std::vector<Band>> bands_;            // by item, (supplier, line) order
-  std::map<int32_t, OptNum> purchase_unit_coefficient_;   // by t_MeasureUnit.FItemID
-  std::map<int32_t, OptNum> unit_coefficient_;            // by FMeasureUnitID
+  std::map<int32_t, std::vector<Band>> bands_;           // by item, (supplier, line) order
+  std::map<int32_t, OptNum> purchase_unit_coefficient_;  // by t_MeasureUnit.FItemID
+  std::map<int32_t, OptNum> unit_coefficient_;           // by FMeasureUnitID
   std::map<LastPriceSource, std::map<std::pair<int32_t, int32_t>, Document>> last_;
 };
 
