@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "db/connection.h"
+#include "record/variant.h"
 
 namespace mrpcalc::testing {
 
@@ -26,6 +27,18 @@ std::string FreshDsn(const std::string& engine);
 // A child that throws fails the test (ADD_FAILURE) with its message.
 std::vector<std::string> InChildProcesses(int processes,
                                           const std::function<void(int, std::ostream&)>& body);
+
+// Host rows in a line: Row({{"FItemID", 1}}), Rows({row, row}).
+inline DictionaryPtr Row(std::initializer_list<std::pair<const char*, Variant>> cells) {
+  auto row = Dictionary::Create();
+  for (const auto& [k, v] : cells) row->Set(k, v);
+  return row;
+}
+inline VectorPtr Rows(std::initializer_list<DictionaryPtr> rows) {
+  auto v = Vector::Create();
+  for (const auto& r : rows) v->Add(r);
+  return v;
+}
 
 class DbTest : public ::testing::TestWithParam<std::string> {
  protected:

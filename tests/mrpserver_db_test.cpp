@@ -10,18 +10,6 @@
 namespace mrpcalc::testing {
 namespace {
 
-DictionaryPtr Row(std::initializer_list<std::pair<const char*, Variant>> cells) {
-  auto row = Dictionary::Create();
-  for (const auto& [k, v] : cells) row->Set(k, v);
-  return row;
-}
-
-VectorPtr Rows(std::initializer_list<DictionaryPtr> rows) {
-  auto v = Vector::Create();
-  for (const auto& r : rows) v->Add(r);
-  return v;
-}
-
 class Server : public DemoDbTest {
  protected:
   // Data rights restrict these (user, object type) pairs.

@@ -13,18 +13,6 @@
 namespace mrpcalc::testing {
 namespace {
 
-DictionaryPtr Row(std::initializer_list<std::pair<const char*, Variant>> cells) {
-  auto row = Dictionary::Create();
-  for (const auto& [k, v] : cells) row->Set(k, v);
-  return row;
-}
-
-VectorPtr Rows(std::initializer_list<DictionaryPtr> rows) {
-  auto v = Vector::Create();
-  for (const auto& r : rows) v->Add(r);
-  return v;
-}
-
 DictionaryPtr PlanLine(int item, const char* supplier, double qty, int unit,
                        const char* memo = "") {
   return Row({{"FBomItemID", item},

@@ -162,12 +162,7 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
         " FExchangeRate, FBillerID, FCancellation, FPOStyle, FSettleID, FAreaPs, FSettleDate,"
         " FEmpID, FDeptID, FMangerID, FRelateBrID, FBrID, FPOOrdBillNo)"
         " values ('0', 71, ?, ?, ?, ?, ?, 1, ?, 0, 252, 0, 20302, ?, 0, 0, 0, 0, 0, '')");
-    auto entry = c.Prepare(
-        "insert into POOrderEntry (FBrNo, FInterID, FEntryID, FItemID, FDate, FAuxPropID, FUnitID,"
-        " FStockQty, FAuxStockQty, FQty, FAuxQty, FAuxTaxPrice, FTaxPrice, FCess, FTaxRate,"
-        " FAmount, FPriceDiscount, FAuxPriceDiscount, FDescount, FAllAmount, FNote, FPrice,"
-        " FAuxPrice, FTaxAmount)"
-        " values ('0', ?, ?, ?, ?, ?, ?, 0, 0, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    OrderLineWriter entry(c);
     std::vector<int32_t> made;
     for (int32_t supplier : suppliers) {
       // Number first, then interior id, one supplier at a time.
@@ -178,30 +173,10 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
       header->Execute({inter_id, bill_no, supplier, order_date, currency, BillerID, order_date});
       for (const OrderLine& l : lines) {
         if (l.supply_id != supplier) continue;
-        const double keep = 1 - l.discount_rate / 100;
-        const double amount = RoundDecimal(l.price * l.qty * keep / (1 + l.tax_rate / 100), 4);
-        const double all_amount = RoundDecimal(l.price * keep * l.qty, 4);
-        entry->Execute({inter_id,
-                        l.entry_id,
-                        l.item_id,
-                        l.date,
-                        l.aux_prop_id,
-                        l.aux_unit_id,
-                        l.qty,
-                        l.aux_qty,
-                        l.aux_price,
-                        l.price,
-                        l.tax_rate,
-                        l.discount_rate,
-                        amount,
-                        RoundDecimal(l.price * keep),
-                        RoundDecimal(l.aux_price * keep),
-                        RoundDecimal(l.price * l.discount_rate * l.qty / 100, 4),
-                        all_amount,
-                        l.note,
-                        RoundDecimal(l.price / (1 + l.tax_rate / 100)),
-                        RoundDecimal(l.aux_price / (1 + l.tax_rate / 100)),
-                        RoundDecimal(all_amount - amount, 4)});
+        entry.Write(inter_id, l.entry_id,
+                    {l.item_id, l.aux_prop_id, l.aux_unit_id, l.date, l.qty, l.aux_qty, l.price,
+                     l.aux_price, l.discount_rate, l.tax_rate, l.note, "", ""},
+                    std::nullopt);
       }
     }
     last_orders_ = db::JoinIds(made);

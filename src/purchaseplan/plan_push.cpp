@@ -7,6 +7,7 @@
 #include "record/column_value.h"
 #include "record/text.h"
 #include "services/profile.h"
+#include "services/purchase_lines.h"
 
 namespace mrpcalc {
 namespace {
@@ -205,12 +206,7 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
         " FExchangeRate, FBillerID, FCancellation, FPOStyle, FAreaPs, FSettleDate, FEmpID,"
         " FDeptID, FMangerID, FRelateBrID, FBrID, FPOOrdBillNo)"
         " values ('0', 71, ?, ?, ?, ?, ?, 1, ?, 0, ?, 20302, ?, ?, ?, 0, 0, 0, '')");
-    auto entry = c.Prepare(
-        "insert into POOrderEntry (FBrNo, FInterID, FEntryID, FItemID, FDate, FAuxPropID, FUnitID,"
-        " FStockQty, FAuxStockQty, FQty, FAuxQty, FAuxTaxPrice, FTaxPrice, FCess, FTaxRate,"
-        " FPrice, FAuxPrice, FAmount, FPriceDiscount, FAuxPriceDiscount, FDescount, FAllAmount,"
-        " FNote, FPurchasePlanBillNo, FPurchasePlanKey, FTaxAmount)"
-        " values ('0', ?, ?, ?, ?, ?, ?, 0, 0, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    OrderLineWriter entry(c);
     auto link = c.Prepare(
         "insert into PurchasePlanOrder (FInterID, FItemID, FPurchasePlanKey, FPurchasePlanInterID,"
         " FPurchasePlanEntryID, FQty) values (?, ?, ?, ?, ?, ?)");
@@ -226,33 +222,10 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
       int32_t e = 0;
       for (const PushLine& l : lines) {
         if (l.supply_id != supplier) continue;
-        const double keep = 1 - l.discount_rate / 100, gross = 1 + l.tax_rate / 100;
-        const double amount = RoundDecimal(RoundDecimal(l.price * l.qty * keep / gross, scale), 4);
-        const double all_amount = RoundDecimal(RoundDecimal(l.price * keep * l.qty, scale), 4);
-        entry->Execute(
-            {order,
-             ++e,
-             l.item_id,
-             l.date,
-             l.aux_prop_id,
-             l.aux_unit_id,
-             l.qty,
-             l.aux_qty,
-             l.aux_price,
-             l.price,
-             l.tax_rate,
-             l.discount_rate,
-             RoundDecimal(l.price / gross),
-             RoundDecimal(l.aux_price / gross),
-             amount,
-             RoundDecimal(l.price * keep),
-             RoundDecimal(l.aux_price * keep),
-             RoundDecimal(RoundDecimal(l.price * l.discount_rate * l.qty / 100, scale), 4),
-             all_amount,
-             l.note,
-             l.plan_numbers,
-             l.key,
-             RoundDecimal(all_amount - amount, 4)});
+        entry.Write(order, ++e,
+                    {l.item_id, l.aux_prop_id, l.aux_unit_id, l.date, l.qty, l.aux_qty, l.price,
+                     l.aux_price, l.discount_rate, l.tax_rate, l.note, l.plan_numbers, l.key},
+                    scale);
         for (const PlanPart& p : parts) {
           if (p.key == l.key) {
             link->Execute({order, p.item_id, p.key, p.plan_inter_id, p.plan_entry_id, p.qty});

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -106,6 +107,31 @@ class PricingFacts {
   std::map<int32_t, OptNum> purchase_unit_coefficient_;  // by t_MeasureUnit.FItemID
   std::map<int32_t, OptNum> unit_coefficient_;           // by FMeasureUnitID
   std::map<LastPriceSource, std::map<std::pair<int32_t, int32_t>, Document>> last_;
+};
+
+// A purchase-order line as the two order writers (MRP confirmation and plan
+// push) fill it: quantities in base and purchase units, tax-included
+// prices, discount and tax rates in percent.
+struct OrderLineValues {
+  int32_t item_id = 0, aux_prop_id = 0, unit_id = 0;  // unit_id: the purchase unit
+  Date date;
+  double qty = 0, aux_qty = 0, price = 0, aux_price = 0, discount_rate = 0, tax_rate = 0;
+  std::string note, plan_numbers, plan_key;
+};
+
+// Writes order lines: prices net of tax, the discounted amounts with and
+// without tax and the discount, each amount first rounded to `scale`
+// decimals where the writer rounds it (nullopt: only as the column keeps
+// it), and the tax amount as their difference. FCess holds the tax rate
+// and FTaxRate the discount rate, in the order table's naming.
+class OrderLineWriter {
+ public:
+  explicit OrderLineWriter(db::Connection& connection);
+  void Write(int32_t order_id, int32_t entry_id, const OrderLineValues& line,
+             std::optional<int> scale);
+
+ private:
+  std::unique_ptr<db::Statement> insert_;
 };
 
 }  // namespace mrpcalc
