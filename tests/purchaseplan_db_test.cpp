@@ -257,6 +257,35 @@ TEST_P(Plans, PushMakesOrdersAndRaisesThePlan) {
   EXPECT_THROW(u.PushBill(dsn(), Rows({}), 16, ids, Date()), Error);
 }
 
+TEST_P(Plans, PushCopiesTemplateRelationsWithCheckedNames) {
+  auto u = Update();
+  u.UpdatePurchasePlan(dsn(), Rows({}), Rows({PlanLine(3001, "S001", 150, 3)}), 16);
+  // The order's FPOOrdBillNo takes its supplier's name; the line's note
+  // takes its item's code; a relation without a comma does nothing.
+  conn().Execute(
+      "insert into ICTemplate (FID, FFieldName, FDefaultCtl, FCtlType, FNeedSave, FRelationID,"
+      " FAction) values ('P02', 'FPOOrdBillNo', 0, 30, 1,"
+      " 'x,FSupplyID,t_Supplier,FItemID,FItemID,t_Supplier,FItemID,FName', 'A3'),"
+      " ('P02', 'FBillNo', 0, 30, 1, 'single', 'A3')");
+  conn().Execute(
+      "insert into ICTemplateEntry (FID, FFieldName, FDefaultCtl, FCtlType, FNeedSave,"
+      " FRelationID, FAction) values ('P02', 'FNote', 0, 30, 1,"
+      " 'x,FItemID,t_ICItem,FItemID,FItemID,t_ICItem,FItemID,FNumber', 'xA3x')");
+  std::string ids;
+  const auto line = [] { return Rows({PushLine("1000_1", 1, 3001, 10, 18.9, 0, 13, {{1000, 1, 10}}, 3)}); };
+  u.PushBill(dsn(), line(), 16, ids, *Date::Parse("2026-11-22"));
+  EXPECT_EQ(Text("select FPOOrdBillNo from POOrder where FInterID = " + ids), "华东铝业有限公司");
+  EXPECT_EQ(Text("select FNote from POOrderEntry where FInterID = " + ids), "3.01");
+  EXPECT_EQ(Text("select FBillNo from POOrder where FInterID = " + ids).substr(0, 5), "POORD");
+  // A name that is not an identifier is refused before anything runs.
+  conn().Execute("update ICTemplateEntry set FRelationID ="
+                 " 'x,FItemID,t_ICItem,FItemID,FItemID,t_ICItem,FItemID,FNumber);drop table t_Item;--'");
+  const double orders = Value("select count(*) from POOrder");
+  EXPECT_THROW(u.PushBill(dsn(), line(), 16, ids, *Date::Parse("2026-11-22")), Error);
+  EXPECT_EQ(Value("select count(*) from POOrder"), orders);
+  EXPECT_TRUE(conn().TableExists("t_Item"));
+}
+
 TEST_P(Plans, AFailedPushLeavesEveryTableAsItWas) {
   auto u = Update();
   u.UpdatePurchasePlan(dsn(), Rows({}),

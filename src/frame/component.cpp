@@ -54,22 +54,9 @@ const ClassSpec* Registry::Find(const std::string& prog_id) const {
   return nullptr;
 }
 
-void ThrowNotImplemented(const std::string& prog_id, const std::string& method) {
-  throw Error(ErrorCategory::kNotImplemented, prog_id + "." + method + " is not implemented yet");
-}
-
 MethodSpec TransModeMethod() {
   return {"TransMode", {}, "Long",
           [](ComponentObject& o, Args&) { return Variant(o.TransMode()); }};
-}
-
-MethodSpec Unbuilt(const std::string& prog_id, std::string name, std::vector<ParamSpec> params,
-                   std::string result) {
-  MethodSpec m{std::move(name), std::move(params), std::move(result), nullptr};
-  m.invoke = [prog_id, method = m.name](ComponentObject&, Args&) -> Variant {
-    ThrowNotImplemented(prog_id, method);
-  };
-  return m;
 }
 
 namespace {

@@ -151,11 +151,5 @@ inline ParamSpec OptRef(std::string name, ParamType type, Variant fallback = {})
 
 // The TransMode property of every class, as a method of the table.
 MethodSpec TransModeMethod();
-// A published method whose invoker answers "not implemented yet".
-MethodSpec Unbuilt(const std::string& prog_id, std::string name, std::vector<ParamSpec> params,
-                   std::string result = {});
-
-// A method published but not built yet.
-[[noreturn]] void ThrowNotImplemented(const std::string& prog_id, const std::string& method);
 
 }  // namespace mrpcalc
