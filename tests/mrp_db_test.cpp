@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include "sample/synthetic.h"
@@ -125,6 +126,43 @@ TEST_P(Mrp, SingleLevelReportWithSuppliersIsPinned) {
   auto lines = Demand();
   const VectorPtr rows = info.GetMrpReportData(dsn(), lines, Filter(lines, 0), "11,12", 16, 0);
   CheckScenario("mrp_single_level_form0", rows);
+}
+
+// Pegging: the report's rows unchanged, each row's demand lines sharing
+// out exactly its gross requirement, at every level and in single level.
+TEST_P(Mrp, PeggingSharesOutEachRowsNeed) {
+  for (int expand : {1, 0}) {
+    auto lines = Demand();
+    MrpDataInfo plain(host_), pegged(host_);
+    const VectorPtr rows = plain.GetMrpReportData(dsn(), lines, Filter(lines, expand), "11,12", 1, 1);
+    auto again = Demand();
+    const auto report =
+        pegged.GetMrpReportPegged(dsn(), again, Filter(again, expand), "11,12", 1, 1);
+    EXPECT_EQ(ToJson(Variant(report.rows)), ToJson(Variant(rows)));
+    ASSERT_EQ(report.pegging.size(), static_cast<size_t>(rows->Count()));
+    std::set<std::string> lines_seen;
+    for (size_t i = 0; i < report.pegging.size(); ++i) {
+      double total = 0;
+      for (const auto& peg : report.pegging[i]->rows()) {
+        total += peg->Get("FQty").ToDouble();
+        lines_seen.insert(peg->Get("FBillNo").ToText() + "/" + peg->Get("FEntryID").ToText());
+      }
+      EXPECT_NEAR(total, rows->rows()[i]->Get("FNeedQty").ToDouble(), 1e-6) << "row " << i;
+    }
+    EXPECT_EQ(lines_seen, (std::set<std::string>{"SEORD000001/1", "SEORD000001/2", "WORK000001/0"}));
+  }
+  // Frames: twenty e-bikes take one each, six folding bikes one each (a
+  // bill of two bikes holds two frames).
+  auto lines = Demand();
+  MrpDataInfo info(host_);
+  const auto report = info.GetMrpReportPegged(dsn(), lines, Filter(lines, 1), "", 1, 1);
+  for (int32_t i = 1; i <= report.rows->Count(); ++i) {
+    if (report.rows->Item(i)->Get("FItemNumber").ToText() != "2.01") continue;
+    const VectorPtr& pegs = report.pegging[static_cast<size_t>(i - 1)];
+    ASSERT_EQ(pegs->Count(), 2);
+    EXPECT_DOUBLE_EQ(pegs->Item(1)->Get("FQty").ToDouble(), 20);
+    EXPECT_DOUBLE_EQ(pegs->Item(2)->Get("FQty").ToDouble(), 6);
+  }
 }
 
 TEST_P(Mrp, ALoopingBomDropsItsLineAndTheRestIsCalculated) {

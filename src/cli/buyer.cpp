@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "db/connection.h"
+#include "export/table_export.h"
 #include "mrp/open_demand.h"
 #include "mrpserver/mrp_data_server.h"
 #include "record/error.h"
@@ -76,8 +77,37 @@ Variant Supplier(const std::map<std::string, std::string>& overrides, const Dict
 
 }  // namespace
 
+std::string& OutputFile() {
+  static std::string path;
+  return path;
+}
+
+void SetOutputFile(const std::string& path) { OutputFile() = path; }
+
 void PrintRows(const VectorPtr& rows, const std::string& format, const std::vector<Column>& table) {
   const VectorPtr shown = rows ? rows : Vector::Create();
+  const std::string& out_path = OutputFile();
+  if (format == "xlsx") {
+    if (out_path.empty()) ThrowInvalid("--format xlsx writes a workbook: give --out FILE");
+    WriteXlsx(shown, out_path, "mrpcalc");
+    fmt::print("wrote {} row(s) to {}\n", shown->Count(), out_path);
+    return;
+  }
+  if (!out_path.empty() && (format == "csv" || format == "json")) {
+    std::ofstream file(out_path, std::ios::binary);
+    if (format == "csv") {
+      file << ToCsv(shown);
+    } else {
+      CheckJsonText(Variant(shown));
+      JsonWriter out([&](std::string_view chunk) { file.write(chunk.data(), chunk.size()); });
+      out.Value(Variant(shown), 0);
+      out.Raw("\n");
+      out.Flush();
+    }
+    if (!file) ThrowInvalid("cannot write " + out_path);
+    fmt::print("wrote {} row(s) to {}\n", shown->Count(), out_path);
+    return;
+  }
   if (format == "json") {
     CheckJsonText(Variant(shown));
     std::cout.flush();

@@ -19,7 +19,10 @@ struct Column {
   const char* key;
   int width;  // negative: left-aligned text
 };
+// "xlsx" writes a workbook and needs an output file; with an output file
+// set, csv and json go there too.
 void PrintRows(const VectorPtr& rows, const std::string& format, const std::vector<Column>& table);
+void SetOutputFile(const std::string& path);
 
 // Reads a JSON array of row objects (what --format json prints).
 VectorPtr ReadRowsFile(const std::string& path);

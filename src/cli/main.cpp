@@ -81,6 +81,7 @@ struct MrpOptions {
   int user = 1;
   int form = 0;
   std::string format = "table";
+  bool peg = false;
 };
 
 // The demand of the named bills, as the MRP selection form hands it over.
@@ -165,10 +166,52 @@ VectorPtr RunMrp(const MrpOptions& o, const Host& host) {
       {"MidStockQty", o.mid_stock}, {"Virtual", o.virtual_stock}};
   for (const auto& [key, on] : switches) filter->Set(key, int32_t{on ? 1 : 0});
   MrpDataInfo info(host);
-  const VectorPtr rows = info.GetMrpReportData(o.dsn, lines, filter, o.warehouses, o.user, o.form);
+  if (!o.peg) {
+    const VectorPtr rows = info.GetMrpReportData(o.dsn, lines, filter, o.warehouses, o.user, o.form);
+    for (const auto& m : host.messages->messages()) std::cerr << m << "\n";
+    PrintReport(rows, o.format);
+    return rows;
+  }
+  // Each row with the demand lines behind its gross requirement.
+  const auto report = info.GetMrpReportPegged(o.dsn, lines, filter, o.warehouses, o.user, o.form);
   for (const auto& m : host.messages->messages()) std::cerr << m << "\n";
-  PrintReport(rows, o.format);
-  return rows;
+  if (o.format == "table") {
+    for (int32_t i = 1; i <= report.rows->Count(); ++i) {
+      auto one = Vector::Create();
+      one->Add(report.rows->Item(i));
+      if (i == 1) {
+        PrintReport(one, "table");
+      } else {
+        std::ostringstream body;
+        auto* old = std::cout.rdbuf(body.rdbuf());
+        PrintReport(one, "table");
+        std::cout.rdbuf(old);
+        const std::string text = body.str();
+        std::cout << text.substr(text.find('\n') + 1);
+      }
+      for (const auto& peg : report.pegging[static_cast<size_t>(i - 1)]->rows()) {
+        fmt::print("    <- {} {} line {}: {:.2f}\n", TranTypeName(peg->Get("FTranType").ToLong()),
+                   peg->Get("FBillNo").ToText(), peg->Get("FEntryID").ToLong(),
+                   peg->Get("FQty").ToDouble());
+      }
+    }
+    return report.rows;
+  }
+  for (size_t i = 0; i < report.rows->rows().size(); ++i) {
+    const VectorPtr& pegs = report.pegging[i];
+    if (o.format == "json") {
+      report.rows->rows()[i]->Set("FPegging", pegs);
+      continue;
+    }
+    std::string text;
+    for (const auto& peg : pegs->rows()) {
+      text += (text.empty() ? "" : "; ") + peg->Get("FBillNo").ToText() + "/" +
+              peg->Get("FEntryID").ToText() + " " + FormatDouble(peg->Get("FQty").ToDouble());
+    }
+    report.rows->rows()[i]->Set("FPegging", text);
+  }
+  PrintReport(report.rows, o.format);
+  return report.rows;
 }
 
 int RunBenchGenerate(const std::string& dsn, double scale) {
@@ -521,12 +564,15 @@ int main(int argc, char** argv) {
   mrp_cmd
       ->add_option("--form", mrp.form, "form kind; 0 suggests suppliers and starts netting from 0")
       ->capture_default_str();
-  mrp_cmd->add_option("--format", mrp.format, "table, csv or json")
-      ->check(CLI::IsMember({"table", "csv", "json"}))
+  mrp_cmd->add_option("--format", mrp.format, "table, csv, json or xlsx")
+      ->check(CLI::IsMember({"table", "csv", "json", "xlsx"}))
       ->capture_default_str();
+  mrp_cmd->add_flag("--peg", mrp.peg, "show each row's demand lines (pegging)");
+  std::string out_file;
+  mrp_cmd->add_option("--out", out_file, "write the rows to this file (csv, json, xlsx)");
 
   // The buyer's commands.
-  const auto formats = CLI::IsMember({"table", "csv", "json"});
+  const auto formats = CLI::IsMember({"table", "csv", "json", "xlsx"});
   cli::DemandOptions demand;
   auto* demand_cmd =
       app.add_subcommand("demand", "list open demand with its stock (GetSelectData)");
@@ -550,7 +596,8 @@ int main(int argc, char** argv) {
       ->required();
   confirm_cmd->add_option("--supplier", confirm.suppliers,
                           "ITEMNUMBER=SUPPLIERCODE, for lines without or with another supplier");
-  confirm_cmd->add_option("--format", confirm.format, "table, csv or json")
+  confirm_cmd->add_option("--out", out_file, "write the rows to this file (csv, json, xlsx)");
+  confirm_cmd->add_option("--format", confirm.format, "table, csv, json or xlsx")
       ->check(formats)
       ->capture_default_str();
 
@@ -619,6 +666,7 @@ int main(int argc, char** argv) {
   plan_save->add_option("--supplier", plan.suppliers, "ITEMNUMBER=SUPPLIERCODE");
   plan_save->add_option("--bills", plan.bills, "the source documents (default: every open one)")
       ->delimiter(',');
+  plan_list->add_option("--out", out_file, "write the rows to this file (csv, json, xlsx)");
   plan_list->add_option("--plan", plan.bill_no, "one plan's number; the filters are then ignored");
   plan_list->add_option("--from", plan.from, "plans dated from YYYY-MM-DD");
   plan_list->add_option("--to", plan.to, "plans dated up to YYYY-MM-DD");
@@ -659,6 +707,7 @@ int main(int argc, char** argv) {
       ->capture_default_str();
 
   CLI11_PARSE(app, argc, argv);
+  cli::SetOutputFile(out_file);
   if (*bench) {
     try {
       if (*generate) return RunBenchGenerate(bench_dsn, scale);

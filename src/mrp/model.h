@@ -148,6 +148,7 @@ struct Options {
   bool producing = false, produc = false, mid_stock = false;
   int frm_type = 0;              // form kind; 0 resets and suggests suppliers
   int32_t user_id = 0;
+  bool peg = false;              // record each row's demand lines (ReportRow::pegs)
 };
 
 struct UserRights {
@@ -183,6 +184,13 @@ struct Input {
 };
 
 // One result row: every column of the working table, in its order.
+// A demand line's share of a report row's gross requirement: the index of
+// the line in Input::demand and the quantity it brings.
+struct Peg {
+  int32_t demand;
+  double qty;
+};
+
 struct ReportRow {
   OptInt item_id;       // FItemID
   OptInt bom_item_id;   // FBOMItemID
@@ -200,6 +208,7 @@ struct ReportRow {
   OptText source_no, supply_number, supply_name, memo;
   OptInt final;
   std::optional<Date> date;
+  std::vector<Peg> pegs;  // with Options::peg, by demand line
 };
 
 // The report's rows. A deque: a caller turning them into other rows frees

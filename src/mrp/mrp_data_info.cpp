@@ -93,6 +93,22 @@ int MrpDataInfo::BomType(db::Connection& c) {
 VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr& lines,
                                         const DictionaryPtr& dctFilter, const std::string& sStockKey,
                                         int32_t user_id, int frm_type) {
+  return Report(dsn, lines, dctFilter, sStockKey, user_id, frm_type, nullptr);
+}
+
+MrpDataInfo::PeggedReport MrpDataInfo::GetMrpReportPegged(const std::string& dsn,
+                                                         const VectorPtr& lines,
+                                                         const DictionaryPtr& dctFilter,
+                                                         const std::string& sStockKey,
+                                                         int32_t user_id, int frm_type) {
+  PeggedReport out;
+  out.rows = Report(dsn, lines, dctFilter, sStockKey, user_id, frm_type, &out.pegging);
+  return out;
+}
+
+VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
+                              const DictionaryPtr& dctFilter, const std::string& sStockKey,
+                              int32_t user_id, int frm_type, std::vector<VectorPtr>* pegging) {
   using Clock = std::chrono::steady_clock;
   const auto started = Clock::now();
   return Run(dsn, [&](db::Connection& c) {
@@ -104,6 +120,7 @@ VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr&
     o.expand = SwitchOn(filter, "Expand");
     o.user_id = user_id;
     o.frm_type = frm_type;
+    o.peg = pegging != nullptr;
     if (o.task.code == 0) {
       ThrowInvalid("dctFilter \"SubID\" must be \"SC\" (production tasks) or \"WW\" (outsourcing "
                    "tasks), not \"" + filter->Get("SubID").ToText() + "\"");
@@ -178,7 +195,20 @@ VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr&
     }
     const auto loaded = Clock::now();
     auto out = Vector::Create();
+    static const KeyList peg_keys =
+        MakeKeyList({"FTranType", "FBillNo", "FInterID", "FEntryID", "FItemID", "FQty"});
     for (mrp::ReportRows rows = mrp::Calculate(in, &boms); !rows.empty(); rows.pop_front()) {
+      if (pegging) {
+        auto pegs = Vector::Create();
+        for (const mrp::Peg& p : rows.front().pegs) {
+          const mrp::DemandLine& d = in.demand[static_cast<size_t>(p.demand)];
+          auto peg = Dictionary::Create(peg_keys);
+          Variant cells[] = {d.tran_type, d.bill_no, d.inter_id, d.entry_id, d.item_id, p.qty};
+          for (size_t i = 0; i < std::size(cells); ++i) peg->SetAt(i, std::move(cells[i]));
+          pegs->Add(peg);
+        }
+        pegging->push_back(pegs);
+      }
       out->Add(ToDictionary(std::move(rows.front())));
     }
     timings_.load_seconds = std::chrono::duration<double>(loaded - started).count();

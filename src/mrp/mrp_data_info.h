@@ -27,6 +27,17 @@ class MrpDataInfo : public ComponentObject {
                              const DictionaryPtr& dctFilter, const std::string& sStockKey,
                              int32_t user_id, int frm_type);
 
+  // The same report with each row's pegging: the demand lines behind its
+  // gross requirement (FNeedQty), one row each with "FTranType", "FBillNo",
+  // "FInterID", "FEntryID", "FItemID" and "FQty" (the line's share).
+  struct PeggedReport {
+    VectorPtr rows;
+    std::vector<VectorPtr> pegging;  // by report row
+  };
+  PeggedReport GetMrpReportPegged(const std::string& dsn, const VectorPtr& vctListData,
+                                  const DictionaryPtr& dctFilter, const std::string& sStockKey,
+                                  int32_t user_id, int frm_type);
+
   // Wall time of the last report, split into loading and calculating.
   struct Timings {
     double load_seconds = 0;
@@ -40,6 +51,10 @@ class MrpDataInfo : public ComponentObject {
                         double suggest_qty, double qty, const std::string& date);
 
  private:
+  VectorPtr Report(const std::string& dsn, const VectorPtr& lines, const DictionaryPtr& dctFilter,
+                   const std::string& sStockKey, int32_t user_id, int frm_type,
+                   std::vector<VectorPtr>* pegging);
+
   // System profile IC/BOMType, read once per instance.
   int BomType(db::Connection& connection);
   std::optional<int> bom_type_;

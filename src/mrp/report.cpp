@@ -29,6 +29,7 @@ struct Need {
   OptNum suggest_qty;
   int memo = -1;  // interned memo text, -1 for NULL
   std::optional<Date> date;
+  int32_t demand = -1;  // the demand line it comes from
 };
 
 class Report {
@@ -88,6 +89,7 @@ class Report {
     needs_.reserve(in_.demand.size());
     for (const auto& d : in_.demand) {
       Need r;
+      r.demand = static_cast<int32_t>(needs_.size());
       r.tran_type = d.tran_type;
       r.item_id = d.item_id;
       r.bom_item_id = 0;
@@ -150,6 +152,7 @@ class Report {
         r.date = d.date;
         r.aux_prop_id = e->aux_prop_id;
         r.memo = MemoId(e->note);
+        r.demand = d.demand;
         expanded.push_back(r);
       }
     }
@@ -222,7 +225,7 @@ class Report {
     // Rows already materials keep their place ahead of the exploded ones.
     for (const auto& r : needs_) {
       if (!Equal(r.bom_item_id, 0))
-        Accumulate(r.bom_item_id, r.aux_prop_id, r.memo, r.suggest_qty, r.date);
+        Accumulate(r.bom_item_id, r.aux_prop_id, r.memo, r.suggest_qty, r.date, r.demand);
     }
     for (const auto& r : needs_) {
       if (!r.item_id) continue;
@@ -233,7 +236,7 @@ class Report {
                           ": the demand quantity, the bill quantity or the required date is NULL");
         }
         auto leaf = [&](const BomChild& line, OptNum suggest, OptNum) {
-          AccumulateLine(line, Dec(suggest), r.date);
+          AccumulateLine(line, Dec(suggest), r.date, r.demand);
         };
         ExplodeBill(boms_, opt_.bom_type, bill->inter_id, *r.suggest_qty, *bill->qty, leaf);
       }
@@ -278,7 +281,7 @@ class Report {
     needs_.insert(needs_.end(), added.begin(), added.end());
     for (const auto& r : needs_) {
       if (!Equal(r.bom_item_id, 0))
-        Accumulate(r.bom_item_id, r.aux_prop_id, r.memo, r.suggest_qty, r.date);
+        Accumulate(r.bom_item_id, r.aux_prop_id, r.memo, r.suggest_qty, r.date, r.demand);
     }
   }
 
@@ -291,6 +294,7 @@ class Report {
     r.inter_id = demand.inter_id;
     r.entry_id = demand.entry_id;
     r.date = demand.date;
+    r.demand = demand.demand;
     return r;
   }
 
@@ -349,6 +353,7 @@ class Report {
     int memo;
     OptNum suggest, need;
     std::optional<Date> date;
+    std::vector<Peg> pegs;
   };
 
   // The group a row joins; the first row of a group creates it.
@@ -361,31 +366,39 @@ class Report {
     auto [it, inserted] =
         group_index_.try_emplace(GroupKey{K(bom_item), K(aux), memo}, groups_.size());
     if (inserted)
-      groups_.push_back({bom_item, aux, memo, std::nullopt, std::nullopt, std::nullopt});
+      groups_.push_back({bom_item, aux, memo, std::nullopt, std::nullopt, std::nullopt, {}});
     return it->second;
   }
 
-  void AddTo(size_t group, const OptNum& suggest, const std::optional<Date>& date) {
+  void AddTo(size_t group, const OptNum& suggest, const std::optional<Date>& date,
+             int32_t demand) {
     Group& g = groups_[group];
     SumInto(g.suggest, suggest);
     SumInto(g.need, suggest);  // the gross requirement is the suggestion before netting
     if (date && (!g.date || *date < *g.date)) g.date = date;
+    if (opt_.peg && suggest && demand >= 0) {
+      if (!g.pegs.empty() && g.pegs.back().demand == demand) {
+        g.pegs.back().qty += *suggest;
+      } else {
+        g.pegs.push_back({demand, *suggest});
+      }
+    }
   }
 
   void Accumulate(const OptInt& bom_item, const OptInt& aux, int memo, const OptNum& suggest,
-                  const std::optional<Date>& date) {
-    AddTo(GroupOf(bom_item, aux, memo), suggest, date);
+                  const std::optional<Date>& date, int32_t demand) {
+    AddTo(GroupOf(bom_item, aux, memo), suggest, date, demand);
   }
 
   // A bill line always lands in the same group once its first row has
   // placed it (the memo that unifies a material never changes after), so
   // the group is remembered per line.
-  void AccumulateLine(const BomChild& line, const OptNum& suggest,
-                      const std::optional<Date>& date) {
+  void AccumulateLine(const BomChild& line, const OptNum& suggest, const std::optional<Date>& date,
+                      int32_t demand) {
     if (line_group_.empty()) line_group_.assign(in_.bom_children.size(), kNoGroup);
     size_t& group = line_group_[static_cast<size_t>(&line - in_.bom_children.data())];
     if (group == kNoGroup) group = GroupOf(line.item_id, line.aux_prop_id, MemoId(line.note));
-    AddTo(group, suggest, date);
+    AddTo(group, suggest, date, demand);
   }
 
   // The material whose master data a folded row shows: only materials with
@@ -429,7 +442,24 @@ class Report {
       f.suggest_qty = Dec(g.suggest);
       f.need_qty = Dec(g.need);
       f.date = g.date;
+      if (opt_.peg) f.pegs = Pegs(g.pegs);
     }
+  }
+
+  // One share per demand line, in demand order, to ten decimals.
+  static std::vector<Peg> Pegs(std::vector<Peg> parts) {
+    std::stable_sort(parts.begin(), parts.end(),
+                     [](const Peg& a, const Peg& b) { return a.demand < b.demand; });
+    std::vector<Peg> out;
+    for (const Peg& p : parts) {
+      if (!out.empty() && out.back().demand == p.demand) {
+        out.back().qty += p.qty;
+      } else {
+        out.push_back(p);
+      }
+    }
+    for (Peg& p : out) p.qty = Dec(p.qty);
+    return out;
   }
 
   void MasterData() {
