@@ -7,7 +7,7 @@ set -euo pipefail
 
 packages=(build-essential cmake pkg-config libsqlite3-dev unixodbc-dev odbc-postgresql tdsodbc
           nlohmann-json3-dev libsimdjson-dev libcli11-dev libfmt-dev libinih-dev libcpp-httplib-dev
-          libxlsxwriter-dev)
+          libxlsxwriter-dev libssl-dev)
 if [[ "${1:-}" == "--test" ]]; then
   packages+=(libgtest-dev postgresql)
 fi

@@ -22,6 +22,9 @@
 #include "cli/buyer.h"
 #include "cli/plans.h"
 #include "component/registry.h"
+#include "frame/answer.h"
+#include "http/server.h"
+#include "http/tokens.h"
 #include "db/connection.h"
 #include "mrp/mrp_data_info.h"
 #include "mrp/open_demand.h"
@@ -99,41 +102,6 @@ std::string Show(const Variant& v) {
 }
 
 void WriteToStdout(std::string_view chunk) { std::fwrite(chunk.data(), 1, chunk.size(), stdout); }
-
-using Sink = std::function<void(std::string_view)>;
-
-// The answer of a call, streamed: the same text as the document
-// {"result", "resultType", "byref", "messages"} printed with two blanks
-// per level, each line after the first indented by `indent` more. Every
-// string is checked first, so that an answer is printed whole or not at all.
-void WriteAnswer(const CallResult& r, const Sink& sink, int indent = 0) {
-  auto by_ref = Dictionary::Create();
-  for (const auto& [name, value] : r.by_ref) by_ref->Set(name, value);
-  CheckJsonText(r.result);
-  CheckJsonText(Variant(by_ref));
-  for (const auto& m : r.messages) CheckJsonString(m);
-  const std::string pad(static_cast<size_t>(indent), ' ');
-  JsonWriter out(sink, 1 << 20);
-  out.Raw("{\n" + pad + "  \"result\": ");
-  out.Value(r.result, indent + 2);
-  out.Raw(",\n" + pad + "  \"resultType\": ");
-  out.String(VariantTypeName(r.result.type()));
-  out.Raw(",\n" + pad + "  \"byref\": ");
-  out.Value(Variant(by_ref), indent + 2);
-  out.Raw(",\n" + pad + "  \"messages\": ");
-  out.Strings(r.messages, indent + 2);
-  out.Raw("\n" + pad + "}");
-  out.Flush();
-}
-
-// The error object a failed call prints, indented as WriteAnswer indents.
-std::string ErrorAnswer(long number, const std::string& description, int indent = 0) {
-  Json err = {{"error", {{"number", number}, {"description", description}}}};
-  std::string text = err.dump(2);
-  if (indent > 0)
-    text = ReplaceAll(text, "\n", "\n" + std::string(static_cast<size_t>(indent), ' '));
-  return text;
-}
 
 void PrintReport(const VectorPtr& rows, const std::string& format) {
   cli::PrintRows(rows, format,
@@ -424,15 +392,15 @@ int RunCall(const std::string& prog_id, const std::string& method, const std::st
     // report of tens of thousands of rows piece by piece just before exit.
     auto* kept = new std::pair<std::vector<Variant>, CallResult>(std::move(args), {});
     kept->second = Invoke(PublicClasses(), host, prog_id, method, kept->first, dsn);
-    WriteAnswer(kept->second, WriteToStdout);
+    WriteCallAnswer(kept->second, WriteToStdout);
     std::fputs("\n", stdout);
     std::fflush(stdout);
     return 0;
   } catch (const Error& e) {
-    std::cout << ErrorAnswer(e.number(), e.what()) << "\n";
+    std::cout << ErrorAnswerText(e.number(), e.what()) << "\n";
     return 1;
   } catch (const std::exception& e) {
-    std::cout << ErrorAnswer(-1, e.what()) << "\n";
+    std::cout << ErrorAnswerText(-1, e.what()) << "\n";
     return 1;
   }
 }
@@ -441,52 +409,24 @@ int RunCall(const std::string& prog_id, const std::string& method, const std::st
 // object per ProgID. Every call runs, whatever came before; the answers
 // form one JSON array, each element what `call` prints for it.
 int RunCalls(const std::string& dsn, const std::string& script_arg) {
-  std::vector<std::string> answers;
-  bool failed = false;
   try {
-    const Json script = Json::parse(ReadArgs(script_arg));
+    Json script;
+    try {
+      script = Json::parse(ReadArgs(script_arg));
+    } catch (const Json::parse_error& e) {
+      ThrowInvalid(std::string("--script is not valid JSON: ") + e.what());
+    }
     if (!script.is_array()) ThrowInvalid("--script must be a JSON array of calls");
     const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
     CallSession session(PublicClasses(), host);
-    for (size_t i = 0; i < script.size(); ++i) {
-      const Json& step = script[i];
-      std::string answer;
-      try {
-        const std::string where = "call " + std::to_string(i + 1) + " of the script";
-        if (!step.is_object() || !step.contains("progid") || !step["progid"].is_string() ||
-            !step.contains("method") || !step["method"].is_string()) {
-          ThrowInvalid(where + " must be an object with the texts \"progid\" and \"method\"");
-        }
-        std::vector<Variant> args;
-        if (step.contains("args")) {
-          if (!step["args"].is_array()) ThrowInvalid(where + ": \"args\" must be an array");
-          args = ParseCallArgs(step["args"].dump());
-        }
-        const CallResult r = session.Call(step["progid"].get<std::string>(),
-                                          step["method"].get<std::string>(), args, dsn);
-        WriteAnswer(
-            r, [&](std::string_view chunk) { answer.append(chunk); }, 2);
-      } catch (const Error& e) {
-        answer = ErrorAnswer(e.number(), e.what(), 2);
-        failed = true;
-      } catch (const std::exception& e) {
-        answer = ErrorAnswer(-1, e.what(), 2);
-        failed = true;
-      }
-      answers.push_back(std::move(answer));
-    }
-  } catch (const Json::parse_error& e) {
-    std::cout << ErrorAnswer(-1, std::string("--script is not valid JSON: ") + e.what()) << "\n";
-    return 1;
+    bool failed = false;
+    const std::string out = RunCallScript(session, script, dsn, failed);
+    std::fwrite(out.data(), 1, out.size(), stdout);
+    return failed ? 1 : 0;
   } catch (const Error& e) {
-    std::cout << ErrorAnswer(e.number(), e.what()) << "\n";
+    std::cout << ErrorAnswerText(e.number(), e.what()) << "\n";
     return 1;
   }
-  std::string out = "[";
-  for (size_t i = 0; i < answers.size(); ++i) out += (i ? ",\n  " : "\n  ") + answers[i];
-  out += answers.empty() ? "]\n" : "\n]\n";
-  std::fwrite(out.data(), 1, out.size(), stdout);
-  return failed ? 1 : 0;
 }
 
 int RunMethods() {
@@ -683,6 +623,27 @@ int main(int argc, char** argv) {
   plan_push->add_option("--date", plan.date, "order date, YYYY-MM-DD (default: today)");
   plan_delete->add_option("--plans", plan.plans, "plan numbers")->delimiter(',')->required();
 
+  http::ServeOptions serve;
+  auto* serve_cmd = app.add_subcommand("serve", "the HTTP service and the planner's web workbench");
+  serve_cmd->add_option("--dsn", serve.dsn, "the database every request works on")->required();
+  serve_cmd->add_option("--bind", serve.bind, "address to listen on")->capture_default_str();
+  serve_cmd->add_option("--port", serve.port, "port (0: any free port)")->capture_default_str();
+  serve_cmd->add_option("--max-body", serve.max_body, "largest request body in bytes (413 above)")
+      ->capture_default_str();
+
+  std::string token_dsn, token_text;
+  int token_user = 0;
+  auto* token_cmd = app.add_subcommand("token", "sign-in tokens of the HTTP service");
+  token_cmd->require_subcommand(1);
+  auto* token_create = token_cmd->add_subcommand("create", "make a token for a user (shown once)");
+  token_create->add_option("--dsn", token_dsn, "the database")->required();
+  token_create->add_option("--user", token_user, "the ERP user id it signs in")->required();
+  auto* token_revoke = token_cmd->add_subcommand("revoke", "revoke a token, or every token of a user");
+  token_revoke->add_option("--dsn", token_dsn, "the database")->required();
+  auto* revoke_one = token_revoke->add_option("--token", token_text, "the token");
+  auto* revoke_user = token_revoke->add_option("--user", token_user, "every token of this user");
+  revoke_one->excludes(revoke_user);
+
   std::string bench_dsn;
   double scale = 1.0;
   int repeat = 3;
@@ -734,6 +695,39 @@ int main(int argc, char** argv) {
       if (*plan_close || *plan_reopen) return cli::RunPlanClose(host, plan, plan_reopen->parsed());
       if (*plan_delete) return cli::RunPlanDelete(host, plan);
       return cli::RunScopeSet(host, scope);
+    } catch (const std::exception& e) {
+      std::cerr << "mrpcalc: " << e.what() << "\n";
+      return 1;
+    }
+  }
+  if (*serve_cmd || *token_cmd) {
+    try {
+      if (*token_create) {
+        auto c = db::Open(token_dsn);
+        db::Transaction tx(*c);
+        const std::string token = http::CreateToken(*c, token_user);
+        tx.Commit();
+        fmt::print("{}\n", token);
+        std::cerr << "mrpcalc: a token for user " << token_user
+                  << "; it is shown only now. Send it as \"Authorization: Bearer TOKEN\".\n";
+        return 0;
+      }
+      if (*token_revoke) {
+        if (revoke_one->count() == 0 && revoke_user->count() == 0) {
+          ThrowInvalid("give --token TOKEN or --user USERID");
+        }
+        auto c = db::Open(token_dsn);
+        const int64_t n = revoke_one->count() ? (http::RevokeToken(*c, token_text) ? 1 : 0)
+                                              : http::RevokeUserTokens(*c, token_user);
+        fmt::print("revoked {} token(s)\n", n);
+        return n > 0 ? 0 : 1;
+      }
+      http::Service service(serve, MakeStandaloneHost(HostConfig::FromEnvironment()));
+      const int port = service.Bind();
+      std::cerr << "mrpcalc: serving " << serve.dsn << " on http://" << serve.bind << ":" << port
+                << "/ (workbench at /, API under /api/)\n";
+      service.Listen();
+      return 0;
     } catch (const std::exception& e) {
       std::cerr << "mrpcalc: " << e.what() << "\n";
       return 1;

@@ -272,6 +272,10 @@ std::vector<TableDef> BuildOwnTables() {
       // Named locks: work that reads a maximum and writes after it (plan
       // numbers) holds its row until its unit of work ends.
       {"mrpcalc_Lock", {Str("FName", 128), Int("FCount", "0")}, {"FName"}},
+      // Tokens of the HTTP service: only a hash of each is kept.
+      {"mrpcalc_Token",
+       {Str("FTokenHash", 64), Int("FUserID"), When("FCreated"), Small("FRevoked", "0")},
+       {"FTokenHash"}},
   };
 }
 

@@ -1,0 +1,309 @@
+// The HTTP service.
+#include "http/server.h"
+
+#include <httplib.h>
+
+#include <chrono>
+#include <cstdio>
+#include <mutex>
+
+#include "component/registry.h"
+#include "db/connection.h"
+#include "export/table_export.h"
+#include "frame/answer.h"
+#include "http/tokens.h"
+#include "http/workbench.h"
+#include "mrp/mrp_data_info.h"
+#include "mrp/open_demand.h"
+#include "record/error.h"
+#include "record/json.h"
+#include "record/text.h"
+#include "services/rights.h"
+
+namespace mrpcalc::http {
+namespace {
+
+constexpr const char* kJson = "application/json; charset=utf-8";
+
+thread_local std::chrono::steady_clock::time_point request_started;
+thread_local int32_t request_user = 0;
+
+void Answer(httplib::Response& res, int status, const std::string& body) {
+  res.status = status;
+  res.set_content(body + "\n", kJson);
+}
+
+void Refuse(httplib::Response& res, int status, const std::string& why) {
+  Answer(res, status, ErrorAnswerText(-status, why));
+}
+
+int StatusOf(const Error& e) {
+  return e.category() == ErrorCategory::kNotFound ? 404 : 422;
+}
+
+// The body as JSON, or a 400 answer.
+bool ParseBody(const httplib::Request& req, httplib::Response& res, Json& body) {
+  try {
+    body = Json::parse(req.body);
+    return true;
+  } catch (const Json::parse_error& e) {
+    Refuse(res, 400, std::string("the body is not valid JSON: ") + e.what());
+    return false;
+  }
+}
+
+bool IsUserParameter(const std::string& name) {
+  return EqualsIgnoringCase(name, "UserID") || EqualsIgnoringCase(name, "BillerID");
+}
+
+}  // namespace
+
+Service::Service(ServeOptions options, Host host)
+    : options_(std::move(options)), host_(std::move(host)), server_(std::make_unique<httplib::Server>()) {
+  Routes();
+}
+
+Service::~Service() = default;
+
+int Service::Bind() {
+  // SQLite: readers and one writer at once, writers waiting for each other.
+  if (options_.dsn.rfind("sqlite:", 0) == 0) {
+    auto c = db::Open(options_.dsn);
+    c->QueryValue("pragma journal_mode=WAL");
+  }
+  const int port = options_.port == 0 ? server_->bind_to_any_port(options_.bind)
+                                      : (server_->bind_to_port(options_.bind, options_.port)
+                                             ? options_.port
+                                             : -1);
+  if (port < 0) {
+    ThrowInvalid("cannot listen on " + options_.bind + ":" + std::to_string(options_.port));
+  }
+  return port;
+}
+
+void Service::Listen() { server_->listen_after_bind(); }
+void Service::Stop() { server_->stop(); }
+
+// The host of one request: the service's, with messages of its own.
+Host Service::RequestHost() const {
+  Host host = host_;
+  host.messages = std::make_shared<MessageSink>();
+  return host;
+}
+
+void Service::Routes() {
+  httplib::Server& s = *server_;
+  s.set_payload_max_length(options_.max_body);
+  s.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
+    request_started = std::chrono::steady_clock::now();
+    request_user = 0;
+    if (req.path.rfind("/api/", 0) != 0) return httplib::Server::HandlerResponse::Unhandled;
+    const std::string header = req.get_header_value("Authorization");
+    const std::string token = header.rfind("Bearer ", 0) == 0 ? Trim(header.substr(7)) : "";
+    std::optional<int32_t> user;
+    try {
+      auto c = db::Open(options_.dsn);
+      user = UserOfToken(*c, token);
+    } catch (const std::exception& e) {
+      Refuse(res, 500, e.what());
+      return httplib::Server::HandlerResponse::Handled;
+    }
+    if (!user) {
+      res.set_header("WWW-Authenticate", "Bearer");
+      Refuse(res, 401, "sign in with a token: Authorization: Bearer TOKEN");
+      return httplib::Server::HandlerResponse::Handled;
+    }
+    request_user = *user;
+    return httplib::Server::HandlerResponse::Unhandled;
+  });
+  s.set_logger([](const httplib::Request& req, const httplib::Response& res) {
+    const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() -
+                                                                request_started)
+                          .count();
+    std::fprintf(stderr, "%s %s %s %d %.1f ms user %d\n", Date::Now().ToString().c_str(),
+                 req.method.c_str(), req.path.c_str(), res.status, ms, request_user);
+  });
+  s.set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr ep) {
+    try {
+      std::rethrow_exception(ep);
+    } catch (const std::exception& e) {
+      Refuse(res, 500, e.what());
+    } catch (...) {
+      Refuse(res, 500, "unknown failure");
+    }
+  });
+
+  // The workbench.
+  for (const auto& file : WorkbenchFiles()) {
+    const std::string path = file.path == "index.html" ? "/" : "/" + file.path;
+    s.Get(path, [file](const httplib::Request&, httplib::Response& res) {
+      res.set_content(std::string(file.content), file.content_type);
+    });
+  }
+
+  s.Get("/api/me", [this](const httplib::Request&, httplib::Response& res) {
+    auto c = db::Open(options_.dsn);
+    const Variant name = c->QueryValue("select FName from t_User where FUserID = ?", {request_user});
+    Json me = {{"user", request_user},
+               {"name", name.IsEmpty() || name.IsNull() ? "" : name.ToText()},
+               {"administrator", IsAdministrator(*c, request_user)}};
+    Answer(res, 200, me.dump(2));
+  });
+
+  s.Get("/api/open-demand", [this](const httplib::Request&, httplib::Response& res) {
+    auto c = db::Open(options_.dsn);
+    Json rows = Json::array();
+    for (const auto& l : mrp::ListOpenDemand(*c)) {
+      rows.push_back({{"Ftrantype", l.tran_type}, {"FBillNo", l.bill_no}, {"FInterID", l.inter_id},
+                      {"FEntryID", l.entry_id}, {"FItemID", l.item_id},
+                      {"FItemNumber", l.item_number}, {"FItemName", l.item_name},
+                      {"FQty", l.open_qty}, {"FUnitName", l.unit_name},
+                      {"FDate", l.date.ToDateString()}});
+    }
+    Answer(res, 200, rows.dump(2));
+  });
+
+  s.Post(R"(/api/call/([^/]+)/([^/]+))", [this](const httplib::Request& req, httplib::Response& res) {
+    Json body;
+    if (!ParseBody(req, res, body)) return;
+    std::vector<Variant> args;
+    if (body.is_object() && body.contains("args")) {
+      if (!body["args"].is_array()) return Refuse(res, 400, "\"args\" must be an array");
+      for (const auto& a : body["args"]) args.push_back(FromJson(a));
+    } else if (!body.is_object()) {
+      return Refuse(res, 400, "the body must be an object {\"args\": [...]}");
+    }
+    const std::string prog_id = req.matches[1], method = req.matches[2];
+    const ClassSpec* cls = PublicClasses().Find(prog_id);
+    const MethodSpec* m = cls ? cls->FindMethod(method) : nullptr;
+    if (!m) return Refuse(res, 404, (cls ? cls->prog_id + " has no method " : "no class with ProgID ") +
+                                        (cls ? method : prog_id));
+    // A user-id argument naming someone else needs an administrator.
+    const size_t first = m->TakesDsn() ? 1 : 0;
+    for (size_t i = first; i < m->params.size(); ++i) {
+      const size_t k = i - first;
+      if (!IsUserParameter(m->params[i].name) || k >= args.size() || args[k].IsEmpty() ||
+          args[k].IsNull()) {
+        continue;
+      }
+      if (args[k].ToValue() != request_user) {
+        auto c = db::Open(options_.dsn);
+        if (!IsAdministrator(*c, request_user)) {
+          return Refuse(res, 403, m->params[i].name + " names another user; only an administrator may");
+        }
+      }
+    }
+    try {
+      const CallResult r = Invoke(PublicClasses(), RequestHost(), prog_id, method, args, options_.dsn);
+      Answer(res, 200, CallAnswerText(r));
+    } catch (const Error& e) {
+      Answer(res, StatusOf(e), ErrorAnswerText(e.number(), e.what()));
+    } catch (const std::exception& e) {
+      Answer(res, 422, ErrorAnswerText(-1, e.what()));
+    }
+  });
+
+  s.Post("/api/calls", [this](const httplib::Request& req, httplib::Response& res) {
+    Json body;
+    if (!ParseBody(req, res, body)) return;
+    const Json& script = body.is_object() && body.contains("calls") ? body["calls"] : body;
+    if (!script.is_array()) return Refuse(res, 400, "the body must be an array of calls");
+    auto c = db::Open(options_.dsn);
+    const bool admin = IsAdministrator(*c, request_user);
+    c.reset();
+    for (const auto& step : script) {
+      if (!step.is_object() || !step.contains("progid") || !step.contains("method") ||
+          !step["progid"].is_string() || !step["method"].is_string()) {
+        continue;  // reported in its place by the script
+      }
+      const ClassSpec* cls = PublicClasses().Find(step["progid"].get<std::string>());
+      const MethodSpec* m = cls ? cls->FindMethod(step["method"].get<std::string>()) : nullptr;
+      if (!m || admin || !step.contains("args") || !step["args"].is_array()) continue;
+      const size_t first = m->TakesDsn() ? 1 : 0;
+      for (size_t i = first; i < m->params.size() && i - first < step["args"].size(); ++i) {
+        const Json& a = step["args"][i - first];
+        if (IsUserParameter(m->params[i].name) && a.is_number() && a.get<double>() != request_user) {
+          return Refuse(res, 403, m->params[i].name + " names another user; only an administrator may");
+        }
+      }
+    }
+    CallSession session(PublicClasses(), RequestHost());
+    bool failed = false;
+    Answer(res, 200, RunCallScript(session, script, options_.dsn, failed));
+  });
+
+  s.Post("/api/report", [this](const httplib::Request& req, httplib::Response& res) {
+    Json body;
+    if (!ParseBody(req, res, body)) return;
+    try {
+      if (!body.is_object()) ThrowInvalid("the body must be an object");
+      std::vector<std::string> bills;
+      for (const auto& b : body.value("bills", Json::array())) bills.push_back(b.get<std::string>());
+      const std::string sub_id = body.value("sub_id", std::string("SC"));
+      auto c = db::Open(options_.dsn);
+      auto selection = mrp::SelectDemand(*c, bills, sub_id == "WW" ? mrp::kTranOutsourcingTask
+                                                                   : mrp::kTranProductionTask);
+      c.reset();
+      if (selection.lines->Count() == 0) ThrowInvalid("no open demand matches the bills given");
+      auto filter = Dictionary::Create();
+      filter->Set("SubID", sub_id);
+      filter->Set("Expand", int32_t{body.value("single_level", false) ? 0 : 1});
+      filter->Set("SourceData", selection.source);
+      const Json switches = body.value("switches", Json::object());
+      for (const char* key : {"NowStock", "SaveStock", "Moving", "UnSale", "Producing", "Produc",
+                              "MidStockQty", "Virtual"}) {
+        filter->Set(key, int32_t{switches.value(key, false) ? 1 : 0});
+      }
+      const int form = body.value("form", 1);
+      const int32_t user = body.value("user", request_user);
+      if (user != request_user) {
+        auto c2 = db::Open(options_.dsn);
+        if (!IsAdministrator(*c2, request_user)) {
+          return Refuse(res, 403, "user names another user; only an administrator may");
+        }
+      }
+      const Host host = RequestHost();
+      MrpDataInfo info(host);
+      const auto report = info.GetMrpReportPegged(options_.dsn, selection.lines, filter,
+                                                  body.value("warehouses", std::string()), user, form);
+      std::string out = "{\n  \"rows\": ";
+      JsonWriter w([&](std::string_view chunk) { out.append(chunk); });
+      CheckJsonText(Variant(report.rows));
+      w.Value(Variant(report.rows), 2);
+      w.Raw(",\n  \"pegging\": [");
+      for (size_t i = 0; i < report.pegging.size(); ++i) {
+        w.Raw(i ? ",\n    " : "\n    ");
+        w.Value(Variant(report.pegging[i]), 4);
+      }
+      w.Raw(report.pegging.empty() ? "],\n  \"messages\": " : "\n  ],\n  \"messages\": ");
+      w.Strings(host.messages->messages(), 2);
+      w.Raw("\n}");
+      w.Flush();
+      Answer(res, 200, out);
+    } catch (const Error& e) {
+      Answer(res, StatusOf(e), ErrorAnswerText(e.number(), e.what()));
+    } catch (const Json::exception& e) {
+      Refuse(res, 400, e.what());
+    }
+  });
+
+  s.Post(R"(/api/export/([A-Za-z0-9_-]+)\.(csv|xlsx))",
+         [](const httplib::Request& req, httplib::Response& res) {
+           Json body;
+           if (!ParseBody(req, res, body)) return;
+           if (!body.is_object() || !body.contains("rows") || !body["rows"].is_array()) {
+             return Refuse(res, 400, "the body must be {\"rows\": [...]}");
+           }
+           const VectorPtr rows = FromJson(body["rows"]).AsVector();
+           const std::string name = req.matches[1], kind = req.matches[2];
+           res.set_header("Content-Disposition", "attachment; filename=\"" + name + "." + kind + "\"");
+           if (kind == "csv") {
+             res.set_content(ToCsv(rows ? rows : Vector::Create()), "text/csv; charset=utf-8");
+           } else {
+             res.set_content(XlsxBytes(rows ? rows : Vector::Create(), name),
+                             "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet");
+           }
+         });
+}
+
+}  // namespace mrpcalc::http

@@ -1,0 +1,60 @@
+// The HTTP service: the public classes over HTTP for other programs, and
+// the planner's web workbench, served by one process.
+//
+//   POST /api/call/{ProgID}/{Method}   {"args": [...]}: what `mrpcalc call` prints
+//   POST /api/calls                    [{"progid", "method", "args"}, ...]
+//   GET  /api/me                       the signed-in user
+//   GET  /api/open-demand              open sales-order lines and tasks
+//   POST /api/report                   the MRP report with each row's pegging
+//   POST /api/export/{name}.{csv|xlsx} {"rows": [...]}: the rows as a file
+//   GET  /                             the workbench
+//
+// Every /api/ request needs "Authorization: Bearer TOKEN" (401 without a
+// live one). A call naming another user in a user-id argument (UserID,
+// BillerID) is refused with 403 unless the token's user is an
+// administrator. The database is always the service's own: a body cannot
+// name another. Answers: 200; 422 with the error object when the method
+// fails; 404 for an unknown class or method; 400 for a body that is not
+// JSON; 413 for a body over the limit.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "frame/host.h"
+
+namespace httplib {
+class Server;
+}
+
+namespace mrpcalc::http {
+
+struct ServeOptions {
+  std::string dsn;
+  std::string bind = "127.0.0.1";
+  int port = 8080;
+  size_t max_body = 16u << 20;  // bytes
+};
+
+class Service {
+ public:
+  Service(ServeOptions options, Host host);
+  ~Service();
+  // Binds; port 0 takes a free port. Returns the port, throws when it cannot bind.
+  int Bind();
+  // Serves until Stop().
+  void Listen();
+  void Stop();
+
+ private:
+  void Routes();
+  Host RequestHost() const;
+
+  ServeOptions options_;
+  Host host_;
+  std::unique_ptr<httplib::Server> server_;
+};
+
+}  // namespace mrpcalc::http
