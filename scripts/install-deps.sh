@@ -9,7 +9,11 @@ packages=(build-essential cmake pkg-config libsqlite3-dev unixodbc-dev odbc-post
           nlohmann-json3-dev libsimdjson-dev libcli11-dev libfmt-dev libinih-dev libcpp-httplib-dev
           libxlsxwriter-dev libssl-dev)
 if [[ "${1:-}" == "--test" ]]; then
-  packages+=(libgtest-dev postgresql)
+  # The browser test drives Debian's Chromium from Node.js (fonts for the
+  # Chinese pages in its screenshots).
+  packages+=(libgtest-dev postgresql chromium fonts-wqy-zenhei)
+  command -v node >/dev/null || packages+=(nodejs)
+  command -v npm >/dev/null || packages+=(npm)
 fi
 
 missing=()

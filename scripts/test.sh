@@ -5,7 +5,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh --test
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMRPCALC_BUILD_TESTS=ON >/dev/null
+(cd tests/browser && npm ci --no-audit --no-fund --loglevel=error)
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMRPCALC_BUILD_TESTS=ON \
+      -DMRPCALC_BROWSER_TESTS=ON >/dev/null
 cmake --build build -j"$(nproc)"
 
 source scripts/postgres.sh

@@ -1,1 +1,519 @@
+// The planner's workbench: one page over the mrpcalc HTTP service.
+'use strict';
 
+const TEXTS = {
+  zh: {
+    workbench: '计划工作台', s1: '1 登录', s2: '2 选择需求', s3: '3 运行 MRP', s4: '4 查看结果',
+    s5: '5 确认采购', s6: '6 采购计划', s7: '7 仓库范围', token: '令牌', signin: '登录',
+    filter: '筛选', warehouses: '仓库', net: '按库存冲减', showStock: '显示库存', form: '表单',
+    formPlan: '计划 (毛需求)', formSuggest: '采购建议 (含供应商)', single: '只展开一层',
+    runMrp: '运行', pegging: '需求来源', confirmLines: '确认并计价', checkCredit: '检查信用额度',
+    makeOrders: '生成采购订单', savePlan: '保存为采购计划', planNo: '计划单号', from: '从', to: '到',
+    items: '物料', openOnly: '只显示未关闭', load: '查询', push: '下推采购订单', close: '关闭',
+    reopen: '反关闭', delete: '删除计划', save: '保存', signedIn: '已登录：', rows: '行',
+    page: '页', picked: '已选', noneChosen: '请先选择行。', reportDone: 'MRP 完成：',
+    creditOk: '所有供应商均在信用额度内。', creditOff: '未启用信用控制。', creditOver: '超出信用额度：',
+    ordersMade: '已生成采购订单：', planSaved: '已保存采购计划：', pushed: '已下推采购订单：',
+    done: '完成', refused: '未处理', scopeNow: '当前范围：', scopeAll: '未保存范围，全部仓库：',
+    scopeSaved: '已保存仓库范围。', clickRow: '点击结果行查看其需求来源。',
+    NowStock: '现有库存', SaveStock: '安全库存', Moving: '在途', UnSale: '未出库销售',
+    Producing: '在制', Produc: '已领料', MidStockQty: '半成品库存', Virtual: '虚仓',
+    FItemNumber: '物料代码', FItemName: '物料名称', FAuxProp: '辅助属性', FNeedQty: '毛需求',
+    FCurrentQty: '库存', FMovingQty: '在途', FProducingQty: '在制', FProducQty: '已领',
+    FQty: '数量', FSupplyNumber: '供应商', FItemProp: '物料属性', FDate: '需求日期',
+    FBillNo: '单号', FEntryID: '行号', FTranType: '类型', FUnitName: '单位', FPrice: '单价',
+    FAuxQty: '采购数量', FAuxPrice: '采购单价', FTaxRate: '税率', Fdate: '需求日期',
+    FPushQty: '待下推', FPurchaseFinishQty: '已下单', FClosed: '关闭', FSourceNo: '源单',
+    FKey: '计划行', FAllStockQty: '库存', FActualQty: '实仓库存', FName: '名称', FNumber: '代码',
+    Succeed: '成功', Error: '信息', FSupplyName: '供应商', FBillNO: '单号', FInterID: '内码', FItemID: '物料内码',
+  },
+  en: {
+    workbench: 'planning workbench', s1: '1 Sign in', s2: '2 Pick demand', s3: '3 Run MRP',
+    s4: '4 Review', s5: '5 Confirm', s6: '6 Plans', s7: '7 Stock scope', token: 'Token',
+    signin: 'Sign in', filter: 'Filter', warehouses: 'Warehouses', net: 'Net against stock',
+    showStock: 'Show stock', form: 'Form', formPlan: 'Planning (gross need)',
+    formSuggest: 'Purchase suggestion (suppliers)', single: 'One level only', runMrp: 'Run',
+    pegging: 'Pegging', confirmLines: 'Confirm and price', checkCredit: 'Check credit',
+    makeOrders: 'Make purchase orders', savePlan: 'Save as purchase plan', planNo: 'Plan',
+    from: 'From', to: 'To', items: 'Items', openOnly: 'Open lines only', load: 'Load',
+    push: 'Push to orders', close: 'Close', reopen: 'Reopen', delete: 'Delete plan', save: 'Save',
+    signedIn: 'Signed in: ', rows: 'rows', page: 'page', picked: 'picked',
+    noneChosen: 'Choose rows first.', reportDone: 'MRP done: ', creditOk: 'Every supplier is within its credit limit.',
+    creditOff: 'The credit check is off.', creditOver: 'Over the credit limit: ',
+    ordersMade: 'Purchase orders made: ', planSaved: 'Purchase plan saved: ', pushed: 'Pushed to orders: ',
+    done: 'done', refused: 'refused', scopeNow: 'Current scope: ', scopeAll: 'No stored scope; all warehouses: ',
+    scopeSaved: 'Stock scope saved.', clickRow: 'Click a report row to see its demand lines.',
+    NowStock: 'Stock on hand', SaveStock: 'Safety stock', Moving: 'On order', UnSale: 'Open sales',
+    Producing: 'In production', Produc: 'Issued', MidStockQty: 'Made parts in stock', Virtual: 'Virtual warehouses',
+    FItemNumber: 'Item', FItemName: 'Name', FAuxProp: 'Property', FNeedQty: 'Need', FCurrentQty: 'Stock',
+    FMovingQty: 'On order', FProducingQty: 'In prod.', FProducQty: 'Issued', FQty: 'Qty',
+    FSupplyNumber: 'Supplier', FItemProp: 'Class', FDate: 'Needed on', FBillNo: 'Bill', FEntryID: 'Line',
+    FTranType: 'Type', FUnitName: 'Unit', FPrice: 'Price', FAuxQty: 'Purchase qty', FAuxPrice: 'Purchase price',
+    FTaxRate: 'Tax %', Fdate: 'Needed on', FPushQty: 'To push', FPurchaseFinishQty: 'Ordered', FClosed: 'Closed',
+    FSourceNo: 'Sources', FKey: 'Plan line', FAllStockQty: 'Stock', FActualQty: 'Real stock', FName: 'Name',
+    FNumber: 'Code', Succeed: 'Done', Error: 'Message', FSupplyName: 'Supplier', FBillNO: 'Bill', FInterID: 'Id', FItemID: 'Item id',
+  },
+};
+
+const state = {
+  lang: localStorage.getItem('mrpcalc.lang') || 'zh',
+  token: sessionStorage.getItem('mrpcalc.token') || '',
+  me: null,
+  demand: [],
+  picked: new Set(),
+  report: [], pegging: [], reportView: [], page: 0, sortKey: null, sortUp: true, chosenRow: -1,
+  priced: [],
+  planLines: [],
+};
+const PAGE = 100;
+const $ = (id) => document.getElementById(id);
+const t = (key) => (TEXTS[state.lang][key] ?? key);
+
+function say(id, text, kind = 'ok') {
+  const el = $(id);
+  el.textContent = text;
+  el.className = 'msg ' + kind;
+}
+
+async function api(method, path, body) {
+  const response = await fetch(path, {
+    method,
+    headers: { 'Authorization': 'Bearer ' + state.token, 'Content-Type': 'application/json' },
+    body: body === undefined ? undefined : JSON.stringify(body),
+  });
+  const text = await response.text();
+  let data = null;
+  try { data = JSON.parse(text); } catch (e) { data = null; }
+  if (!response.ok) {
+    throw new Error(data && data.error ? data.error.description : `${response.status} ${text}`);
+  }
+  return data;
+}
+
+const call = (cls, method, args) => api('POST', `/api/call/ZUVMMrpCalculate.${cls}/${method}`, { args });
+
+// Runs an action, showing its error next to it.
+function guarded(msgId, action) {
+  return async () => {
+    try {
+      await action();
+    } catch (e) {
+      say(msgId, e.message, 'error');
+    }
+  };
+}
+
+function fmt(v) {
+  if (v === null || v === undefined) return '';
+  if (typeof v === 'number') return Number.isInteger(v) ? String(v) : v.toFixed(2);
+  if (typeof v === 'string' && /^\d{4}-\d\d-\d\d 00:00:00$/.test(v)) return v.slice(0, 10);
+  return String(v);
+}
+
+// A table of rows over the given columns; extra(row, i) gives leading cells.
+function table(el, rows, columns, options = {}) {
+  const head = (options.lead ? '<th></th>' : '') +
+    columns.map((c) => `<th data-key="${c}">${t(c)}${state.sortKey === c && options.sortable ? (state.sortUp ? ' ▲' : ' ▼') : ''}</th>`).join('');
+  const body = rows.map((r, i) => {
+    const cls = options.rowClass ? options.rowClass(r, i) : '';
+    const lead = options.lead ? `<td>${options.lead(r, i)}</td>` : '';
+    const cells = columns.map((c) => `<td class="${typeof r[c] === 'number' ? 'n' : ''}">${escapeHtml(fmt(r[c]))}</td>`).join('');
+    return `<tr data-i="${options.index ? options.index(r, i) : i}" class="${cls}">${lead}${cells}</tr>`;
+  }).join('');
+  el.innerHTML = `<thead><tr>${head}</tr></thead><tbody>${body}</tbody>`;
+}
+
+function escapeHtml(s) {
+  return s.replace(/[&<>"]/g, (c) => ({ '&': '&amp;', '<': '&lt;', '>': '&gt;', '"': '&quot;' }[c]));
+}
+
+async function download(name, kind, rows) {
+  const response = await fetch(`/api/export/${name}.${kind}`, {
+    method: 'POST',
+    headers: { 'Authorization': 'Bearer ' + state.token, 'Content-Type': 'application/json' },
+    body: JSON.stringify({ rows }),
+  });
+  if (!response.ok) throw new Error(`${response.status}`);
+  const blob = await response.blob();
+  const a = document.createElement('a');
+  a.href = URL.createObjectURL(blob);
+  a.download = `${name}.${kind}`;
+  a.click();
+  URL.revokeObjectURL(a.href);
+}
+
+function applyLanguage() {
+  document.documentElement.lang = state.lang;
+  document.querySelectorAll('[data-i18n]').forEach((el) => { el.textContent = t(el.dataset.i18n); });
+  $('lang').textContent = state.lang === 'zh' ? 'English' : '中文';
+  renderSwitches();
+  renderDemand();
+  renderReport();
+  if (state.priced.length) renderPriced();
+  if (state.planLines.length) renderPlans();
+}
+
+function show(step) {
+  document.querySelectorAll('main section').forEach((s) => { s.hidden = s.id !== step; });
+  document.querySelectorAll('nav a').forEach((a) => a.classList.toggle('active', a.dataset.step === step));
+  if (step === 'pick' && state.me && !state.demand.length) guarded('pick-msg', loadDemand)();
+  if (step === 'confirm') renderToBuy();
+  if (step === 'scope' && state.me) guarded('scope-msg', loadScope)();
+}
+
+// 1. Sign in.
+async function signIn() {
+  state.token = $('token').value.trim() || state.token;
+  state.me = await api('GET', '/api/me');
+  sessionStorage.setItem('mrpcalc.token', state.token);
+  $('who').textContent = `${state.me.name} (${state.me.user})`;
+  say('signin-msg', t('signedIn') + `${state.me.name} (${state.me.user})`);
+  location.hash = '#pick';
+}
+
+// 2. Pick demand.
+async function loadDemand() {
+  state.demand = await api('GET', '/api/open-demand');
+  renderDemand();
+}
+
+const demandKey = (d) => `${d.Ftrantype}/${d.FInterID}/${d.FEntryID}`;
+
+function renderDemand() {
+  const filter = $('demand-filter').value.trim().toLowerCase();
+  const rows = state.demand.filter((d) => !filter ||
+    `${d.FBillNo} ${d.FItemNumber} ${d.FItemName}`.toLowerCase().includes(filter));
+  table($('demand'), rows, ['FBillNo', 'FEntryID', 'FItemNumber', 'FItemName', 'FQty', 'FUnitName', 'FDate'], {
+    lead: (d) => `<input type="checkbox" class="pick" data-key="${demandKey(d)}" ${state.picked.has(demandKey(d)) ? 'checked' : ''}>`,
+  });
+  const all = $('demand').querySelector('thead th');
+  if (all) all.innerHTML = '<input type="checkbox" id="pick-all">';
+}
+
+function pickedDemand() {
+  return state.demand.filter((d) => state.picked.has(demandKey(d)));
+}
+
+async function showStock() {
+  const picks = pickedDemand();
+  if (!picks.length) throw new Error(t('noneChosen'));
+  const answer = await call('MrpDataServer', 'GetSelectData', [
+    picks.map((d) => ({ Ftrantype: d.Ftrantype, FinterID: d.FInterID, FEntryID: d.FEntryID })),
+    $('warehouses').value, $('net').checked]);
+  table($('stock'), answer.result || [], ['FTranType', 'FBillNO', 'FItemNumber', 'FItemName', 'FBSUnitName', 'FAllStockQty', 'FActualQty', 'FQty']);
+  say('pick-msg', `${t('picked')} ${picks.length}`);
+}
+
+// 3. Run MRP.
+const SWITCHES = ['NowStock', 'SaveStock', 'Moving', 'UnSale', 'Producing', 'Produc', 'MidStockQty', 'Virtual'];
+
+function renderSwitches() {
+  const on = new Set(SWITCHES.filter((k) => $(`sw-${k}`)?.checked ?? ['NowStock', 'SaveStock', 'Moving', 'Produc'].includes(k)));
+  $('switches').innerHTML = SWITCHES.map((k) =>
+    `<label><input type="checkbox" id="sw-${k}" ${on.has(k) ? 'checked' : ''}> ${t(k)}</label>`).join('');
+}
+
+async function runMrp() {
+  const picks = pickedDemand();
+  if (!picks.length) throw new Error(t('noneChosen'));
+  const bills = [...new Set(picks.map((d) => d.FBillNo))];
+  const switches = {};
+  SWITCHES.forEach((k) => { switches[k] = $(`sw-${k}`).checked; });
+  const answer = await api('POST', '/api/report', {
+    bills, switches, warehouses: $('warehouses').value, form: Number($('form').value),
+    single_level: $('single').checked,
+  });
+  state.report = answer.rows;
+  state.pegging = answer.pegging;
+  state.page = 0;
+  state.chosenRow = -1;
+  renderReport();
+  const messages = answer.messages.length ? ' ' + answer.messages.join(' ') : '';
+  say('run-msg', `${t('reportDone')}${state.report.length} ${t('rows')}${messages}`);
+  location.hash = '#review';
+}
+
+// 4. Review: sort, filter, pages of 100 rows, pegging of a row.
+const REPORT_COLUMNS = ['FItemNumber', 'FItemName', 'FAuxProp', 'FNeedQty', 'FCurrentQty', 'FMovingQty',
+  'FProducingQty', 'FProducQty', 'FQty', 'FSupplyNumber', 'FItemProp', 'FDate'];
+
+function renderReport() {
+  const filter = $('report-filter').value.trim().toLowerCase();
+  let view = state.report.map((r, i) => i).filter((i) => {
+    if (!filter) return true;
+    const r = state.report[i];
+    return `${r.FItemNumber} ${r.FItemName} ${r.FSupplyNumber}`.toLowerCase().includes(filter);
+  });
+  if (state.sortKey) {
+    const k = state.sortKey;
+    const sign = state.sortUp ? 1 : -1;
+    view.sort((a, b) => {
+      const x = state.report[a][k], y = state.report[b][k];
+      if (x === y) return a - b;
+      if (x === null || x === undefined) return -sign;
+      if (y === null || y === undefined) return sign;
+      return (x < y ? -1 : 1) * sign;
+    });
+  }
+  state.reportView = view;
+  const pages = Math.max(1, Math.ceil(view.length / PAGE));
+  state.page = Math.min(state.page, pages - 1);
+  const shown = view.slice(state.page * PAGE, state.page * PAGE + PAGE);
+  table($('report'), shown.map((i) => state.report[i]), REPORT_COLUMNS, {
+    sortable: true,
+    index: (r, j) => shown[j],
+    rowClass: (r, j) => (shown[j] === state.chosenRow ? 'chosen' : ''),
+  });
+  $('report-count').textContent = `${view.length} ${t('rows')}`;
+  $('report-pager').innerHTML = pages > 1
+    ? Array.from({ length: pages }, (_, p) => `<button type="button" data-page="${p}" ${p === state.page ? 'disabled' : ''}>${p + 1}</button>`).join('')
+    : '';
+}
+
+function renderPegging() {
+  const pegs = state.chosenRow >= 0 ? state.pegging[state.chosenRow] : [];
+  table($('pegging'), pegs, ['FTranType', 'FBillNo', 'FEntryID', 'FItemID', 'FQty']);
+  if (state.chosenRow >= 0) {
+    const r = state.report[state.chosenRow];
+    say('review-msg', `${r.FItemNumber} ${r.FItemName}: ${fmt(r.FNeedQty)}`);
+  }
+}
+
+// 5. Confirm: the lines to buy, priced; credit; orders or a plan.
+const MADE = new Set([2, 3]);  // assembled, self-made: not bought
+
+function toBuy() {
+  return state.report.map((r, i) => [r, i]).filter(([r]) => r.FQty > 0 && !MADE.has(r.FItemPropID));
+}
+
+function renderToBuy() {
+  const rows = toBuy();
+  $('tobuy').innerHTML = '<thead><tr><th></th><th>' + ['FItemNumber', 'FItemName', 'FAuxProp', 'FQty', 'FDate', 'FSupplyNumber'].map(t).join('</th><th>') +
+    '</th></tr></thead><tbody>' + rows.map(([r, i]) =>
+    `<tr><td><input type="checkbox" class="buy" data-i="${i}" checked></td><td>${escapeHtml(fmt(r.FItemNumber))}</td><td>${escapeHtml(fmt(r.FItemName))}</td>` +
+    `<td>${escapeHtml(fmt(r.FAuxProp))}</td><td class="n">${fmt(r.FQty)}</td><td>${fmt(r.FDate)}</td>` +
+    `<td><input class="supplier" data-i="${i}" value="${escapeHtml(r.FSupplyNumber || '')}"></td></tr>`).join('') + '</tbody>';
+}
+
+function chosenToBuy() {
+  const out = [];
+  document.querySelectorAll('#tobuy input.buy:checked').forEach((box) => {
+    const i = Number(box.dataset.i);
+    const supplier = document.querySelector(`#tobuy input.supplier[data-i="${i}"]`).value.trim();
+    out.push({ ...state.report[i], FSupplyNumber: supplier });
+  });
+  if (!out.length) throw new Error(t('noneChosen'));
+  return out;
+}
+
+const PRICED_COLUMNS = ['FItemNumber', 'FItemName', 'FSupplyNumber', 'FQty', 'FAuxQty', 'FPrice', 'FAuxPrice', 'FTaxRate', 'Fdate'];
+
+function renderPriced() {
+  table($('priced'), state.priced, PRICED_COLUMNS);
+}
+
+async function confirmLines() {
+  const answer = await call('MrpDataServer', 'GetMrpConfirmData', [chosenToBuy()]);
+  state.priced = answer.result;
+  renderPriced();
+  say('confirm-msg', `${state.priced.length} ${t('rows')}`);
+}
+
+async function checkCredit() {
+  if (!state.priced.length) throw new Error(t('noneChosen'));
+  const lines = state.priced.map((l) => ({ ...l, FPushQty: l.FQty }));
+  const answer = await call('MrpDataServer', 'CheckCreditDegrees', [lines, '', '']);
+  if (answer.byref.strCheckType !== '1') say('order-msg', t('creditOff'));
+  else if (answer.result) say('order-msg', t('creditOk'));
+  else say('order-msg', t('creditOver') + answer.byref.SupplyName, 'error');
+}
+
+function today() {
+  return new Date().toISOString().slice(0, 10);
+}
+
+async function makeOrders() {
+  if (!state.priced.length) throw new Error(t('noneChosen'));
+  const missing = state.priced.find((l) => l.FSupplyID === null);
+  if (missing) throw new Error(`${missing.FItemNumber}: ${t('FSupplyNumber')} ?`);
+  const answer = await call('MrpDataServer', 'MakePOOrderBill', [state.priced, state.me.user, today()]);
+  const orders = (answer.result || []).map((o) => `${o.FBillNO} (${o.FSupplyName})`).join(', ');
+  say('order-msg', t('ordersMade') + orders);
+}
+
+async function savePlan() {
+  const lines = chosenToBuy();
+  const sources = pickedDemand().map((d) => ({
+    Ftrantype: d.Ftrantype, FBillNo: d.FBillNo, FInterID: d.FInterID, FEntryID: d.FEntryID, FQty: d.FQty,
+  }));
+  const answer = await call('PurchasePlanUpdate', 'UpdatePurchasePlan', [sources, lines, state.me.user]);
+  say('order-msg', t('planSaved') + answer.result);
+  $('plan-no').value = '';
+}
+
+// 6. Plans.
+const PLAN_COLUMNS = ['FBillNo', 'FKey', 'FItemNumber', 'FItemName', 'FSupplyNumber', 'FQty', 'FPushQty',
+  'FPurchaseFinishQty', 'FPrice', 'FClosed', 'FFinishDate', 'FSourceNo'];
+
+function renderPlans() {
+  table($('plan-lines'), state.planLines, PLAN_COLUMNS, {
+    lead: (r, i) => `<input type="checkbox" class="plan-line" data-i="${i}">`,
+  });
+}
+
+async function loadPlans() {
+  const filter = {};
+  if ($('plan-from').value) filter.BDate = $('plan-from').value;
+  if ($('plan-to').value) filter.EDate = $('plan-to').value;
+  if ($('plan-item-from').value) filter.BItemNumber = $('plan-item-from').value;
+  if ($('plan-item-to').value) filter.EItemNumber = $('plan-item-to').value;
+  if ($('plan-open').checked) filter.Closed = 1;
+  const answer = await call('PurchasePlanInfo', 'GetRptData', [filter, state.me.user, $('plan-no').value.trim()]);
+  state.planLines = answer.result || [];
+  renderPlans();
+  say('plans-msg', `${state.planLines.length} ${t('rows')}`);
+}
+
+function chosenPlanLines() {
+  const out = [...document.querySelectorAll('#plan-lines input.plan-line:checked')].map((b) => state.planLines[Number(b.dataset.i)]);
+  if (!out.length) throw new Error(t('noneChosen'));
+  return out;
+}
+
+async function pushPlans() {
+  const lines = chosenPlanLines().map((l) => ({
+    FKey: l.FKey, FSupplyID: l.FSupplyID, FItemID: l.FItemID, FAuxPropID: l.FAuxPropID, FUnitID: l.FUnitID,
+    FPushQty: l.FPushQty, FPrice: l.FPrice, FDiscountRate: l.FDiscountRate, FTaxRate: l.FTaxRate,
+    FMemo: l.FMemo, FFinishDate: l.FFinishDate, FBillNo: l.FBillNo, FIsMerge: 0, FStartKey: '', FEndKey: '',
+    FMergeSumQty: 0,
+    EntryDataVct: [{ FKey: l.FKey, FInterID: l.FInterID, FEntryID: l.FEntryID, FItemID: l.FItemID, FBillNo: l.FBillNo, FPushQty: l.FPushQty }],
+  }));
+  const answer = await call('PurchasePlanUpdate', 'PushBill', [lines, state.me.user, '', today()]);
+  const orders = (answer.result || []).map((o) => o.FBillNO).join(', ');
+  await loadPlans();
+  say('plans-msg', t('pushed') + orders);
+}
+
+async function closePlans(reopen) {
+  const rows = chosenPlanLines().map((l) => ({ FInterID: l.FInterID, FEntryID: l.FEntryID }));
+  const answer = await call('PurchasePlanUpdate', reopen ? 'UnClosePurchasePlan' : 'ClosePurchasePlan', [rows]);
+  const text = answer.result.map((r) => `${r.FInterID}_${r.FEntryID}: ${r.Succeed ? t('done') : t('refused')} ${r.Error || ''}`).join('; ');
+  await loadPlans();
+  say('plans-msg', text, answer.result.every((r) => r.Succeed) ? 'ok' : 'error');
+}
+
+async function deletePlans() {
+  const plans = new Map();
+  chosenPlanLines().forEach((l) => plans.set(l.FBillNo, { FInterID: l.FInterID, FBillNo: l.FBillNo }));
+  const answer = await call('PurchasePlanUpdate', 'DeletePurchasePlan', [[...plans.values()]]);
+  const text = answer.result.map((r) => `${r.FBillNo}: ${r.Succeed ? t('done') : r.Error}`).join('; ');
+  await loadPlans();
+  say('plans-msg', text, answer.result.every((r) => r.Succeed) ? 'ok' : 'error');
+}
+
+// 7. Stock scope.
+let scopeStocks = [];
+
+async function loadScope() {
+  const stored = await call('MrpDataServer', 'GetStockInfo', [state.me.user, '', '', '', 1, '']);
+  let scope = stored.byref;
+  let label = t('scopeNow');
+  if (!stored.result) {
+    const all = await call('MrpDataServer', 'ReturnEmptyStockInfo', [state.me.user, '', '', '']);
+    scope = all.byref;
+    label = t('scopeAll');
+  }
+  $('scope-now').textContent = `${label}${scope.sStockStr} [${scope.sStockKey}]`;
+  const chosen = new Set(String(scope.sStockInfo || '').split(',').filter(Boolean));
+  const list = await call('MrpDataServer', 'GetItemStock', [5, state.me.user, false]);
+  scopeStocks = list.result || [];
+  table($('scope-stocks'), scopeStocks, ['FNumber', 'FName', 'FItemID'], {
+    lead: (r, i) => `<input type="checkbox" class="stock" data-i="${i}" ${stored.result && chosen.has(String(r.FItemID)) ? 'checked' : ''}>`,
+  });
+}
+
+async function saveScope() {
+  const chosen = [...document.querySelectorAll('#scope-stocks input.stock:checked')].map((b) => scopeStocks[Number(b.dataset.i)]);
+  if (!chosen.length) throw new Error(t('noneChosen'));
+  const ids = new Set(chosen.map((s) => s.FItemID));
+  scopeStocks.forEach((s) => { if (ids.has(s.FParentID)) ids.add(s.FItemID); });
+  const all = scopeStocks.filter((s) => ids.has(s.FItemID));
+  const key = all.filter((s) => s.fDetail === 1).map((s) => s.FItemID).join(',');
+  const info = all.map((s) => s.FItemID).join(',');
+  const text = chosen.map((s) => `${s.FNumber} - ${s.FName}`).join(',');
+  await call('MrpDataServer', 'UpdateStockInfo', [state.me.user, text, key, info, 1, '']);
+  say('scope-msg', t('scopeSaved'));
+  await loadScope();
+}
+
+function wire() {
+  $('lang').onclick = () => {
+    state.lang = state.lang === 'zh' ? 'en' : 'zh';
+    localStorage.setItem('mrpcalc.lang', state.lang);
+    applyLanguage();
+  };
+  $('signin-go').onclick = guarded('signin-msg', signIn);
+  $('token').onkeydown = (e) => { if (e.key === 'Enter') $('signin-go').click(); };
+  $('demand-filter').oninput = renderDemand;
+  $('demand').onchange = (e) => {
+    if (e.target.id === 'pick-all') {
+      document.querySelectorAll('#demand input.pick').forEach((b) => {
+        b.checked = e.target.checked;
+        if (b.checked) state.picked.add(b.dataset.key); else state.picked.delete(b.dataset.key);
+      });
+    } else if (e.target.classList.contains('pick')) {
+      if (e.target.checked) state.picked.add(e.target.dataset.key); else state.picked.delete(e.target.dataset.key);
+    }
+    say('pick-msg', `${t('picked')} ${state.picked.size}`);
+  };
+  $('show-stock').onclick = guarded('pick-msg', showStock);
+  $('run-mrp').onclick = guarded('run-msg', runMrp);
+  $('report-filter').oninput = () => { state.page = 0; renderReport(); };
+  $('report').onclick = (e) => {
+    const th = e.target.closest('th');
+    if (th) {
+      state.sortUp = state.sortKey === th.dataset.key ? !state.sortUp : true;
+      state.sortKey = th.dataset.key;
+      renderReport();
+      return;
+    }
+    const tr = e.target.closest('tbody tr');
+    if (!tr) return;
+    state.chosenRow = Number(tr.dataset.i);
+    renderReport();
+    renderPegging();
+  };
+  $('report-pager').onclick = (e) => {
+    if (e.target.dataset.page === undefined) return;
+    state.page = Number(e.target.dataset.page);
+    renderReport();
+  };
+  $('export-report-csv').onclick = guarded('review-msg', () => download('report', 'csv', state.report));
+  $('export-report-xlsx').onclick = guarded('review-msg', () => download('report', 'xlsx', state.report));
+  $('confirm-lines').onclick = guarded('confirm-msg', confirmLines);
+  $('check-credit').onclick = guarded('order-msg', checkCredit);
+  $('make-orders').onclick = guarded('order-msg', makeOrders);
+  $('save-plan').onclick = guarded('order-msg', savePlan);
+  $('export-priced-csv').onclick = guarded('order-msg', () => download('purchase-lines', 'csv', state.priced));
+  $('export-priced-xlsx').onclick = guarded('order-msg', () => download('purchase-lines', 'xlsx', state.priced));
+  $('plans-load').onclick = guarded('plans-msg', loadPlans);
+  $('plan-push').onclick = guarded('plans-msg', pushPlans);
+  $('plan-close').onclick = guarded('plans-msg', () => closePlans(false));
+  $('plan-reopen').onclick = guarded('plans-msg', () => closePlans(true));
+  $('plan-delete').onclick = guarded('plans-msg', deletePlans);
+  $('export-plans-csv').onclick = guarded('plans-msg', () => download('plans', 'csv', state.planLines));
+  $('export-plans-xlsx').onclick = guarded('plans-msg', () => download('plans', 'xlsx', state.planLines));
+  $('scope-save').onclick = guarded('scope-msg', saveScope);
+  window.onhashchange = () => show(location.hash.slice(1) || 'signin');
+}
+
+wire();
+applyLanguage();
+say('review-msg', t('clickRow'));
+if (state.token) {
+  $('token').value = '';
+  guarded('signin-msg', signIn)();
+} else {
+  show('signin');
+}
+show(location.hash.slice(1) || 'signin');

@@ -1,0 +1,173 @@
+// The HTTP service on a demo database, on every engine: the same answers as
+// the command line, sign-in and rights, each refusal's status, scripts on
+// one object, the report with pegging, exports, and concurrent clients.
+#include <httplib.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <set>
+#include <thread>
+
+#include "db_fixture.h"
+#include "http/server.h"
+#include "http/tokens.h"
+#include "record/json.h"
+#include "services/host_config.h"
+
+namespace mrpcalc::testing {
+namespace {
+
+std::string RunCli(const std::string& arguments) {
+  FILE* pipe = ::popen((std::string(MRPCALC_CLI) + " " + arguments).c_str(), "r");
+  std::string out;
+  char buf[4096];
+  size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, n);
+  ::pclose(pipe);
+  return out;
+}
+
+class Http : public DemoDbTest {
+ protected:
+  void SetUp() override {
+    DemoDbTest::SetUp();
+    if (IsSkipped()) return;
+    planner_ = http::CreateToken(conn(), 16);
+    admin_ = http::CreateToken(conn(), 1);
+    http::ServeOptions options;
+    options.dsn = dsn();
+    options.port = 0;
+    options.max_body = 64 * 1024;
+    service_ = std::make_unique<http::Service>(options, MakeStandaloneHost(HostConfig{}));
+    port_ = service_->Bind();
+    thread_ = std::thread([this] { service_->Listen(); });
+  }
+  void TearDown() override {
+    if (service_) {
+      service_->Stop();
+      thread_.join();
+    }
+  }
+  httplib::Result Post(const std::string& path, const std::string& body, const std::string& token) {
+    httplib::Client client("127.0.0.1", port_);
+    httplib::Headers headers;
+    if (!token.empty()) headers.emplace("Authorization", "Bearer " + token);
+    return client.Post(path, headers, body, "application/json");
+  }
+  httplib::Result Call(const std::string& cls, const std::string& method, const Json& args,
+                       const std::string& token) {
+    return Post("/api/call/ZUVMMrpCalculate." + cls + "/" + method, Json{{"args", args}}.dump(), token);
+  }
+
+  std::string planner_, admin_;
+  int port_ = 0;
+  std::unique_ptr<http::Service> service_;
+  std::thread thread_;
+};
+MRPCALC_ALL_ENGINES(Http);
+
+TEST_P(Http, AnswersAsTheCommandLineDoes) {
+  // The report of the demo's first order, as the automation door gives it.
+  const Json args = Json::parse(R"([[{"Ftrantype": 81, "FItemID": 1001, "FinterID": 1, "FEntryID": 1,
+      "FBillNo": "SEORD000001", "FQty": 20, "FItemName": "e", "FItemNumber": "1.01"}],
+      {"SubID": "SC", "Expand": 1, "NowStock": 1, "SourceData": [{"FBillNO": "SEORD000001",
+      "Ftrantype": 81, "finterid": 1, "fentryid": 1}]}, "", "11,12", 16, 1])");
+  auto r = Call("MrpDataInfo", "GetMrpReportData", args, planner_);
+  ASSERT_TRUE(r);
+  EXPECT_EQ(r->status, 200) << r->body.substr(0, 200);
+  const std::string file = ::testing::TempDir() + "http-args-" + std::to_string(::getpid()) + ".json";
+  std::ofstream(file) << args.dump();
+  EXPECT_TRUE(r->body == RunCli("call ZUVMMrpCalculate.MrpDataInfo GetMrpReportData --dsn '" + dsn() +
+                            "' --args @" + file))
+      << r->body.substr(0, 200);
+  std::remove(file.c_str());
+  // A body naming another database is ignored: the service's own answers.
+  const std::string other = ::testing::TempDir() + "http-other-" + std::to_string(::getpid()) + ".db";
+  r = Post("/api/call/ZUVMMrpCalculate.MrpDataServer/getSysInfo",
+           R"({"args": ["IC", "BOMType"], "dsn": "sqlite:)" + other + R"(", "sDsn": "x"})", planner_);
+  EXPECT_EQ(Json::parse(r->body).at("result"), "1") << r->body;
+  EXPECT_FALSE(std::filesystem::exists(other));
+}
+
+TEST_P(Http, EachRefusalHasItsStatus) {
+  const Json sys = {"IC", "BOMType"};
+  EXPECT_EQ(Call("MrpDataServer", "getSysInfo", sys, "")->status, 401);
+  EXPECT_EQ(Call("MrpDataServer", "getSysInfo", sys, "mrp_nothing")->status, 401);
+  EXPECT_EQ(Call("NoSuchClass", "getSysInfo", sys, planner_)->status, 404);
+  EXPECT_EQ(Call("MrpDataServer", "NoSuchMethod", sys, planner_)->status, 404);
+  EXPECT_EQ(Post("/api/call/ZUVMMrpCalculate.MrpDataServer/getSysInfo", "{\"args\": [", planner_)->status, 400);
+  EXPECT_EQ(Post("/api/call/ZUVMMrpCalculate.MrpDataServer/getSysInfo",
+                 "{\"args\": [\"" + std::string(70 * 1024, 'x') + "\"]}", planner_)->status,
+            413);
+  auto r = Call("MrpDataServer", "RefreshPOOrderBill", {""}, planner_);
+  EXPECT_EQ(r->status, 422);
+  EXPECT_TRUE(Json::parse(r->body).at("error").contains("description")) << r->body;
+  // Another user's id: only for an administrator.
+  EXPECT_EQ(Call("PurchasePlanInfo", "GetRptData", {Json::object(), 1}, planner_)->status, 403);
+  EXPECT_EQ(Call("PurchasePlanInfo", "GetRptData", {Json::object(), 16}, planner_)->status, 200);
+  EXPECT_EQ(Call("PurchasePlanInfo", "GetRptData", {Json::object(), 16}, admin_)->status, 200);
+  EXPECT_EQ(Post("/api/calls",
+                 Json::array({{{"progid", "ZUVMMrpCalculate.MrpDataServer"}, {"method", "MakePOOrderBill"},
+                               {"args", {Json::array(), 1}}}}).dump(),
+                 planner_)->status,
+            403);
+  // A revoked token no longer signs in.
+  ASSERT_TRUE(http::RevokeToken(conn(), planner_));
+  EXPECT_EQ(Call("MrpDataServer", "getSysInfo", sys, planner_)->status, 401);
+}
+
+TEST_P(Http, ScriptsReportsAndExports) {
+  conn().Execute("insert into ICSchemeProfile (FSchemeID, FStatus, FTranType, FUserID) values (7, 2, 36, 16)");
+  conn().Execute("insert into ICSchemeProfileEntry (FSchemeID, FKey, FValue) values"
+                 " (7, 'HideColumns', 'A||0##<&1000##<&2##<&FStockStatus##<&3')");
+  const std::string server = "ZUVMMrpCalculate.MrpDataServer";
+  auto r = Post("/api/calls",
+                Json::array({{{"progid", server}, {"method", "GetFStockStatus"}, {"args", {"生产任务单", 0, "", 16}}},
+                             {{"progid", server}, {"method", "UpdateFStockStatus"}, {"args", {"", 1}}},
+                             {{"progid", server}, {"method", "GetFStockStatus"}, {"args", {"生产任务单", 0, "", 16}}}})
+                    .dump(),
+                planner_);
+  ASSERT_EQ(r->status, 200);
+  EXPECT_EQ(Json::parse(r->body)[2].at("byref").at("FValue"), "A");
+
+  r = Post("/api/report", R"({"bills": ["SEORD000001"], "switches": {"NowStock": true}, "warehouses": "11,12,20"})",
+           planner_);
+  ASSERT_EQ(r->status, 200) << r->body;
+  const Json report = Json::parse(r->body);
+  ASSERT_EQ(report.at("rows").size(), report.at("pegging").size());
+  ASSERT_GT(report.at("rows").size(), 5u);
+  for (size_t i = 0; i < report.at("rows").size(); ++i) {
+    double total = 0;
+    for (const auto& peg : report.at("pegging")[i]) total += peg.at("FQty").get<double>();
+    EXPECT_NEAR(total, report.at("rows")[i].at("FNeedQty").get<double>(), 1e-6);
+  }
+
+  const std::string rows = Json{{"rows", report.at("rows")}}.dump();
+  r = Post("/api/export/report.xlsx", rows, planner_);
+  ASSERT_EQ(r->status, 200);
+  EXPECT_EQ(r->body.substr(0, 2), "PK");  // a zip: the workbook
+  r = Post("/api/export/report.csv", rows, planner_);
+  EXPECT_EQ(r->body.rfind("FItemID,FBOMItemID,", 0), 0u) << r->body.substr(0, 60);
+  EXPECT_EQ(Post("/api/export/report.pdf", rows, planner_)->status, 404);
+}
+
+TEST_P(Http, EightClientsAtOnceAllAnsweredRight) {
+  const std::string body = Json{{"args", {"IC", "BOMType"}}}.dump();
+  const std::string report = R"({"bills": ["SEORD000001", "WORK000001"], "switches": {"NowStock": true}})";
+  const std::string first = Post("/api/report", report, planner_)->body;
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> clients;
+  for (int k = 0; k < 8; ++k) {
+    clients.emplace_back([&] {
+      for (int i = 0; i < 10; ++i) {
+        auto r = Post("/api/report", report, planner_);
+        if (!r || r->status != 200 || r->body != first) ++wrong;
+      }
+    });
+  }
+  for (auto& c : clients) c.join();
+  EXPECT_EQ(wrong.load(), 0);
+}
+
+}  // namespace
+}  // namespace mrpcalc::testing
