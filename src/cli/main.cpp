@@ -19,6 +19,7 @@
 #include <set>
 #include <sstream>
 
+#include "cli/bench_http.h"
 #include "cli/buyer.h"
 #include "cli/plans.h"
 #include "component/registry.h"
@@ -666,6 +667,11 @@ int main(int argc, char** argv) {
   bench_run->add_option("--repeat", repeat, "runs")->capture_default_str();
   bench_run->add_option("--form", bench_form, "form kind; 0 also suggests suppliers")
       ->capture_default_str();
+  int http_clients = 8, http_requests = 100;
+  auto* bench_http = bench->add_subcommand("http", "load the HTTP service with concurrent report calls");
+  bench_http->add_option("--dsn", bench_dsn, "the database to serve")->required();
+  bench_http->add_option("--clients", http_clients, "concurrent clients")->capture_default_str();
+  bench_http->add_option("--requests", http_requests, "report calls per client")->capture_default_str();
 
   CLI11_PARSE(app, argc, argv);
   cli::SetOutputFile(out_file);
@@ -673,6 +679,7 @@ int main(int argc, char** argv) {
     try {
       if (*generate) return RunBenchGenerate(bench_dsn, scale);
       if (*bench_request) return RunBenchRequest(bench_dsn, request_out, bench_form);
+      if (*bench_http) return cli::RunHttpBench(bench_dsn, http_clients, http_requests);
       return RunBench(bench_dsn, repeat, bench_form);
     } catch (const std::exception& e) {
       std::cerr << "mrpcalc: " << e.what() << "\n";
