@@ -60,6 +60,7 @@ const state = {
   token: sessionStorage.getItem('mrpcalc.token') || '',
   me: null,
   demand: [],
+  demandView: [],
   picked: new Set(),
   report: [], pegging: [], reportView: [], page: 0, sortKey: null, sortUp: true, chosenRow: -1,
   priced: [],
@@ -181,8 +182,11 @@ const demandKey = (d) => `${d.Ftrantype}/${d.FInterID}/${d.FEntryID}`;
 
 function renderDemand() {
   const filter = $('demand-filter').value.trim().toLowerCase();
-  const rows = state.demand.filter((d) => !filter ||
+  state.demandView = state.demand.filter((d) => !filter ||
     `${d.FBillNo} ${d.FItemNumber} ${d.FItemName}`.toLowerCase().includes(filter));
+  // At most 500 lines on the page; "all" picks every line the filter keeps.
+  const rows = state.demandView.slice(0, 500);
+  $('demand-count').textContent = `${rows.length} / ${state.demandView.length} ${t('rows')}`;
   table($('demand'), rows, ['FBillNo', 'FEntryID', 'FItemNumber', 'FItemName', 'FQty', 'FUnitName', 'FDate'], {
     lead: (d) => `<input type="checkbox" class="pick" data-key="${demandKey(d)}" ${state.picked.has(demandKey(d)) ? 'checked' : ''}>`,
   });
@@ -457,10 +461,10 @@ function wire() {
   $('demand-filter').oninput = renderDemand;
   $('demand').onchange = (e) => {
     if (e.target.id === 'pick-all') {
-      document.querySelectorAll('#demand input.pick').forEach((b) => {
-        b.checked = e.target.checked;
-        if (b.checked) state.picked.add(b.dataset.key); else state.picked.delete(b.dataset.key);
+      state.demandView.forEach((d) => {
+        if (e.target.checked) state.picked.add(demandKey(d)); else state.picked.delete(demandKey(d));
       });
+      document.querySelectorAll('#demand input.pick').forEach((b) => { b.checked = e.target.checked; });
     } else if (e.target.classList.contains('pick')) {
       if (e.target.checked) state.picked.add(e.target.dataset.key); else state.picked.delete(e.target.dataset.key);
     }
