@@ -326,6 +326,37 @@ TEST_P(Plans, AFailedPushLeavesEveryTableAsItWas) {
   EXPECT_EQ(made->Item(1)->Get("FInterID").ToLong(), 4);
 }
 
+TEST_P(Plans, AFailedSaveLeavesEveryTableAsItWas) {
+  if (Sqlite()) {
+    conn().Execute("create trigger refuse_line before insert on PurchasePlanEntry"
+                   " when new.FItemID = 3004 begin select raise(abort, 'injected failure'); end");
+  } else {
+    conn().Execute("create function refuse_line() returns trigger language plpgsql as $$ begin"
+                   " if new.FItemID = 3004 then raise exception 'injected failure'; end if;"
+                   " return new; end $$");
+    conn().Execute("create trigger refuse_line before insert on PurchasePlanEntry for each row"
+                   " execute function refuse_line()");
+  }
+  const auto tables = [&] {
+    return Dump("select count(*) from PurchasePlan") + Dump("select count(*) from PurchaseLink") +
+           Dump("select count(*) from PurchasePlanEntry") +
+           Dump("select FInterID, FStockFinishQty, FPurchasePlanBillNo from ICMO order by FInterID") +
+           Dump("select FInterID, FEntryID, FStockFinishQty, FBaseUnitStockFinishQty,"
+                " FPurchasePlanBillNo from SEOrderEntry order by FInterID, FEntryID");
+  };
+  const std::string before = tables();
+  auto u = Update();
+  EXPECT_THROW(u.UpdatePurchasePlan(dsn(), Rows({Task(85, "WORK000001", 1, 10), SalesLine(1, 1, 20)}),
+                                    Rows({PlanLine(3001, "S001", 150, 3), PlanLine(3004, "S002", 3, 1)}),
+                                    16),
+               Error);
+  EXPECT_EQ(tables(), before);
+  // The number was not used up either.
+  conn().Execute("drop trigger refuse_line" + std::string(Sqlite() ? "" : " on PurchasePlanEntry"));
+  EXPECT_EQ(u.UpdatePurchasePlan(dsn(), Rows({}), Rows({PlanLine(3001, "S001", 1, 3)}), 16),
+            "CJ" + Today() + "001");
+}
+
 TEST_P(Plans, CloseReopenAndDelete) {
   auto u = Update();
   const std::string p1 =
