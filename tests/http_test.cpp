@@ -56,7 +56,8 @@ class Http : public DemoDbTest {
   }
   httplib::Result Call(const std::string& cls, const std::string& method, const Json& args,
                        const std::string& token) {
-    return Post("/api/call/ZUVMMrpCalculate." + cls + "/" + method, Json{{"args", args}}.dump(), token);
+    return Post("/api/call/ZUVMMrpCalculate." + cls + "/" + method, Json{{"args", args}}.dump(),
+                token);
   }
 
   std::string planner_, admin_;
@@ -68,23 +69,27 @@ MRPCALC_ALL_ENGINES(Http);
 
 TEST_P(Http, AnswersAsTheCommandLineDoes) {
   // The report of the demo's first order, as the automation door gives it.
-  const Json args = Json::parse(R"([[{"Ftrantype": 81, "FItemID": 1001, "FinterID": 1, "FEntryID": 1,
+  const Json args =
+      Json::parse(R"([[{"Ftrantype": 81, "FItemID": 1001, "FinterID": 1, "FEntryID": 1,
       "FBillNo": "SEORD000001", "FQty": 20, "FItemName": "e", "FItemNumber": "1.01"}],
       {"SubID": "SC", "Expand": 1, "NowStock": 1, "SourceData": [{"FBillNO": "SEORD000001",
       "Ftrantype": 81, "finterid": 1, "fentryid": 1}]}, "", "11,12", 16, 1])");
   auto r = Call("MrpDataInfo", "GetMrpReportData", args, planner_);
   ASSERT_TRUE(r);
   EXPECT_EQ(r->status, 200) << r->body.substr(0, 200);
-  const std::string file = ::testing::TempDir() + "http-args-" + std::to_string(::getpid()) + ".json";
+  const std::string file =
+      ::testing::TempDir() + "http-args-" + std::to_string(::getpid()) + ".json";
   std::ofstream(file) << args.dump();
-  EXPECT_TRUE(r->body == RunCli("call ZUVMMrpCalculate.MrpDataInfo GetMrpReportData --dsn '" + dsn() +
-                            "' --args @" + file))
+  EXPECT_TRUE(r->body == RunCli("call ZUVMMrpCalculate.MrpDataInfo GetMrpReportData --dsn '" +
+                                dsn() + "' --args @" + file))
       << r->body.substr(0, 200);
   std::remove(file.c_str());
   // A body naming another database is ignored: the service's own answers.
-  const std::string other = ::testing::TempDir() + "http-other-" + std::to_string(::getpid()) + ".db";
+  const std::string other =
+      ::testing::TempDir() + "http-other-" + std::to_string(::getpid()) + ".db";
   r = Post("/api/call/ZUVMMrpCalculate.MrpDataServer/getSysInfo",
-           R"({"args": ["IC", "BOMType"], "dsn": "sqlite:)" + other + R"(", "sDsn": "x"})", planner_);
+           R"({"args": ["IC", "BOMType"], "dsn": "sqlite:)" + other + R"(", "sDsn": "x"})",
+           planner_);
   EXPECT_EQ(Json::parse(r->body).at("result"), "1") << r->body;
   EXPECT_FALSE(std::filesystem::exists(other));
 }
@@ -95,9 +100,12 @@ TEST_P(Http, EachRefusalHasItsStatus) {
   EXPECT_EQ(Call("MrpDataServer", "getSysInfo", sys, "mrp_nothing")->status, 401);
   EXPECT_EQ(Call("NoSuchClass", "getSysInfo", sys, planner_)->status, 404);
   EXPECT_EQ(Call("MrpDataServer", "NoSuchMethod", sys, planner_)->status, 404);
-  EXPECT_EQ(Post("/api/call/ZUVMMrpCalculate.MrpDataServer/getSysInfo", "{\"args\": [", planner_)->status, 400);
+  EXPECT_EQ(
+      Post("/api/call/ZUVMMrpCalculate.MrpDataServer/getSysInfo", "{\"args\": [", planner_)->status,
+      400);
   EXPECT_EQ(Post("/api/call/ZUVMMrpCalculate.MrpDataServer/getSysInfo",
-                 "{\"args\": [\"" + std::string(70 * 1024, 'x') + "\"]}", planner_)->status,
+                 "{\"args\": [\"" + std::string(70 * 1024, 'x') + "\"]}", planner_)
+                ->status,
             413);
   auto r = Call("MrpDataServer", "RefreshPOOrderBill", {""}, planner_);
   EXPECT_EQ(r->status, 422);
@@ -107,9 +115,12 @@ TEST_P(Http, EachRefusalHasItsStatus) {
   EXPECT_EQ(Call("PurchasePlanInfo", "GetRptData", {Json::object(), 16}, planner_)->status, 200);
   EXPECT_EQ(Call("PurchasePlanInfo", "GetRptData", {Json::object(), 16}, admin_)->status, 200);
   EXPECT_EQ(Post("/api/calls",
-                 Json::array({{{"progid", "ZUVMMrpCalculate.MrpDataServer"}, {"method", "MakePOOrderBill"},
-                               {"args", {Json::array(), 1}}}}).dump(),
-                 planner_)->status,
+                 Json::array({{{"progid", "ZUVMMrpCalculate.MrpDataServer"},
+                               {"method", "MakePOOrderBill"},
+                               {"args", {Json::array(), 1}}}})
+                     .dump(),
+                 planner_)
+                ->status,
             403);
   // A revoked token no longer signs in.
   ASSERT_TRUE(http::RevokeToken(conn(), planner_));
@@ -117,21 +128,29 @@ TEST_P(Http, EachRefusalHasItsStatus) {
 }
 
 TEST_P(Http, ScriptsReportsAndExports) {
-  conn().Execute("insert into ICSchemeProfile (FSchemeID, FStatus, FTranType, FUserID) values (7, 2, 36, 16)");
-  conn().Execute("insert into ICSchemeProfileEntry (FSchemeID, FKey, FValue) values"
-                 " (7, 'HideColumns', 'A||0##<&1000##<&2##<&FStockStatus##<&3')");
+  conn().Execute(
+      "insert into ICSchemeProfile (FSchemeID, FStatus, FTranType, FUserID) values (7, 2, 36, 16)");
+  conn().Execute(
+      "insert into ICSchemeProfileEntry (FSchemeID, FKey, FValue) values"
+      " (7, 'HideColumns', 'A||0##<&1000##<&2##<&FStockStatus##<&3')");
   const std::string server = "ZUVMMrpCalculate.MrpDataServer";
-  auto r = Post("/api/calls",
-                Json::array({{{"progid", server}, {"method", "GetFStockStatus"}, {"args", {"生产任务单", 0, "", 16}}},
-                             {{"progid", server}, {"method", "UpdateFStockStatus"}, {"args", {"", 1}}},
-                             {{"progid", server}, {"method", "GetFStockStatus"}, {"args", {"生产任务单", 0, "", 16}}}})
-                    .dump(),
-                planner_);
+  auto r = Post(
+      "/api/calls",
+      Json::array(
+          {{{"progid", server}, {"method", "GetFStockStatus"}, {"args", {"生产任务单", 0, "", 16}}},
+           {{"progid", server}, {"method", "UpdateFStockStatus"}, {"args", {"", 1}}},
+           {{"progid", server},
+            {"method", "GetFStockStatus"},
+            {"args", {"生产任务单", 0, "", 16}}}})
+          .dump(),
+      planner_);
   ASSERT_EQ(r->status, 200);
   EXPECT_EQ(Json::parse(r->body)[2].at("byref").at("FValue"), "A");
 
-  r = Post("/api/report", R"({"bills": ["SEORD000001"], "switches": {"NowStock": true}, "warehouses": "11,12,20"})",
-           planner_);
+  r = Post(
+      "/api/report",
+      R"({"bills": ["SEORD000001"], "switches": {"NowStock": true}, "warehouses": "11,12,20"})",
+      planner_);
   ASSERT_EQ(r->status, 200) << r->body;
   const Json report = Json::parse(r->body);
   ASSERT_EQ(report.at("rows").size(), report.at("pegging").size());
@@ -153,7 +172,8 @@ TEST_P(Http, ScriptsReportsAndExports) {
 
 TEST_P(Http, EightClientsAtOnceAllAnsweredRight) {
   const std::string body = Json{{"args", {"IC", "BOMType"}}}.dump();
-  const std::string report = R"({"bills": ["SEORD000001", "WORK000001"], "switches": {"NowStock": true}})";
+  const std::string report =
+      R"({"bills": ["SEORD000001", "WORK000001"], "switches": {"NowStock": true}})";
   const std::string first = Post("/api/report", report, planner_)->body;
   std::atomic<int> wrong{0};
   std::vector<std::thread> clients;

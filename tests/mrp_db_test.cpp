@@ -7,12 +7,12 @@
 #include <set>
 #include <sstream>
 
-#include "sample/synthetic.h"
-#include "mrp/open_demand.h"
-#include "schema/erp_schema.h"
 #include "db_fixture.h"
-#include "record/json.h"
 #include "mrp/mrp_data_info.h"
+#include "mrp/open_demand.h"
+#include "record/json.h"
+#include "sample/synthetic.h"
+#include "schema/erp_schema.h"
 #include "services/host_config.h"
 
 namespace mrpcalc::testing {
@@ -134,7 +134,8 @@ TEST_P(Mrp, PeggingSharesOutEachRowsNeed) {
   for (int expand : {1, 0}) {
     auto lines = Demand();
     MrpDataInfo plain(host_), pegged(host_);
-    const VectorPtr rows = plain.GetMrpReportData(dsn(), lines, Filter(lines, expand), "11,12", 1, 1);
+    const VectorPtr rows =
+        plain.GetMrpReportData(dsn(), lines, Filter(lines, expand), "11,12", 1, 1);
     auto again = Demand();
     const auto report =
         pegged.GetMrpReportPegged(dsn(), again, Filter(again, expand), "11,12", 1, 1);
@@ -149,7 +150,8 @@ TEST_P(Mrp, PeggingSharesOutEachRowsNeed) {
       }
       EXPECT_NEAR(total, rows->rows()[i]->Get("FNeedQty").ToDouble(), 1e-6) << "row " << i;
     }
-    EXPECT_EQ(lines_seen, (std::set<std::string>{"SEORD000001/1", "SEORD000001/2", "WORK000001/0"}));
+    EXPECT_EQ(lines_seen,
+              (std::set<std::string>{"SEORD000001/1", "SEORD000001/2", "WORK000001/0"}));
   }
   // Frames: twenty e-bikes take one each, six folding bikes one each (a
   // bill of two bikes holds two frames).

@@ -272,14 +272,17 @@ TEST_P(Plans, PushCopiesTemplateRelationsWithCheckedNames) {
       " FRelationID, FAction) values ('P02', 'FNote', 0, 30, 1,"
       " 'x,FItemID,t_ICItem,FItemID,FItemID,t_ICItem,FItemID,FNumber', 'xA3x')");
   std::string ids;
-  const auto line = [] { return Rows({PushLine("1000_1", 1, 3001, 10, 18.9, 0, 13, {{1000, 1, 10}}, 3)}); };
+  const auto line = [] {
+    return Rows({PushLine("1000_1", 1, 3001, 10, 18.9, 0, 13, {{1000, 1, 10}}, 3)});
+  };
   u.PushBill(dsn(), line(), 16, ids, *Date::Parse("2026-11-22"));
   EXPECT_EQ(Text("select FPOOrdBillNo from POOrder where FInterID = " + ids), "华东铝业有限公司");
   EXPECT_EQ(Text("select FNote from POOrderEntry where FInterID = " + ids), "3.01");
   EXPECT_EQ(Text("select FBillNo from POOrder where FInterID = " + ids).substr(0, 5), "POORD");
   // A name that is not an identifier is refused before anything runs.
-  conn().Execute("update ICTemplateEntry set FRelationID ="
-                 " 'x,FItemID,t_ICItem,FItemID,FItemID,t_ICItem,FItemID,FNumber);drop table t_Item;--'");
+  conn().Execute(
+      "update ICTemplateEntry set FRelationID ="
+      " 'x,FItemID,t_ICItem,FItemID,FItemID,t_ICItem,FItemID,FNumber);drop table t_Item;--'");
   const double orders = Value("select count(*) from POOrder");
   EXPECT_THROW(u.PushBill(dsn(), line(), 16, ids, *Date::Parse("2026-11-22")), Error);
   EXPECT_EQ(Value("select count(*) from POOrder"), orders);
@@ -328,27 +331,33 @@ TEST_P(Plans, AFailedPushLeavesEveryTableAsItWas) {
 
 TEST_P(Plans, AFailedSaveLeavesEveryTableAsItWas) {
   if (Sqlite()) {
-    conn().Execute("create trigger refuse_line before insert on PurchasePlanEntry"
-                   " when new.FItemID = 3004 begin select raise(abort, 'injected failure'); end");
+    conn().Execute(
+        "create trigger refuse_line before insert on PurchasePlanEntry"
+        " when new.FItemID = 3004 begin select raise(abort, 'injected failure'); end");
   } else {
-    conn().Execute("create function refuse_line() returns trigger language plpgsql as $$ begin"
-                   " if new.FItemID = 3004 then raise exception 'injected failure'; end if;"
-                   " return new; end $$");
-    conn().Execute("create trigger refuse_line before insert on PurchasePlanEntry for each row"
-                   " execute function refuse_line()");
+    conn().Execute(
+        "create function refuse_line() returns trigger language plpgsql as $$ begin"
+        " if new.FItemID = 3004 then raise exception 'injected failure'; end if;"
+        " return new; end $$");
+    conn().Execute(
+        "create trigger refuse_line before insert on PurchasePlanEntry for each row"
+        " execute function refuse_line()");
   }
   const auto tables = [&] {
     return Dump("select count(*) from PurchasePlan") + Dump("select count(*) from PurchaseLink") +
            Dump("select count(*) from PurchasePlanEntry") +
-           Dump("select FInterID, FStockFinishQty, FPurchasePlanBillNo from ICMO order by FInterID") +
-           Dump("select FInterID, FEntryID, FStockFinishQty, FBaseUnitStockFinishQty,"
-                " FPurchasePlanBillNo from SEOrderEntry order by FInterID, FEntryID");
+           Dump(
+               "select FInterID, FStockFinishQty, FPurchasePlanBillNo from ICMO order by "
+               "FInterID") +
+           Dump(
+               "select FInterID, FEntryID, FStockFinishQty, FBaseUnitStockFinishQty,"
+               " FPurchasePlanBillNo from SEOrderEntry order by FInterID, FEntryID");
   };
   const std::string before = tables();
   auto u = Update();
-  EXPECT_THROW(u.UpdatePurchasePlan(dsn(), Rows({Task(85, "WORK000001", 1, 10), SalesLine(1, 1, 20)}),
-                                    Rows({PlanLine(3001, "S001", 150, 3), PlanLine(3004, "S002", 3, 1)}),
-                                    16),
+  EXPECT_THROW(u.UpdatePurchasePlan(
+                   dsn(), Rows({Task(85, "WORK000001", 1, 10), SalesLine(1, 1, 20)}),
+                   Rows({PlanLine(3001, "S001", 150, 3), PlanLine(3004, "S002", 3, 1)}), 16),
                Error);
   EXPECT_EQ(tables(), before);
   // The number was not used up either.

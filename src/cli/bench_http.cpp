@@ -86,11 +86,17 @@ int RunHttpBench(const std::string& dsn, int clients, int requests) {
   std::vector<double> all;
   for (const auto& l : latencies) all.insert(all.end(), l.begin(), l.end());
   std::sort(all.begin(), all.end());
-  auto at = [&](double q) { return all[std::min(all.size() - 1, static_cast<size_t>(q * all.size()))]; };
-  fmt::print("{} clients x {} report calls ({} demand lines, answer {} bytes): {} answered right, {} wrong\n",
-             clients, requests, args[0].size(), first.size(), all.size() - wrong.load(), wrong.load());
-  fmt::print("throughput {:.1f} calls/s over {:.2f} s; latency p50 {:.1f} ms, p95 {:.1f} ms, max {:.1f} ms\n",
-             all.size() / seconds, seconds, at(0.50), at(0.95), all.back());
+  auto at = [&](double q) {
+    return all[std::min(all.size() - 1, static_cast<size_t>(q * all.size()))];
+  };
+  fmt::print(
+      "{} clients x {} report calls ({} demand lines, answer {} bytes): {} answered right, {} "
+      "wrong\n",
+      clients, requests, args[0].size(), first.size(), all.size() - wrong.load(), wrong.load());
+  fmt::print(
+      "throughput {:.1f} calls/s over {:.2f} s; latency p50 {:.1f} ms, p95 {:.1f} ms, max {:.1f} "
+      "ms\n",
+      all.size() / seconds, seconds, at(0.50), at(0.95), all.back());
   return wrong.load() == 0 ? 0 : 1;
 }
 

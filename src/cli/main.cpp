@@ -23,10 +23,10 @@
 #include "cli/buyer.h"
 #include "cli/plans.h"
 #include "component/registry.h"
+#include "db/connection.h"
 #include "frame/answer.h"
 #include "http/server.h"
 #include "http/tokens.h"
-#include "db/connection.h"
 #include "mrp/mrp_data_info.h"
 #include "mrp/open_demand.h"
 #include "record/error.h"
@@ -136,7 +136,8 @@ VectorPtr RunMrp(const MrpOptions& o, const Host& host) {
   for (const auto& [key, on] : switches) filter->Set(key, int32_t{on ? 1 : 0});
   MrpDataInfo info(host);
   if (!o.peg) {
-    const VectorPtr rows = info.GetMrpReportData(o.dsn, lines, filter, o.warehouses, o.user, o.form);
+    const VectorPtr rows =
+        info.GetMrpReportData(o.dsn, lines, filter, o.warehouses, o.user, o.form);
     for (const auto& m : host.messages->messages()) std::cerr << m << "\n";
     PrintReport(rows, o.format);
     return rows;
@@ -639,7 +640,8 @@ int main(int argc, char** argv) {
   auto* token_create = token_cmd->add_subcommand("create", "make a token for a user (shown once)");
   token_create->add_option("--dsn", token_dsn, "the database")->required();
   token_create->add_option("--user", token_user, "the ERP user id it signs in")->required();
-  auto* token_revoke = token_cmd->add_subcommand("revoke", "revoke a token, or every token of a user");
+  auto* token_revoke =
+      token_cmd->add_subcommand("revoke", "revoke a token, or every token of a user");
   token_revoke->add_option("--dsn", token_dsn, "the database")->required();
   auto* revoke_one = token_revoke->add_option("--token", token_text, "the token");
   auto* revoke_user = token_revoke->add_option("--user", token_user, "every token of this user");
@@ -668,10 +670,12 @@ int main(int argc, char** argv) {
   bench_run->add_option("--form", bench_form, "form kind; 0 also suggests suppliers")
       ->capture_default_str();
   int http_clients = 8, http_requests = 100;
-  auto* bench_http = bench->add_subcommand("http", "load the HTTP service with concurrent report calls");
+  auto* bench_http =
+      bench->add_subcommand("http", "load the HTTP service with concurrent report calls");
   bench_http->add_option("--dsn", bench_dsn, "the database to serve")->required();
   bench_http->add_option("--clients", http_clients, "concurrent clients")->capture_default_str();
-  bench_http->add_option("--requests", http_requests, "report calls per client")->capture_default_str();
+  bench_http->add_option("--requests", http_requests, "report calls per client")
+      ->capture_default_str();
 
   CLI11_PARSE(app, argc, argv);
   cli::SetOutputFile(out_file);

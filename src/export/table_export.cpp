@@ -80,8 +80,8 @@ void WriteXlsx(const VectorPtr& rows, const std::string& path, const std::string
         if (!v || v->IsNull() || v->IsEmpty()) continue;
         const auto col = static_cast<lxw_col_t>(c);
         if (const Date* d = v->AsDate()) {
-          lxw_datetime dt = {d->year(), d->month(), d->day(), d->hour(), d->minute(),
-                             static_cast<double>(d->second())};
+          lxw_datetime dt = {d->year(), d->month(),  d->day(),
+                             d->hour(), d->minute(), static_cast<double>(d->second())};
           worksheet_write_datetime(sheet, r, col, &dt, date);
           widths[c] = std::max<size_t>(widths[c], 10);
         } else if (v->AsDouble()) {

@@ -27,14 +27,16 @@ void WriteCallAnswer(const CallResult& r, const TextSink& sink, int indent) {
 
 std::string CallAnswerText(const CallResult& r, int indent) {
   std::string text;
-  WriteCallAnswer(r, [&](std::string_view chunk) { text.append(chunk); }, indent);
+  WriteCallAnswer(
+      r, [&](std::string_view chunk) { text.append(chunk); }, indent);
   return text;
 }
 
 std::string ErrorAnswerText(long number, const std::string& description, int indent) {
   Json err = {{"error", {{"number", number}, {"description", description}}}};
   std::string text = err.dump(2);
-  if (indent > 0) text = ReplaceAll(text, "\n", "\n" + std::string(static_cast<size_t>(indent), ' '));
+  if (indent > 0)
+    text = ReplaceAll(text, "\n", "\n" + std::string(static_cast<size_t>(indent), ' '));
   return text;
 }
 

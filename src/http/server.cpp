@@ -37,9 +37,7 @@ void Refuse(httplib::Response& res, int status, const std::string& why) {
   Answer(res, status, ErrorAnswerText(-status, why));
 }
 
-int StatusOf(const Error& e) {
-  return e.category() == ErrorCategory::kNotFound ? 404 : 422;
-}
+int StatusOf(const Error& e) { return e.category() == ErrorCategory::kNotFound ? 404 : 422; }
 
 // The body as JSON, or a 400 answer.
 bool ParseBody(const httplib::Request& req, httplib::Response& res, Json& body) {
@@ -59,7 +57,9 @@ bool IsUserParameter(const std::string& name) {
 }  // namespace
 
 Service::Service(ServeOptions options, Host host)
-    : options_(std::move(options)), host_(std::move(host)), server_(std::make_unique<httplib::Server>()) {
+    : options_(std::move(options)),
+      host_(std::move(host)),
+      server_(std::make_unique<httplib::Server>()) {
   Routes();
 }
 
@@ -71,10 +71,9 @@ int Service::Bind() {
     auto c = db::Open(options_.dsn);
     c->QueryValue("pragma journal_mode=WAL");
   }
-  const int port = options_.port == 0 ? server_->bind_to_any_port(options_.bind)
-                                      : (server_->bind_to_port(options_.bind, options_.port)
-                                             ? options_.port
-                                             : -1);
+  const int port = options_.port == 0
+                       ? server_->bind_to_any_port(options_.bind)
+                       : (server_->bind_to_port(options_.bind, options_.port) ? options_.port : -1);
   if (port < 0) {
     ThrowInvalid("cannot listen on " + options_.bind + ":" + std::to_string(options_.port));
   }
@@ -123,15 +122,16 @@ void Service::Routes() {
     std::fprintf(stderr, "%s %s %s %d %.1f ms user %d\n", Date::Now().ToString().c_str(),
                  req.method.c_str(), req.path.c_str(), res.status, ms, request_user);
   });
-  s.set_exception_handler([](const httplib::Request&, httplib::Response& res, std::exception_ptr ep) {
-    try {
-      std::rethrow_exception(ep);
-    } catch (const std::exception& e) {
-      Refuse(res, 500, e.what());
-    } catch (...) {
-      Refuse(res, 500, "unknown failure");
-    }
-  });
+  s.set_exception_handler(
+      [](const httplib::Request&, httplib::Response& res, std::exception_ptr ep) {
+        try {
+          std::rethrow_exception(ep);
+        } catch (const std::exception& e) {
+          Refuse(res, 500, e.what());
+        } catch (...) {
+          Refuse(res, 500, "unknown failure");
+        }
+      });
 
   // The workbench.
   for (const auto& file : WorkbenchFiles()) {
@@ -143,7 +143,8 @@ void Service::Routes() {
 
   s.Get("/api/me", [this](const httplib::Request&, httplib::Response& res) {
     auto c = db::Open(options_.dsn);
-    const Variant name = c->QueryValue("select FName from t_User where FUserID = ?", {request_user});
+    const Variant name =
+        c->QueryValue("select FName from t_User where FUserID = ?", {request_user});
     Json me = {{"user", request_user},
                {"name", name.IsEmpty() || name.IsNull() ? "" : name.ToText()},
                {"administrator", IsAdministrator(*c, request_user)}};
@@ -154,54 +155,64 @@ void Service::Routes() {
     auto c = db::Open(options_.dsn);
     Json rows = Json::array();
     for (const auto& l : mrp::ListOpenDemand(*c)) {
-      rows.push_back({{"Ftrantype", l.tran_type}, {"FBillNo", l.bill_no}, {"FInterID", l.inter_id},
-                      {"FEntryID", l.entry_id}, {"FItemID", l.item_id},
-                      {"FItemNumber", l.item_number}, {"FItemName", l.item_name},
-                      {"FQty", l.open_qty}, {"FUnitName", l.unit_name},
+      rows.push_back({{"Ftrantype", l.tran_type},
+                      {"FBillNo", l.bill_no},
+                      {"FInterID", l.inter_id},
+                      {"FEntryID", l.entry_id},
+                      {"FItemID", l.item_id},
+                      {"FItemNumber", l.item_number},
+                      {"FItemName", l.item_name},
+                      {"FQty", l.open_qty},
+                      {"FUnitName", l.unit_name},
                       {"FDate", l.date.ToDateString()}});
     }
     Answer(res, 200, rows.dump(2));
   });
 
-  s.Post(R"(/api/call/([^/]+)/([^/]+))", [this](const httplib::Request& req, httplib::Response& res) {
-    Json body;
-    if (!ParseBody(req, res, body)) return;
-    std::vector<Variant> args;
-    if (body.is_object() && body.contains("args")) {
-      if (!body["args"].is_array()) return Refuse(res, 400, "\"args\" must be an array");
-      for (const auto& a : body["args"]) args.push_back(FromJson(a));
-    } else if (!body.is_object()) {
-      return Refuse(res, 400, "the body must be an object {\"args\": [...]}");
-    }
-    const std::string prog_id = req.matches[1], method = req.matches[2];
-    const ClassSpec* cls = PublicClasses().Find(prog_id);
-    const MethodSpec* m = cls ? cls->FindMethod(method) : nullptr;
-    if (!m) return Refuse(res, 404, (cls ? cls->prog_id + " has no method " : "no class with ProgID ") +
-                                        (cls ? method : prog_id));
-    // A user-id argument naming someone else needs an administrator.
-    const size_t first = m->TakesDsn() ? 1 : 0;
-    for (size_t i = first; i < m->params.size(); ++i) {
-      const size_t k = i - first;
-      if (!IsUserParameter(m->params[i].name) || k >= args.size() || args[k].IsEmpty() ||
-          args[k].IsNull()) {
-        continue;
-      }
-      if (args[k].ToValue() != request_user) {
-        auto c = db::Open(options_.dsn);
-        if (!IsAdministrator(*c, request_user)) {
-          return Refuse(res, 403, m->params[i].name + " names another user; only an administrator may");
+  s.Post(
+      R"(/api/call/([^/]+)/([^/]+))", [this](const httplib::Request& req, httplib::Response& res) {
+        Json body;
+        if (!ParseBody(req, res, body)) return;
+        std::vector<Variant> args;
+        if (body.is_object() && body.contains("args")) {
+          if (!body["args"].is_array()) return Refuse(res, 400, "\"args\" must be an array");
+          for (const auto& a : body["args"]) args.push_back(FromJson(a));
+        } else if (!body.is_object()) {
+          return Refuse(res, 400, "the body must be an object {\"args\": [...]}");
         }
-      }
-    }
-    try {
-      const CallResult r = Invoke(PublicClasses(), RequestHost(), prog_id, method, args, options_.dsn);
-      Answer(res, 200, CallAnswerText(r));
-    } catch (const Error& e) {
-      Answer(res, StatusOf(e), ErrorAnswerText(e.number(), e.what()));
-    } catch (const std::exception& e) {
-      Answer(res, 422, ErrorAnswerText(-1, e.what()));
-    }
-  });
+        const std::string prog_id = req.matches[1], method = req.matches[2];
+        const ClassSpec* cls = PublicClasses().Find(prog_id);
+        const MethodSpec* m = cls ? cls->FindMethod(method) : nullptr;
+        if (!m)
+          return Refuse(res, 404,
+                        (cls ? cls->prog_id + " has no method " : "no class with ProgID ") +
+                            (cls ? method : prog_id));
+        // A user-id argument naming someone else needs an administrator.
+        const size_t first = m->TakesDsn() ? 1 : 0;
+        for (size_t i = first; i < m->params.size(); ++i) {
+          const size_t k = i - first;
+          if (!IsUserParameter(m->params[i].name) || k >= args.size() || args[k].IsEmpty() ||
+              args[k].IsNull()) {
+            continue;
+          }
+          if (args[k].ToValue() != request_user) {
+            auto c = db::Open(options_.dsn);
+            if (!IsAdministrator(*c, request_user)) {
+              return Refuse(res, 403,
+                            m->params[i].name + " names another user; only an administrator may");
+            }
+          }
+        }
+        try {
+          const CallResult r =
+              Invoke(PublicClasses(), RequestHost(), prog_id, method, args, options_.dsn);
+          Answer(res, 200, CallAnswerText(r));
+        } catch (const Error& e) {
+          Answer(res, StatusOf(e), ErrorAnswerText(e.number(), e.what()));
+        } catch (const std::exception& e) {
+          Answer(res, 422, ErrorAnswerText(-1, e.what()));
+        }
+      });
 
   s.Post("/api/calls", [this](const httplib::Request& req, httplib::Response& res) {
     Json body;
@@ -222,8 +233,10 @@ void Service::Routes() {
       const size_t first = m->TakesDsn() ? 1 : 0;
       for (size_t i = first; i < m->params.size() && i - first < step["args"].size(); ++i) {
         const Json& a = step["args"][i - first];
-        if (IsUserParameter(m->params[i].name) && a.is_number() && a.get<double>() != request_user) {
-          return Refuse(res, 403, m->params[i].name + " names another user; only an administrator may");
+        if (IsUserParameter(m->params[i].name) && a.is_number() &&
+            a.get<double>() != request_user) {
+          return Refuse(res, 403,
+                        m->params[i].name + " names another user; only an administrator may");
         }
       }
     }
@@ -238,11 +251,12 @@ void Service::Routes() {
     try {
       if (!body.is_object()) ThrowInvalid("the body must be an object");
       std::vector<std::string> bills;
-      for (const auto& b : body.value("bills", Json::array())) bills.push_back(b.get<std::string>());
+      for (const auto& b : body.value("bills", Json::array()))
+        bills.push_back(b.get<std::string>());
       const std::string sub_id = body.value("sub_id", std::string("SC"));
       auto c = db::Open(options_.dsn);
-      auto selection = mrp::SelectDemand(*c, bills, sub_id == "WW" ? mrp::kTranOutsourcingTask
-                                                                   : mrp::kTranProductionTask);
+      auto selection = mrp::SelectDemand(
+          *c, bills, sub_id == "WW" ? mrp::kTranOutsourcingTask : mrp::kTranProductionTask);
       c.reset();
       if (selection.lines->Count() == 0) ThrowInvalid("no open demand matches the bills given");
       auto filter = Dictionary::Create();
@@ -264,8 +278,9 @@ void Service::Routes() {
       }
       const Host host = RequestHost();
       MrpDataInfo info(host);
-      const auto report = info.GetMrpReportPegged(options_.dsn, selection.lines, filter,
-                                                  body.value("warehouses", std::string()), user, form);
+      const auto report =
+          info.GetMrpReportPegged(options_.dsn, selection.lines, filter,
+                                  body.value("warehouses", std::string()), user, form);
       std::string out = "{\n  \"rows\": ";
       JsonWriter w([&](std::string_view chunk) { out.append(chunk); });
       CheckJsonText(Variant(report.rows));
@@ -287,23 +302,23 @@ void Service::Routes() {
     }
   });
 
-  s.Post(R"(/api/export/([A-Za-z0-9_-]+)\.(csv|xlsx))",
-         [](const httplib::Request& req, httplib::Response& res) {
-           Json body;
-           if (!ParseBody(req, res, body)) return;
-           if (!body.is_object() || !body.contains("rows") || !body["rows"].is_array()) {
-             return Refuse(res, 400, "the body must be {\"rows\": [...]}");
-           }
-           const VectorPtr rows = FromJson(body["rows"]).AsVector();
-           const std::string name = req.matches[1], kind = req.matches[2];
-           res.set_header("Content-Disposition", "attachment; filename=\"" + name + "." + kind + "\"");
-           if (kind == "csv") {
-             res.set_content(ToCsv(rows ? rows : Vector::Create()), "text/csv; charset=utf-8");
-           } else {
-             res.set_content(XlsxBytes(rows ? rows : Vector::Create(), name),
-                             "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet");
-           }
-         });
+  s.Post(R"(/api/export/([A-Za-z0-9_-]+)\.(csv|xlsx))", [](const httplib::Request& req,
+                                                           httplib::Response& res) {
+    Json body;
+    if (!ParseBody(req, res, body)) return;
+    if (!body.is_object() || !body.contains("rows") || !body["rows"].is_array()) {
+      return Refuse(res, 400, "the body must be {\"rows\": [...]}");
+    }
+    const VectorPtr rows = FromJson(body["rows"]).AsVector();
+    const std::string name = req.matches[1], kind = req.matches[2];
+    res.set_header("Content-Disposition", "attachment; filename=\"" + name + "." + kind + "\"");
+    if (kind == "csv") {
+      res.set_content(ToCsv(rows ? rows : Vector::Create()), "text/csv; charset=utf-8");
+    } else {
+      res.set_content(XlsxBytes(rows ? rows : Vector::Create(), name),
+                      "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet");
+    }
+  });
 }
 
 }  // namespace mrpcalc::http

@@ -43,8 +43,9 @@ std::string CreateToken(db::Connection& c, int32_t user_id) {
   }
   const std::string token = "mrp_" + Hex(bytes, sizeof bytes);
   EnsureTable(c);
-  c.Execute("insert into mrpcalc_Token (FTokenHash, FUserID, FCreated, FRevoked) values (?, ?, ?, 0)",
-            {Sha256Hex(token), user_id, Date::Now()});
+  c.Execute(
+      "insert into mrpcalc_Token (FTokenHash, FUserID, FCreated, FRevoked) values (?, ?, ?, 0)",
+      {Sha256Hex(token), user_id, Date::Now()});
   return token;
 }
 
@@ -62,8 +63,9 @@ int64_t RevokeUserTokens(db::Connection& c, int32_t user_id) {
 
 std::optional<int32_t> UserOfToken(db::Connection& c, const std::string& token) {
   if (token.empty() || !c.TableExists("mrpcalc_Token")) return std::nullopt;
-  const Variant user = c.QueryValue(
-      "select FUserID from mrpcalc_Token where FTokenHash = ? and FRevoked = 0", {Sha256Hex(token)});
+  const Variant user =
+      c.QueryValue("select FUserID from mrpcalc_Token where FTokenHash = ? and FRevoked = 0",
+                   {Sha256Hex(token)});
   if (user.IsEmpty() || user.IsNull()) return std::nullopt;
   return user.ToLong();
 }

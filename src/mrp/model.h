@@ -148,7 +148,7 @@ struct Options {
   bool producing = false, produc = false, mid_stock = false;
   int frm_type = 0;              // form kind; 0 resets and suggests suppliers
   int32_t user_id = 0;
-  bool peg = false;              // record each row's demand lines (ReportRow::pegs)
+  bool peg = false;  // record each row's demand lines (ReportRow::pegs)
 };
 
 struct UserRights {

@@ -97,10 +97,10 @@ VectorPtr MrpDataInfo::GetMrpReportData(const std::string& dsn, const VectorPtr&
 }
 
 MrpDataInfo::PeggedReport MrpDataInfo::GetMrpReportPegged(const std::string& dsn,
-                                                         const VectorPtr& lines,
-                                                         const DictionaryPtr& dctFilter,
-                                                         const std::string& sStockKey,
-                                                         int32_t user_id, int frm_type) {
+                                                          const VectorPtr& lines,
+                                                          const DictionaryPtr& dctFilter,
+                                                          const std::string& sStockKey,
+                                                          int32_t user_id, int frm_type) {
   PeggedReport out;
   out.rows = Report(dsn, lines, dctFilter, sStockKey, user_id, frm_type, &out.pegging);
   return out;

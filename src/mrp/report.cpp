@@ -370,8 +370,7 @@ class Report {
     return it->second;
   }
 
-  void AddTo(size_t group, const OptNum& suggest, const std::optional<Date>& date,
-             int32_t demand) {
+  void AddTo(size_t group, const OptNum& suggest, const std::optional<Date>& date, int32_t demand) {
     Group& g = groups_[group];
     SumInto(g.suggest, suggest);
     SumInto(g.need, suggest);  // the gross requirement is the suggestion before netting

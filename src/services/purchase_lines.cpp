@@ -272,7 +272,8 @@ OrderLineWriter::OrderLineWriter(db::Connection& c)
           " FUnitID, FStockQty, FAuxStockQty, FQty, FAuxQty, FAuxTaxPrice, FTaxPrice, FCess,"
           " FTaxRate, FPrice, FAuxPrice, FAmount, FPriceDiscount, FAuxPriceDiscount, FDescount,"
           " FAllAmount, FNote, FPurchasePlanBillNo, FPurchasePlanKey, FTaxAmount)"
-          " values ('0', ?, ?, ?, ?, ?, ?, 0, 0, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")) {}
+          " values ('0', ?, ?, ?, ?, ?, ?, 0, 0, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, "
+          "?)")) {}
 
 void OrderLineWriter::Write(int32_t order_id, int32_t entry_id, const OrderLineValues& l,
                             std::optional<int> scale) {
@@ -282,12 +283,29 @@ void OrderLineWriter::Write(int32_t order_id, int32_t entry_id, const OrderLineV
   auto money = [&](double v) { return RoundDecimal(scale ? RoundDecimal(v, *scale) : v, 4); };
   const double amount = money(l.price * l.qty * keep / gross);
   const double all_amount = money(l.price * keep * l.qty);
-  insert_->Execute({order_id, entry_id, l.item_id, l.date, l.aux_prop_id, l.unit_id, l.qty,
-                    l.aux_qty, l.aux_price, l.price, l.tax_rate, l.discount_rate,
-                    RoundDecimal(l.price / gross), RoundDecimal(l.aux_price / gross), amount,
-                    RoundDecimal(l.price * keep), RoundDecimal(l.aux_price * keep),
-                    money(l.price * l.discount_rate * l.qty / 100), all_amount, l.note,
-                    l.plan_numbers, l.plan_key, RoundDecimal(all_amount - amount, 4)});
+  insert_->Execute({order_id,
+                    entry_id,
+                    l.item_id,
+                    l.date,
+                    l.aux_prop_id,
+                    l.unit_id,
+                    l.qty,
+                    l.aux_qty,
+                    l.aux_price,
+                    l.price,
+                    l.tax_rate,
+                    l.discount_rate,
+                    RoundDecimal(l.price / gross),
+                    RoundDecimal(l.aux_price / gross),
+                    amount,
+                    RoundDecimal(l.price * keep),
+                    RoundDecimal(l.aux_price * keep),
+                    money(l.price * l.discount_rate * l.qty / 100),
+                    all_amount,
+                    l.note,
+                    l.plan_numbers,
+                    l.plan_key,
+                    RoundDecimal(all_amount - amount, 4)});
 }
 
 }  // namespace mrpcalc
