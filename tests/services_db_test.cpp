@@ -166,5 +166,26 @@ TEST_P(Services, CallsJoinTheCallersUnitOfWork) {
   EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 23").ToLong(), 0);
 }
 
+TEST_P(Services, PooledSessionsComeBackOnlyOutsideATransaction) {
+  auto pool = std::make_shared<ConnectionPool>();
+  db::ConnectionPtr first = pool->Take(dsn());
+  db::Connection* kept = first.get();
+  pool->Give(dsn(), std::move(first));
+  db::ConnectionPtr again = pool->Take(dsn());
+  EXPECT_EQ(again.get(), kept);  // the same session, not a new login
+  again->Begin();
+  pool->Give(dsn(), std::move(again));  // in a transaction: dropped
+  EXPECT_NE(pool->Take(dsn()).get(), kept);
+  // A context gives its session back when it ends, its work committed.
+  {
+    StandaloneContext context({}, pool);
+    context.Bind(dsn());
+    context.connection().Execute("insert into t_Settle (FItemID, FNumber, FName) values (31, 'p', 'x')");
+    context.SetComplete();
+  }
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 31").ToLong(), 1);
+  EXPECT_FALSE(pool->Take(dsn())->InTransaction());
+}
+
 }  // namespace
 }  // namespace mrpcalc::testing

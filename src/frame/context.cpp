@@ -35,13 +35,35 @@ UnitOfWork* UnitOfWork::Find(const std::string& dsn) {
   return nullptr;
 }
 
+db::ConnectionPtr ConnectionPool::Take(const std::string& dsn) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (auto it = idle_.rbegin(); it != idle_.rend(); ++it) {
+      if (it->first == dsn) {
+        db::ConnectionPtr c = std::move(it->second);
+        idle_.erase(std::next(it).base());
+        return c;
+      }
+    }
+  }
+  return db::Open(dsn, options_);
+}
+
+void ConnectionPool::Give(const std::string& dsn, db::ConnectionPtr connection) {
+  if (!connection || connection->InTransaction()) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (idle_.size() < max_idle_) idle_.emplace_back(dsn, std::move(connection));
+}
+
 StandaloneContext::~StandaloneContext() {
   if (own_ && own_->InTransaction()) {
     try {
       own_->Rollback();
     } catch (...) {
+      own_.reset();  // a session that cannot roll back is not given back
     }
   }
+  if (pool_ && own_) pool_->Give(dsn_, std::move(own_));
 }
 
 void StandaloneContext::Bind(const std::string& dsn) {
@@ -58,7 +80,10 @@ void StandaloneContext::Bind(const std::string& dsn) {
     joined_ = unit;
   } else {
     joined_ = nullptr;
-    if (!own_ || dsn != dsn_) own_ = db::Open(dsn, options_);
+    if (!own_ || dsn != dsn_) {
+      if (pool_ && own_) pool_->Give(dsn_, std::move(own_));
+      own_ = pool_ ? pool_->Take(dsn) : db::Open(dsn, options_);
+    }
     own_->Begin();
   }
   dsn_ = dsn;

@@ -11,7 +11,10 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "db/connection.h"
 
@@ -56,9 +59,28 @@ class UnitOfWork {
   UnitOfWork* previous_;  // units of work nest per thread
 };
 
+// Open sessions kept for the next unit of work on the same description, so
+// that a service answering many calls does not log in for each. A session
+// comes back only when no transaction is open on it.
+class ConnectionPool {
+ public:
+  explicit ConnectionPool(db::OpenOptions options = {}, size_t max_idle = 16)
+      : options_(options), max_idle_(max_idle) {}
+  db::ConnectionPtr Take(const std::string& dsn);
+  void Give(const std::string& dsn, db::ConnectionPtr connection);
+
+ private:
+  db::OpenOptions options_;
+  size_t max_idle_;
+  std::mutex mutex_;
+  std::vector<std::pair<std::string, db::ConnectionPtr>> idle_;
+};
+
 class StandaloneContext : public TransContext {
  public:
-  explicit StandaloneContext(db::OpenOptions options = {}) : options_(options) {}
+  explicit StandaloneContext(db::OpenOptions options = {},
+                             std::shared_ptr<ConnectionPool> pool = nullptr)
+      : options_(options), pool_(std::move(pool)) {}
   ~StandaloneContext() override;
 
   void Bind(const std::string& dsn) override;
@@ -70,6 +92,7 @@ class StandaloneContext : public TransContext {
   void EndTransaction(bool commit);
 
   db::OpenOptions options_;
+  std::shared_ptr<ConnectionPool> pool_;  // where sessions come from and go back, if any
   std::string dsn_;
   db::ConnectionPtr own_;       // our session, when not joined
   UnitOfWork* joined_ = nullptr;

@@ -11,6 +11,7 @@
 #include "db/connection.h"
 #include "export/table_export.h"
 #include "frame/answer.h"
+#include "frame/context.h"
 #include "http/tokens.h"
 #include "http/workbench.h"
 #include "mrp/mrp_data_info.h"
@@ -50,6 +51,21 @@ bool ParseBody(const httplib::Request& req, httplib::Response& res, Json& body) 
   }
 }
 
+// A session of the service's pool for the length of a block.
+class PooledSession {
+ public:
+  PooledSession(ConnectionPool& pool, const std::string& dsn)
+      : pool_(pool), dsn_(dsn), connection_(pool.Take(dsn)) {}
+  ~PooledSession() { pool_.Give(dsn_, std::move(connection_)); }
+  db::Connection& operator*() { return *connection_; }
+  db::Connection* operator->() { return connection_.get(); }
+
+ private:
+  ConnectionPool& pool_;
+  std::string dsn_;
+  db::ConnectionPtr connection_;
+};
+
 bool IsUserParameter(const std::string& name) {
   return EqualsIgnoringCase(name, "UserID") || EqualsIgnoringCase(name, "BillerID");
 }
@@ -59,6 +75,7 @@ bool IsUserParameter(const std::string& name) {
 Service::Service(ServeOptions options, Host host)
     : options_(std::move(options)),
       host_(std::move(host)),
+      pool_(std::make_shared<ConnectionPool>()),
       server_(std::make_unique<httplib::Server>()) {
   Routes();
 }
@@ -83,10 +100,12 @@ int Service::Bind() {
 void Service::Listen() { server_->listen_after_bind(); }
 void Service::Stop() { server_->stop(); }
 
-// The host of one request: the service's, with messages of its own.
+// The host of one request: the service's, with messages of its own and
+// sessions from the service's pool.
 Host Service::RequestHost() const {
   Host host = host_;
   host.messages = std::make_shared<MessageSink>();
+  host.make_context = [pool = pool_] { return std::make_unique<StandaloneContext>(db::OpenOptions{}, pool); };
   return host;
 }
 
@@ -101,7 +120,7 @@ void Service::Routes() {
     const std::string token = header.rfind("Bearer ", 0) == 0 ? Trim(header.substr(7)) : "";
     std::optional<int32_t> user;
     try {
-      auto c = db::Open(options_.dsn);
+      PooledSession c(*pool_, options_.dsn);
       user = UserOfToken(*c, token);
     } catch (const std::exception& e) {
       Refuse(res, 500, e.what());
@@ -142,7 +161,7 @@ void Service::Routes() {
   }
 
   s.Get("/api/me", [this](const httplib::Request&, httplib::Response& res) {
-    auto c = db::Open(options_.dsn);
+    PooledSession c(*pool_, options_.dsn);
     const Variant name =
         c->QueryValue("select FName from t_User where FUserID = ?", {request_user});
     Json me = {{"user", request_user},
@@ -152,7 +171,7 @@ void Service::Routes() {
   });
 
   s.Get("/api/open-demand", [this](const httplib::Request&, httplib::Response& res) {
-    auto c = db::Open(options_.dsn);
+    PooledSession c(*pool_, options_.dsn);
     Json rows = Json::array();
     for (const auto& l : mrp::ListOpenDemand(*c)) {
       rows.push_back({{"Ftrantype", l.tran_type},
@@ -196,7 +215,7 @@ void Service::Routes() {
             continue;
           }
           if (args[k].ToValue() != request_user) {
-            auto c = db::Open(options_.dsn);
+            PooledSession c(*pool_, options_.dsn);
             if (!IsAdministrator(*c, request_user)) {
               return Refuse(res, 403,
                             m->params[i].name + " names another user; only an administrator may");
@@ -219,9 +238,11 @@ void Service::Routes() {
     if (!ParseBody(req, res, body)) return;
     const Json& script = body.is_object() && body.contains("calls") ? body["calls"] : body;
     if (!script.is_array()) return Refuse(res, 400, "the body must be an array of calls");
-    auto c = db::Open(options_.dsn);
-    const bool admin = IsAdministrator(*c, request_user);
-    c.reset();
+    bool admin = false;
+    {
+      PooledSession c(*pool_, options_.dsn);
+      admin = IsAdministrator(*c, request_user);
+    }
     for (const auto& step : script) {
       if (!step.is_object() || !step.contains("progid") || !step.contains("method") ||
           !step["progid"].is_string() || !step["method"].is_string()) {
@@ -254,10 +275,12 @@ void Service::Routes() {
       for (const auto& b : body.value("bills", Json::array()))
         bills.push_back(b.get<std::string>());
       const std::string sub_id = body.value("sub_id", std::string("SC"));
-      auto c = db::Open(options_.dsn);
-      auto selection = mrp::SelectDemand(
-          *c, bills, sub_id == "WW" ? mrp::kTranOutsourcingTask : mrp::kTranProductionTask);
-      c.reset();
+      mrp::DemandSelection selection;
+      {
+        PooledSession c(*pool_, options_.dsn);
+        selection = mrp::SelectDemand(
+            *c, bills, sub_id == "WW" ? mrp::kTranOutsourcingTask : mrp::kTranProductionTask);
+      }
       if (selection.lines->Count() == 0) ThrowInvalid("no open demand matches the bills given");
       auto filter = Dictionary::Create();
       filter->Set("SubID", sub_id);
@@ -271,7 +294,7 @@ void Service::Routes() {
       const int form = body.value("form", 1);
       const int32_t user = body.value("user", request_user);
       if (user != request_user) {
-        auto c2 = db::Open(options_.dsn);
+        PooledSession c2(*pool_, options_.dsn);
         if (!IsAdministrator(*c2, request_user)) {
           return Refuse(res, 403, "user names another user; only an administrator may");
         }

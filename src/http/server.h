@@ -9,6 +9,8 @@
 //   POST /api/export/{name}.{csv|xlsx} {"rows": [...]}: the rows as a file
 //   GET  /                             the workbench
 //
+// Each call is its own unit of work; its session comes from a pool kept by
+// the service, so that a server engine is not logged in to for every call.
 // Every /api/ request needs "Authorization: Bearer TOKEN" (401 without a
 // live one). A call naming another user in a user-id argument (UserID,
 // BillerID) is refused with 403 unless the token's user is an
@@ -27,6 +29,10 @@
 
 namespace httplib {
 class Server;
+}
+
+namespace mrpcalc {
+class ConnectionPool;
 }
 
 namespace mrpcalc::http {
@@ -54,6 +60,7 @@ class Service {
 
   ServeOptions options_;
   Host host_;
+  std::shared_ptr<ConnectionPool> pool_;
   std::unique_ptr<httplib::Server> server_;
 };
 
