@@ -200,6 +200,16 @@ TEST_F(Command, BuyersPathFromDemandToOrders) {
   r = Cli("orders list" + db + " --ids " + std::to_string(made[0].at("FInterID").get<int>()));
   ASSERT_EQ(r.status, 0) << r.out;
   EXPECT_NE(r.out.find(made[0].at("FBillNO").get<std::string>()), std::string::npos) << r.out;
+  // A workbook of the report, written by mrpcalc-web.
+  const std::string book = (dir_ / "report.xlsx").string();
+  r = Cli("mrp" + db + " --form 1 --format xlsx --out " + book);
+  ASSERT_EQ(r.status, 0) << r.out;
+  std::ifstream xlsx(book, std::ios::binary);
+  char magic[2] = {};
+  xlsx.read(magic, 2);
+  EXPECT_EQ(std::string(magic, 2), "PK");  // a zip: the workbook
+  r = Cli("mrp" + db + " --format xlsx");
+  EXPECT_NE(r.out.find("--out"), std::string::npos) << r.out;
   // Scope: stored, then shown; an unknown warehouse is refused.
   r = Cli("scope set" + db + " --user 1 --warehouses 10");
   ASSERT_EQ(r.status, 0) << r.out;

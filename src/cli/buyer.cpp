@@ -10,6 +10,12 @@
 #include <sstream>
 
 #include "db/connection.h"
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+
 #include "export/table_export.h"
 #include "mrp/open_demand.h"
 #include "mrpserver/mrp_data_server.h"
@@ -84,12 +90,47 @@ std::string& OutputFile() {
 
 void SetOutputFile(const std::string& path) { OutputFile() = path; }
 
+int RunWebProgram(const std::vector<std::string>& arguments, bool replace) {
+  const auto self = std::filesystem::read_symlink("/proc/self/exe");
+  const std::string program = (self.parent_path() / "mrpcalc-web").string();
+  std::vector<std::string> words = {program};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<char*> argv;
+  for (auto& w : words) argv.push_back(w.data());
+  argv.push_back(nullptr);
+  std::cout.flush();
+  std::fflush(stdout);
+  if (replace) {  // a long-running service: this process becomes it
+    ::execv(program.c_str(), argv.data());
+    ThrowInvalid("cannot start " + program + ": it belongs beside mrpcalc");
+  }
+  pid_t pid = 0;
+  if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, argv.data(), environ) != 0) {
+    ThrowInvalid("cannot start " + program + ": it belongs beside mrpcalc");
+  }
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}
+
 void PrintRows(const VectorPtr& rows, const std::string& format, const std::vector<Column>& table) {
   const VectorPtr shown = rows ? rows : Vector::Create();
   const std::string& out_path = OutputFile();
   if (format == "xlsx") {
     if (out_path.empty()) ThrowInvalid("--format xlsx writes a workbook: give --out FILE");
-    WriteXlsx(shown, out_path, "mrpcalc");
+    // The workbook is written by mrpcalc-web, from the rows as JSON.
+    const auto json = std::filesystem::temp_directory_path() /
+                      ("mrpcalc-rows-" + std::to_string(::getpid()) + ".json");
+    {
+      CheckJsonText(Variant(shown));
+      std::ofstream file(json, std::ios::binary);
+      JsonWriter out([&](std::string_view chunk) { file.write(chunk.data(), chunk.size()); });
+      out.Value(Variant(shown), 0);
+      out.Flush();
+    }
+    const int status = RunWebProgram({"xlsx", json.string(), out_path, "mrpcalc"});
+    std::filesystem::remove(json);
+    if (status != 0) ThrowInvalid("cannot write the workbook " + out_path);
     fmt::print("wrote {} row(s) to {}\n", shown->Count(), out_path);
     return;
   }

@@ -24,6 +24,10 @@ struct Column {
 void PrintRows(const VectorPtr& rows, const std::string& format, const std::vector<Column>& table);
 void SetOutputFile(const std::string& path);
 
+// Runs mrpcalc-web (beside this program) with these arguments and returns
+// its exit status; with `replace`, this process becomes it.
+int RunWebProgram(const std::vector<std::string>& arguments, bool replace = false);
+
 // Reads a JSON array of row objects (what --format json prints).
 VectorPtr ReadRowsFile(const std::string& path);
 

@@ -19,14 +19,11 @@
 #include <set>
 #include <sstream>
 
-#include "cli/bench_http.h"
 #include "cli/buyer.h"
 #include "cli/plans.h"
 #include "component/registry.h"
 #include "db/connection.h"
 #include "frame/answer.h"
-#include "http/server.h"
-#include "http/tokens.h"
 #include "mrp/mrp_data_info.h"
 #include "mrp/open_demand.h"
 #include "record/error.h"
@@ -625,7 +622,11 @@ int main(int argc, char** argv) {
   plan_push->add_option("--date", plan.date, "order date, YYYY-MM-DD (default: today)");
   plan_delete->add_option("--plans", plan.plans, "plan numbers")->delimiter(',')->required();
 
-  http::ServeOptions serve;
+  struct {
+    std::string dsn, bind = "127.0.0.1";
+    int port = 8080;
+    size_t max_body = 16u << 20;
+  } serve;
   auto* serve_cmd = app.add_subcommand("serve", "the HTTP service and the planner's web workbench");
   serve_cmd->add_option("--dsn", serve.dsn, "the database every request works on")->required();
   serve_cmd->add_option("--bind", serve.bind, "address to listen on")->capture_default_str();
@@ -683,7 +684,10 @@ int main(int argc, char** argv) {
     try {
       if (*generate) return RunBenchGenerate(bench_dsn, scale);
       if (*bench_request) return RunBenchRequest(bench_dsn, request_out, bench_form);
-      if (*bench_http) return cli::RunHttpBench(bench_dsn, http_clients, http_requests);
+      if (*bench_http) {
+        return cli::RunWebProgram({"bench-http", bench_dsn, std::to_string(http_clients),
+                                   std::to_string(http_requests)});
+      }
       return RunBench(bench_dsn, repeat, bench_form);
     } catch (const std::exception& e) {
       std::cerr << "mrpcalc: " << e.what() << "\n";
@@ -714,31 +718,18 @@ int main(int argc, char** argv) {
   if (*serve_cmd || *token_cmd) {
     try {
       if (*token_create) {
-        auto c = db::Open(token_dsn);
-        db::Transaction tx(*c);
-        const std::string token = http::CreateToken(*c, token_user);
-        tx.Commit();
-        fmt::print("{}\n", token);
-        std::cerr << "mrpcalc: a token for user " << token_user
-                  << "; it is shown only now. Send it as \"Authorization: Bearer TOKEN\".\n";
-        return 0;
+        return cli::RunWebProgram({"token-create", token_dsn, std::to_string(token_user)});
       }
       if (*token_revoke) {
         if (revoke_one->count() == 0 && revoke_user->count() == 0) {
           ThrowInvalid("give --token TOKEN or --user USERID");
         }
-        auto c = db::Open(token_dsn);
-        const int64_t n = revoke_one->count() ? (http::RevokeToken(*c, token_text) ? 1 : 0)
-                                              : http::RevokeUserTokens(*c, token_user);
-        fmt::print("revoked {} token(s)\n", n);
-        return n > 0 ? 0 : 1;
+        if (revoke_one->count()) return cli::RunWebProgram({"token-revoke", token_dsn, token_text});
+        return cli::RunWebProgram({"token-revoke-user", token_dsn, std::to_string(token_user)});
       }
-      http::Service service(serve, MakeStandaloneHost(HostConfig::FromEnvironment()));
-      const int port = service.Bind();
-      std::cerr << "mrpcalc: serving " << serve.dsn << " on http://" << serve.bind << ":" << port
-                << "/ (workbench at /, API under /api/)\n";
-      service.Listen();
-      return 0;
+      return cli::RunWebProgram({"serve", serve.dsn, serve.bind, std::to_string(serve.port),
+                                 std::to_string(serve.max_body)},
+                                true);
     } catch (const std::exception& e) {
       std::cerr << "mrpcalc: " << e.what() << "\n";
       return 1;

@@ -10,6 +10,7 @@
 #include "component/registry.h"
 #include "db/connection.h"
 #include "export/table_export.h"
+#include "export/xlsx.h"
 #include "frame/answer.h"
 #include "frame/context.h"
 #include "http/tokens.h"

@@ -353,7 +353,6 @@ class Report {
     int memo;
     OptNum suggest, need;
     std::optional<Date> date;
-    std::vector<Peg> pegs;
   };
 
   // The group a row joins; the first row of a group creates it.
@@ -366,7 +365,7 @@ class Report {
     auto [it, inserted] =
         group_index_.try_emplace(GroupKey{K(bom_item), K(aux), memo}, groups_.size());
     if (inserted)
-      groups_.push_back({bom_item, aux, memo, std::nullopt, std::nullopt, std::nullopt, {}});
+      groups_.push_back({bom_item, aux, memo, std::nullopt, std::nullopt, std::nullopt});
     return it->second;
   }
 
@@ -375,12 +374,19 @@ class Report {
     SumInto(g.suggest, suggest);
     SumInto(g.need, suggest);  // the gross requirement is the suggestion before netting
     if (date && (!g.date || *date < *g.date)) g.date = date;
-    if (opt_.peg && suggest && demand >= 0) {
-      if (!g.pegs.empty() && g.pegs.back().demand == demand) {
-        g.pegs.back().qty += *suggest;
-      } else {
-        g.pegs.push_back({demand, *suggest});
-      }
+    if (opt_.peg) [[unlikely]] AddPeg(group, suggest, demand);
+  }
+
+  // The demand line's share of the group, kept apart from the groups so
+  // that a report without pegging does not carry it.
+  [[gnu::noinline]] void AddPeg(size_t group, const OptNum& suggest, int32_t demand) {
+    if (!suggest || demand < 0) return;
+    if (group_pegs_.size() <= group) group_pegs_.resize(group + 1);
+    std::vector<Peg>& pegs = group_pegs_[group];
+    if (!pegs.empty() && pegs.back().demand == demand) {
+      pegs.back().qty += *suggest;
+    } else {
+      pegs.push_back({demand, *suggest});
     }
   }
 
@@ -441,7 +447,7 @@ class Report {
       f.suggest_qty = Dec(g.suggest);
       f.need_qty = Dec(g.need);
       f.date = g.date;
-      if (opt_.peg) f.pegs = Pegs(g.pegs);
+      if (opt_.peg && index < group_pegs_.size()) f.pegs = Pegs(std::move(group_pegs_[index]));
     }
   }
 
@@ -667,6 +673,7 @@ class Report {
   std::unordered_map<GroupKey, int, GroupHash> first_memo_;
   std::unordered_map<GroupKey, size_t, GroupHash> group_index_;
   std::vector<Group> groups_;
+  std::vector<std::vector<Peg>> group_pegs_;  // by group, with Options::peg
 };
 
 }  // namespace
