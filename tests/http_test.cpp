@@ -168,6 +168,19 @@ TEST_P(Http, ScriptsReportsAndExports) {
   r = Post("/api/export/report.csv", rows, planner_);
   EXPECT_EQ(r->body.rfind("FItemID,FBOMItemID,", 0), 0u) << r->body.substr(0, 60);
   EXPECT_EQ(Post("/api/export/report.pdf", rows, planner_)->status, 404);
+
+  // Messages in the language the caller asks for; Chinese by default.
+  const std::string path = "/api/call/ZUVMMrpCalculate.MrpDataServer/checkMustInput";
+  const std::string args = Json{{"args", {3, 3003, "3.03", ""}}}.dump();
+  httplib::Client client("127.0.0.1", port_);
+  auto answer = [&](const char* language) {
+    httplib::Headers headers = {{"Authorization", "Bearer " + planner_}};
+    if (language) headers.emplace("Accept-Language", language);
+    return Json::parse(client.Post(path, headers, args, "application/json")->body).at("result");
+  };
+  EXPECT_EQ(answer(nullptr), "第3行，物料【3.03】的辅助属性不能为空！\n");
+  EXPECT_EQ(answer("en-GB,en;q=0.8"),
+            "Line 3: the auxiliary property of material [3.03] must not be empty!\n");
 }
 
 TEST_P(Http, EightClientsAtOnceAllAnsweredRight) {

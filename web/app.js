@@ -24,7 +24,7 @@ const TEXTS = {
     FBillNo: '单号', FEntryID: '行号', FTranType: '类型', FUnitName: '单位', FPrice: '单价',
     FAuxQty: '采购数量', FAuxPrice: '采购单价', FTaxRate: '税率', Fdate: '需求日期',
     FPushQty: '待下推', FPurchaseFinishQty: '已下单', FClosed: '关闭', FSourceNo: '源单',
-    FKey: '计划行', FAllStockQty: '库存', FActualQty: '实仓库存', FName: '名称', FNumber: '代码',
+    FKey: '计划行', FFinishDate: '需求日期', FVDate: '计划日期', FBSUnitName: '单位', FAllStockQty: '库存', FActualQty: '实仓库存', FName: '名称', FNumber: '代码',
     Succeed: '成功', Error: '信息', FSupplyName: '供应商', FBillNO: '单号', FInterID: '内码', FItemID: '物料内码',
   },
   en: {
@@ -50,7 +50,7 @@ const TEXTS = {
     FSupplyNumber: 'Supplier', FItemProp: 'Class', FDate: 'Needed on', FBillNo: 'Bill', FEntryID: 'Line',
     FTranType: 'Type', FUnitName: 'Unit', FPrice: 'Price', FAuxQty: 'Purchase qty', FAuxPrice: 'Purchase price',
     FTaxRate: 'Tax %', Fdate: 'Needed on', FPushQty: 'To push', FPurchaseFinishQty: 'Ordered', FClosed: 'Closed',
-    FSourceNo: 'Sources', FKey: 'Plan line', FAllStockQty: 'Stock', FActualQty: 'Real stock', FName: 'Name',
+    FSourceNo: 'Sources', FKey: 'Plan line', FFinishDate: 'Needed on', FVDate: 'Plan date', FBSUnitName: 'Unit', FAllStockQty: 'Stock', FActualQty: 'Real stock', FName: 'Name',
     FNumber: 'Code', Succeed: 'Done', Error: 'Message', FSupplyName: 'Supplier', FBillNO: 'Bill', FInterID: 'Id', FItemID: 'Item id',
   },
 };
@@ -79,7 +79,11 @@ function say(id, text, kind = 'ok') {
 async function api(method, path, body) {
   const response = await fetch(path, {
     method,
-    headers: { 'Authorization': 'Bearer ' + state.token, 'Content-Type': 'application/json' },
+    headers: {
+      'Authorization': 'Bearer ' + state.token,
+      'Content-Type': 'application/json',
+      'Accept-Language': state.lang,
+    },
     body: body === undefined ? undefined : JSON.stringify(body),
   });
   const text = await response.text();
@@ -104,9 +108,14 @@ function guarded(msgId, action) {
   };
 }
 
-function fmt(v) {
+// Ids, codes and states print as they are; quantities, prices and rates
+// with two decimals, whatever JSON made of them.
+const PLAIN = new Set(['FInterID', 'FEntryID', 'FItemID', 'FTranType', 'FSupplyID', 'FClosed',
+  'Succeed', 'FQtyDecimal', 'FPriceDecimal', 'FItemPropID', 'FAuxPropID', 'FUnitID']);
+
+function fmt(v, key) {
   if (v === null || v === undefined) return '';
-  if (typeof v === 'number') return Number.isInteger(v) ? String(v) : v.toFixed(2);
+  if (typeof v === 'number') return PLAIN.has(key) || (key === undefined && Number.isInteger(v)) ? String(v) : v.toFixed(2);
   if (typeof v === 'string' && /^\d{4}-\d\d-\d\d 00:00:00$/.test(v)) return v.slice(0, 10);
   return String(v);
 }
@@ -118,7 +127,7 @@ function table(el, rows, columns, options = {}) {
   const body = rows.map((r, i) => {
     const cls = options.rowClass ? options.rowClass(r, i) : '';
     const lead = options.lead ? `<td>${options.lead(r, i)}</td>` : '';
-    const cells = columns.map((c) => `<td class="${typeof r[c] === 'number' ? 'n' : ''}">${escapeHtml(fmt(r[c]))}</td>`).join('');
+    const cells = columns.map((c) => `<td class="${typeof r[c] === 'number' ? 'n' : ''}">${escapeHtml(fmt(r[c], c))}</td>`).join('');
     return `<tr data-i="${options.index ? options.index(r, i) : i}" class="${cls}">${lead}${cells}</tr>`;
   }).join('');
   el.innerHTML = `<thead><tr>${head}</tr></thead><tbody>${body}</tbody>`;
@@ -295,7 +304,7 @@ function renderToBuy() {
   $('tobuy').innerHTML = '<thead><tr><th></th><th>' + ['FItemNumber', 'FItemName', 'FAuxProp', 'FQty', 'FDate', 'FSupplyNumber'].map(t).join('</th><th>') +
     '</th></tr></thead><tbody>' + rows.map(([r, i]) =>
     `<tr><td><input type="checkbox" class="buy" data-i="${i}" checked></td><td>${escapeHtml(fmt(r.FItemNumber))}</td><td>${escapeHtml(fmt(r.FItemName))}</td>` +
-    `<td>${escapeHtml(fmt(r.FAuxProp))}</td><td class="n">${fmt(r.FQty)}</td><td>${fmt(r.FDate)}</td>` +
+    `<td>${escapeHtml(fmt(r.FAuxProp))}</td><td class="n">${fmt(r.FQty, 'FQty')}</td><td>${fmt(r.FDate)}</td>` +
     `<td><input class="supplier" data-i="${i}" value="${escapeHtml(r.FSupplyNumber || '')}"></td></tr>`).join('') + '</tbody>';
 }
 

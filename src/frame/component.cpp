@@ -129,8 +129,8 @@ CallResult CallSession::Call(const std::string& prog_id, const std::string& meth
   }
 
   ComponentObject* object = nullptr;
-  for (auto& [spec, o] : objects_) {
-    if (spec == cls) object = o.get();
+  for (auto& [made_for, o] : objects_) {
+    if (made_for == cls) object = o.get();
   }
   if (!object) {
     objects_.emplace_back(cls, cls->create(host_));

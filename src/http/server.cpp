@@ -29,6 +29,24 @@ constexpr const char* kJson = "application/json; charset=utf-8";
 
 thread_local std::chrono::steady_clock::time_point request_started;
 thread_local int32_t request_user = 0;
+thread_local std::string request_language;  // "en" or "zh" from Accept-Language, else ""
+
+// The login of one request: the service's, with the language the caller
+// asked for in front (the first "Language" of a property string wins).
+class RequestLogin : public LoginProperties {
+ public:
+  RequestLogin(std::shared_ptr<LoginProperties> base, std::string language)
+      : base_(std::move(base)), language_(std::move(language)) {}
+  std::optional<std::string> GetProperty(const std::string& name) override {
+    std::optional<std::string> value = base_ ? base_->GetProperty(name) : std::nullopt;
+    if (EqualsIgnoringCase(name, "PropsString")) return "Language=" + language_ + ";" + value.value_or("");
+    return value;
+  }
+
+ private:
+  std::shared_ptr<LoginProperties> base_;
+  std::string language_;
+};
 
 void Answer(httplib::Response& res, int status, const std::string& body) {
   res.status = status;
@@ -106,6 +124,7 @@ void Service::Stop() { server_->stop(); }
 Host Service::RequestHost() const {
   Host host = host_;
   host.messages = std::make_shared<MessageSink>();
+  if (!request_language.empty()) host.login = std::make_shared<RequestLogin>(host.login, request_language);
   host.make_context = [pool = pool_] { return std::make_unique<StandaloneContext>(db::OpenOptions{}, pool); };
   return host;
 }
@@ -116,6 +135,9 @@ void Service::Routes() {
   s.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
     request_started = std::chrono::steady_clock::now();
     request_user = 0;
+    // Messages in the caller's language: English or Chinese.
+    const std::string accept = req.get_header_value("Accept-Language");
+    request_language = accept.rfind("en", 0) == 0 ? "en" : accept.rfind("zh", 0) == 0 ? "zh" : "";
     if (req.path.rfind("/api/", 0) != 0) return httplib::Server::HandlerResponse::Unhandled;
     const std::string header = req.get_header_value("Authorization");
     const std::string token = header.rfind("Bearer ", 0) == 0 ? Trim(header.substr(7)) : "";

@@ -17,7 +17,8 @@
 // administrator. The database is always the service's own: a body cannot
 // name another. Answers: 200; 422 with the error object when the method
 // fails; 404 for an unknown class or method; 400 for a body that is not
-// JSON; 413 for a body over the limit.
+// JSON; 413 for a body over the limit. "Accept-Language: en" (or zh)
+// chooses the language of the service's messages.
 #pragma once
 
 #include <cstddef>

@@ -183,7 +183,7 @@ VectorPtr PurchasePlanUpdate::DeletePurchasePlan(const std::string& dsn,
       if (!gone && orders.count(id)) {
         deletable = false;
         row->Set("Succeed", 0);
-        row->Set("Error", messages.LoadResText(kLinkedToOrders, kSpacingNone) + orders[id] +
+        row->Set("Error", messages.LoadResText(kLinkedToOrders, kSpacingAfter) + orders[id] +
                               messages.LoadResText(kLinkedTail, kSpacingNone));
       }
       if (deletable && !gone) {

@@ -152,7 +152,7 @@ try {
   await waitText('#plans-msg', 'Choose rows');
   await page.click('#plan-lines input.plan-line');
   await page.click('#plan-delete');
-  await waitText('#plans-msg', '关联');
+  await waitText('#plans-msg', 'linked to the purchase orders');
   expect('deleting a plan with orders is refused', (await page.$eval('#plans-msg', (el) => el.className)).includes('error'));
   await shot('refused-in-english');
 } catch (e) {
