@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <ostream>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,17 @@ std::string FreshDsn(const std::string& engine);
 // A child that throws fails the test (ADD_FAILURE) with its message.
 std::vector<std::string> InChildProcesses(int processes,
                                           const std::function<void(int, std::ostream&)>& body);
+
+// How many different values the k-th blank-separated word of the lines takes.
+inline size_t DistinctWords(const std::vector<std::string>& lines, size_t k) {
+  std::set<std::string> seen;
+  for (const auto& line : lines) {
+    size_t from = 0;
+    for (size_t i = 0; i < k; ++i) from = line.find(' ', from) + 1;
+    seen.insert(line.substr(from, line.find(' ', from) - from));
+  }
+  return seen.size();
+}
 
 // Host rows in a line: Row({{"FItemID", 1}}), Rows({row, row}).
 inline DictionaryPtr Row(std::initializer_list<std::pair<const char*, Variant>> cells) {
