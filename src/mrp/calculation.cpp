@@ -87,12 +87,19 @@ BomIndex::BomIndex(const Input& input) : input_(input) {
     const BomHeader* approved = IsMade(item) ? Approved(c.item_id) : nullptr;
     lines_[next[static_cast<size_t>(line_bill[i])]++] = {
         &c,
+        c.qty.value_or(0),
+        c.scrap.value_or(0),
+        c.item_id,
+        approved ? position_.at(approved->inter_id) : -1,
+        c.qty.has_value(),
+        c.scrap.has_value(),
         IsLeafClass(item),
         IsMade(item),
         approved_in_use_.count(c.item_id) > 0,
-        c.unit_id && input.unit_names.count(*c.unit_id) > 0,
-        approved ? position_.at(approved->inter_id) : -1};
+        c.unit_id && input.unit_names.count(*c.unit_id) > 0};
   }
+  bill_qty_.reserve(bills_.size());
+  for (const BomHeader* b : bills_) bill_qty_.push_back(b ? b->qty : std::nullopt);
   for (size_t p = 0; p < bills_.size(); ++p) {
     std::stable_sort(
         lines_.begin() + first_line_[p], lines_.begin() + first_line_[p + 1],

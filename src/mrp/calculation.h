@@ -24,13 +24,20 @@ class BomIndex {
   const std::vector<const BomHeader*>& InUse(int32_t item_id) const;
   const BomHeader* Bill(int32_t inter_id) const;
   // A bill line with what the explosion asks of its component.
+  // The walk reads only these, bill after bill in line order, so the line's
+  // quantity and scrap are kept here beside the flags.
   struct Line {
     const BomChild* child;
+    double qty;             // child->qty, when has_qty
+    double scrap;           // child->scrap, when has_scrap
+    int32_t item_id;        // child->item_id
+    int32_t approved_bill;  // position of the component's approved bill, -1 for none
+    bool has_qty;
+    bool has_scrap;
     bool leaf;              // a class other than assembled (2) and 9
     bool made;              // class 2 or 9
     bool approved_in_use;   // the component has an in-use bill with FStatus 1
     bool unit_known;        // the line's unit is in t_MeasureUnit
-    int32_t approved_bill;  // position of the component's approved bill, -1 for none
   };
   using LineSpan = std::span<const Line>;
   // Lines of a bill, by line id.
@@ -39,6 +46,10 @@ class BomIndex {
   size_t bill_count() const { return bills_.size(); }
   int32_t Position(int32_t inter_id) const;  // -1 when the bill is unknown
   const BomHeader* BillAt(int32_t position) const { return bills_[static_cast<size_t>(position)]; }
+  // The quantity the bill at a position is written for (its FQty).
+  const OptNum& BillQtyAt(int32_t position) const {
+    return bill_qty_[static_cast<size_t>(position)];
+  }
   int32_t InterIdAt(int32_t position) const { return inter_ids_[static_cast<size_t>(position)]; }
   LineSpan LinesAt(int32_t position) const;
   // The approved bill of a made component: use status coded 'zt01' and
@@ -59,6 +70,7 @@ class BomIndex {
   std::unordered_map<int32_t, int32_t> position_;  // interior id -> position
   std::vector<const BomHeader*> bills_;            // by position; nullptr: lines only
   std::vector<int32_t> inter_ids_;                 // by position
+  std::vector<OptNum> bill_qty_;                   // by position
   std::vector<uint32_t> first_line_;               // by position, and one past the last
   std::vector<Line> lines_;
   std::unordered_map<int32_t, const BomHeader*> approved_;

@@ -25,14 +25,13 @@ namespace mrpcalc::mrp {
                ", bill quantity " + FormatDouble(per) + ")");
 }
 
-inline OptNum LineQty(int bom_type, double suggest, const BomChild& line, OptNum per,
+inline OptNum LineQty(int bom_type, double suggest, const BomIndex::Line& line, OptNum per,
                       int32_t bill) {
-  if (!line.qty || !line.scrap || !per) return std::nullopt;
-  const double scrap = *line.scrap;
-  const double den = bom_type == 1 ? *per * (100 - scrap) : *per;
-  if (den == 0) LineDividesByZero(bom_type, line, *per, bill);
-  if (bom_type == 1) return suggest * *line.qty * 100 / den;
-  return suggest * *line.qty * (100 + scrap) / 100 / den;
+  if (!line.has_qty || !line.has_scrap || !per) return std::nullopt;
+  const double den = bom_type == 1 ? *per * (100 - line.scrap) : *per;
+  if (den == 0) LineDividesByZero(bom_type, *line.child, *per, bill);
+  if (bom_type == 1) return suggest * line.qty * 100 / den;
+  return suggest * line.qty * (100 + line.scrap) / 100 / den;
 }
 
 inline std::string ItemLabel(const BomIndex& boms, int32_t item_id) {
@@ -57,25 +56,24 @@ class Expander {
     const auto lines = boms_.LinesAt(position);
     const int32_t inter_id = boms_.InterIdAt(position);
     for (const auto& l : lines) {
-      if (l.leaf) sink_(*l.child, LineQty(bom_type_, suggest, *l.child, per, inter_id), column_qty);
+      if (l.leaf) sink_(*l.child, LineQty(bom_type_, suggest, l, per, inter_id), column_qty);
     }
     for (const auto& l : lines) {
       if (l.made && !l.approved_in_use) {
-        sink_(*l.child, LineQty(bom_type_, suggest, *l.child, per, inter_id), column_qty);
+        sink_(*l.child, LineQty(bom_type_, suggest, l, per, inter_id), column_qty);
       }
     }
     for (const auto& l : lines) {
-      const BomChild* line = l.child;
       if (!l.made) continue;
       // Below the top level the made parts' query also requires the line's unit.
       if (nested && !l.unit_known) continue;
-      const OptNum qty = LineQty(bom_type_, suggest, *line, per, inter_id);
+      const OptNum qty = LineQty(bom_type_, suggest, l, per, inter_id);
       if (!qty) {
-        throw Error(ErrorCategory::kInvalidInput,
-                    "the quantity of " + ItemLabel(boms_, line->item_id) + " in bill " +
-                        std::to_string(inter_id) + " is NULL");
+        throw Error(ErrorCategory::kInvalidInput, "the quantity of " + ItemLabel(boms_, l.item_id) +
+                                                      " in bill " + std::to_string(inter_id) +
+                                                      " is NULL");
       }
-      if (l.approved_bill >= 0) Worker(line->item_id, l.approved_bill, *qty);
+      if (l.approved_bill >= 0) Worker(l.item_id, l.approved_bill, *qty);
     }
   }
 
@@ -86,9 +84,9 @@ class Expander {
                                                     ItemLabel(boms_, item_id) +
                                                     " lead back to it; please correct them");
     }
-    const BomHeader* bill = boms_.BillAt(approved_bill);
+    const OptNum& per = boms_.BillQtyAt(approved_bill);
     path_.push_back(item_id);
-    Bill(approved_bill, AsText(quantity), bill->qty, bill->qty, true);
+    Bill(approved_bill, AsText(quantity), per, per, true);
     path_.pop_back();
   }
 

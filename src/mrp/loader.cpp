@@ -19,41 +19,69 @@ namespace {
 
 using Row = std::vector<Variant>;
 
-// The rows of one table whose key column holds one of a set of ids. Where
-// the engine takes the ids as one set parameter, one statement reads them.
-// Elsewhere a lookup in the key's index costs about as much as reading ten
-// rows in order, so ids that number an eighth of the table or more are
-// read with one scan of the table, filtered here; fewer go by parameter
-// lists. The table is counted once, the first time that matters.
+// The whole number a key column holds, as "key in (ids)" compares it.
+std::optional<int32_t> WholeId(const Variant& k) {
+  if (const int32_t* id = k.AsLong()) return *id;
+  const double* d = k.AsDouble();
+  if (d && std::trunc(*d) == *d && std::fabs(*d) < 2147483648.0) return static_cast<int32_t>(*d);
+  return std::nullopt;
+}
+
+// The rows of one table whose key column holds one of a set of ids, read
+// into records of type T. Where the engine takes the ids as one set
+// parameter, one statement reads them. Elsewhere a lookup in the key's
+// index costs about as much as reading ten rows in order, so ids that
+// number an eighth of the table or more are read with one scan of the
+// table; fewer go by parameter lists. The table is counted once, the first
+// time that matters.
+//
+// A table asked in rounds (the bill walk asks level by level, never twice
+// for one id) keeps what its first scan read, by key, and serves the later
+// rounds from it.
+template <class T>
 class TableByIds {
  public:
+  using Make = T (*)(Row&);
   TableByIds(db::Connection& c, std::string select_list, std::string table, std::string key,
-             size_t key_position)
+             size_t key_position, Make make, bool rounds)
       : c_(c),
         select_(std::move(select_list)),
         table_(std::move(table)),
         key_(std::move(key)),
-        key_position_(key_position) {}
+        key_position_(key_position),
+        make_(make),
+        rounds_(rounds) {}
 
-  void Read(const std::vector<int32_t>& ids, const db::RowSink& each) {
+  template <class Each>
+  void Read(const std::vector<int32_t>& ids, Each&& each) {
     if (ids.empty()) return;
-    const db::Dialect& d = c_.dialect();
-    if (d.PrefersSets() || ids.size() * 8 < Rows()) {
-      db::QueryIn(c_, ids,
-                  "select " + select_ + " from " + table_ + " where " + key_ + " in (%IDS%)", each);
-      return;
-    }
-    const std::unordered_set<int32_t> wanted(ids.begin(), ids.end());
-    c_.QueryRows("select " + select_ + " from " + table_, {}, [&](Row& r) {
-      // The rows "key in (ids)" would give: whole numbers equal to an id.
-      const Variant& k = r[key_position_];
-      const double* d = k.AsDouble();
-      if (const int32_t* id = k.AsLong()) {
-        if (wanted.count(*id)) each(r);
-      } else if (d && std::trunc(*d) == *d && std::fabs(*d) < 2147483648.0) {
-        if (wanted.count(static_cast<int32_t>(*d))) each(r);
+    if (!scanned_) {
+      const db::Dialect& d = c_.dialect();
+      if (d.PrefersSets() || ids.size() * 8 < Rows()) {
+        db::QueryIn(c_, ids,
+                    "select " + select_ + " from " + table_ + " where " + key_ + " in (%IDS%)",
+                    [&](Row& r) { each(make_(r)); });
+        return;
       }
-    });
+      if (!rounds_) {
+        const std::unordered_set<int32_t> wanted(ids.begin(), ids.end());
+        c_.QueryRows("select " + select_ + " from " + table_, {}, [&](Row& r) {
+          const auto id = WholeId(r[key_position_]);
+          if (id && wanted.count(*id)) each(make_(r));
+        });
+        return;
+      }
+      scanned_ = true;
+      c_.QueryRows("select " + select_ + " from " + table_, {}, [&](Row& r) {
+        if (const auto id = WholeId(r[key_position_])) kept_[*id].push_back(make_(r));
+      });
+    }
+    for (int32_t id : ids) {
+      auto it = kept_.find(id);
+      if (it == kept_.end()) continue;
+      for (T& row : it->second) each(std::move(row));
+      kept_.erase(it);
+    }
   }
 
  private:
@@ -66,7 +94,11 @@ class TableByIds {
   db::Connection& c_;
   std::string select_, table_, key_;
   size_t key_position_;
+  Make make_;
+  bool rounds_;
   std::optional<size_t> rows_;
+  bool scanned_ = false;
+  std::unordered_map<int32_t, std::vector<T>> kept_;
 };
 
 OptInt Int(const Variant& v) {
@@ -97,6 +129,19 @@ std::map<ItemAux, OptNum> Figures(db::Connection& c, const std::string& sql,
   return out;
 }
 
+BomHeader MakeHeader(Row& r) {
+  return {r[0].ToLong(), r[1].ToLong(), Num(r[2]), Int(r[3]), Int(r[4]), Int(r[5])};
+}
+BomChild MakeLine(Row& r) {
+  return {r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
+          Num(r[4]),     Int(r[5]),     Int(r[6]),     Text(r[7])};
+}
+std::pair<int32_t, Item> MakeItem(Row& r) {
+  return {
+      r[0].ToLong(),
+      {Int(r[1]), Text(r[2]), Text(r[3]), Text(r[4]), Int(r[5]), Num(r[6]), Int(r[7]), Int(r[8])}};
+}
+
 }  // namespace
 
 void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in) {
@@ -109,27 +154,24 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
   for (int32_t id : item_ids) {
     if (seen_items.insert(id).second) frontier.push_back(id);
   }
-  TableByIds headers(c, "FInterID, FItemID, FQty, FAuxPropID, FUseStatus, FStatus", "ICBOM",
-                     "FItemID", 1);
-  TableByIds lines(c, "FInterID, FEntryID, FItemID, FQty, FScrap, FAuxPropID, FUnitID, FNote",
-                   "ICBOMChild", "FInterID", 0);
-  TableByIds items(c,
-                   "FItemID, FErpClsID, FNumber, FName, FModel, FUnitID, FSecInv, FQtyDecimal,"
-                   " FSource",
-                   "t_ICItem", "FItemID", 0);
+  TableByIds<BomHeader> headers(c, "FInterID, FItemID, FQty, FAuxPropID, FUseStatus, FStatus",
+                                "ICBOM", "FItemID", 1, MakeHeader, true);
+  TableByIds<BomChild> lines(
+      c, "FInterID, FEntryID, FItemID, FQty, FScrap, FAuxPropID, FUnitID, FNote", "ICBOMChild",
+      "FInterID", 0, MakeLine, true);
+  TableByIds<std::pair<int32_t, Item>> items(
+      c, "FItemID, FErpClsID, FNumber, FName, FModel, FUnitID, FSecInv, FQtyDecimal, FSource",
+      "t_ICItem", "FItemID", 0, MakeItem, false);
   while (!frontier.empty()) {
     std::vector<int32_t> bills;
-    headers.Read(frontier, [&](Row& r) {
-      BomHeader b{r[0].ToLong(), r[1].ToLong(), Num(r[2]), Int(r[3]), Int(r[4]), Int(r[5])};
+    headers.Read(frontier, [&](BomHeader&& b) {
       if (seen_bills.insert(b.inter_id).second) {
         bills.push_back(b.inter_id);
         in.boms.push_back(b);
       }
     });
     std::vector<int32_t> next;
-    lines.Read(bills, [&](Row& r) {
-      BomChild ch{r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
-                  Num(r[4]),     Int(r[5]),     Int(r[6]),     Text(r[7])};
+    lines.Read(bills, [&](BomChild&& ch) {
       if (seen_items.insert(ch.item_id).second) next.push_back(ch.item_id);
       in.bom_children.push_back(std::move(ch));
     });
@@ -138,10 +180,8 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
   std::vector<int32_t> all(seen_items.begin(), seen_items.end());
   std::sort(all.begin(), all.end());
   in.items.reserve(in.items.size() + all.size());
-  items.Read(all, [&](Row& r) {
-    in.items[r[0].ToLong()] = {Int(r[1]), Text(r[2]), Text(r[3]), Text(r[4]),
-                               Int(r[5]), Num(r[6]),  Int(r[7]),  Int(r[8])};
-  });
+  items.Read(
+      all, [&](std::pair<int32_t, Item>&& item) { in.items[item.first] = std::move(item.second); });
   c.QueryRows("select FMeasureUnitID, FName from t_MeasureUnit", {}, [&](Row& r) {
     if (!r[0].IsNull()) in.unit_names[r[0].ToLong()] = r[1].IsNull() ? "" : r[1].ToText();
   });
