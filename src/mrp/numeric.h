@@ -4,6 +4,8 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "mrp/model.h"
@@ -42,7 +44,17 @@ inline double AsTextByPrinting(double v) {
 // decimal of at most 16 digits lies between them, so the cut falls on the
 // same side); 16 ending in 5 may be the halfway point itself, left to the
 // printing.
-inline double AsText(double v) {
+inline double AsTextComputed(double v) {
+  // Most quantities are n / 10^k with n below 10^15 (whole numbers, a few
+  // decimals): such a value is the double nearest a decimal of at most 15
+  // digits, which 15-digit printing gives back, so it comes back unchanged.
+  // n / 10^k is rounded once (both exact), so equality proves the form.
+  static constexpr double kTens[] = {1, 10, 100, 1e3, 1e4, 1e5, 1e6};
+  for (const double ten : kTens) {
+    const double n = v * ten;
+    if (!(std::fabs(n) < 1e15)) break;
+    if (n == std::trunc(n) && n / ten == v) return v;
+  }
   char buf[48];
   const char* end = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::scientific).ptr;
   const char* p = buf;
@@ -78,6 +90,23 @@ inline double AsText(double v) {
   double back = 0;
   std::from_chars(text, out, back);
   return back;
+}
+
+// AsText with the answers kept: a factory's quantities repeat (the same
+// parts in the same quantities under many orders), and a kept answer costs
+// a few instructions where working it out costs some hundreds. One table a
+// thread, a slot per bit pattern's hash; a zeroed slot holds +0's answer.
+inline double AsText(double v) {
+  struct Slot {
+    uint64_t bits;
+    double text;
+  };
+  static thread_local Slot kept[4096];
+  uint64_t bits;
+  std::memcpy(&bits, &v, sizeof bits);
+  Slot& slot = kept[(bits * 0x9E3779B97F4A7C15ull) >> 52];
+  if (slot.bits != bits) slot = {bits, AsTextComputed(v)};
+  return slot.text;
 }
 
 inline OptNum Mul(OptNum a, OptNum b) { return (a && b) ? OptNum(*a * *b) : std::nullopt; }
