@@ -49,6 +49,31 @@ TEST_P(Database, ValuesMapByDeclaredType) {
   EXPECT_EQ(rs->columns()[1], "FQty");
 }
 
+// A reader beside a session, where one is cheap: it sees what is committed,
+// not the session's open transaction, and cannot write.
+TEST_P(Database, AReaderBesideTheSessionSeesWhatIsCommitted) {
+  db::ConnectionPtr reader = conn().OpenReader();
+  if (GetParam() != "sqlite") {
+    EXPECT_EQ(reader, nullptr);  // a second login is not cheap
+    return;
+  }
+  ASSERT_NE(reader, nullptr);
+  CreateProbe(conn());
+  conn().Execute("insert into t_Probe (FID) values (1)");
+  conn().Begin();
+  conn().Execute("insert into t_Probe (FID) values (2)");
+  EXPECT_EQ(reader->QueryValue("select count(*) from t_Probe"), Variant(int32_t{1}));
+  try {
+    reader->Execute("insert into t_Probe (FID) values (3)");
+    FAIL() << "a reader wrote";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.category(), ErrorCategory::kDatabase);
+  }
+  conn().Commit();
+  EXPECT_EQ(reader->QueryValue("select count(*) from t_Probe"), Variant(int32_t{2}));
+  EXPECT_EQ(db::Open("sqlite::memory:")->OpenReader(), nullptr);  // another database each
+}
+
 TEST_P(Database, ExpressionsTypeByValue) {
   auto rs = conn().Query("select 1+1 as n, 2.5 as d, 'x' as s");
   EXPECT_EQ(rs->rows()[0][0], Variant(int32_t{2}));

@@ -214,6 +214,30 @@ TEST_P(Mrp, BadOptionsEndTheCallAndWriteNothing) {
   EXPECT_THROW(fresh.GetMrpReportData(dsn(), lines, filter, "", 1, 1), Error);
 }
 
+// Outside a caller's unit of work stock may be read on a session of its own;
+// inside one the report reads the unit's changes not yet committed.
+TEST_P(Mrp, AReportInACallersUnitReadsItsChanges) {
+  auto lines = Demand();
+  auto tubes_on_hand = [&](MrpDataInfo& info) {
+    const VectorPtr rows =
+        info.GetMrpReportData(dsn(), lines, Filter(lines, 1), "11,12,20,30", 1, 1);
+    for (const auto& r : rows->rows()) {
+      if (r->Get("FBOMItemID") == Variant(3001)) return r->Get("FCurrentQty").ToDouble();
+    }
+    ADD_FAILURE() << "no row of aluminium tube";
+    return 0.0;
+  };
+  MrpDataInfo info(host_);
+  EXPECT_EQ(tubes_on_hand(info), 120);
+  {
+    UnitOfWork unit(dsn());
+    unit.connection().Execute(
+        "update ICInventory set FQty = FQty + 1000 where FItemID = 3001 and FStockID = 11");
+    EXPECT_EQ(tubes_on_hand(info), 1120);
+  }
+  EXPECT_EQ(tubes_on_hand(info), 120);  // the unit rolled back
+}
+
 TEST_P(Mrp, BomChildExpansionFillsTheSessionTable) {
   UnitOfWork unit(dsn());
   MrpDataInfo info(host_);

@@ -92,13 +92,6 @@ std::pair<VectorPtr, VectorPtr> DemandOf(db::Connection& c, const MrpOptions& o)
   return {selection.lines, selection.source};
 }
 
-std::string Show(const Variant& v) {
-  if (v.IsNull() || v.IsEmpty()) return "";
-  if (const double* d = v.AsDouble()) return fmt::format("{:.2f}", *d);
-  if (const Date* d = v.AsDate()) return d->ToDateString();
-  return v.ToText();
-}
-
 void WriteToStdout(std::string_view chunk) { std::fwrite(chunk.data(), 1, chunk.size(), stdout); }
 
 void PrintReport(const VectorPtr& rows, const std::string& format) {

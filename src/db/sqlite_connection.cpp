@@ -130,6 +130,20 @@ void Bind(sqlite3* db, sqlite3_stmt* stmt, const Params& params) {
   }
 }
 
+sqlite3* OpenHandle(const std::string& path, int flags, const OpenOptions& options) {
+  sqlite3* db = nullptr;
+  const int rc = sqlite3_open_v2(path.c_str(), &db, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+  if (rc != SQLITE_OK) {
+    std::string text = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
+    sqlite3_close_v2(db);
+    throw Error(ErrorCategory::kDatabase, "cannot open SQLite database " + path + ": " + text, -1,
+                sqlite3_errstr(rc), rc);
+  }
+  sqlite3_busy_timeout(db, options.busy_timeout_ms);
+  sqlite3_extended_result_codes(db, 1);
+  return db;
+}
+
 class SqliteStatement : public Statement {
  public:
   SqliteStatement(sqlite3* db, StmtPtr stmt, std::string sql)
@@ -153,8 +167,11 @@ class SqliteStatement : public Statement {
 
 class SqliteConnection : public Connection {
  public:
-  SqliteConnection(sqlite3* db, std::string path)
-      : db_(db), path_(std::move(path)), dialect_(MakeDialect(Engine::kSqlite)) {}
+  SqliteConnection(sqlite3* db, std::string path, OpenOptions options)
+      : db_(db),
+        path_(std::move(path)),
+        options_(options),
+        dialect_(MakeDialect(Engine::kSqlite)) {}
   ~SqliteConnection() override { sqlite3_close_v2(db_); }
 
   const Dialect& dialect() const override { return *dialect_; }
@@ -212,6 +229,12 @@ class SqliteConnection : public Connection {
   }
   bool InTransaction() const override { return in_transaction_; }
 
+  ConnectionPtr OpenReader() const override {
+    if (path_.empty() || path_ == ":memory:" || path_.rfind("file:", 0) == 0) return nullptr;
+    sqlite3* db = OpenHandle(path_, SQLITE_OPEN_READONLY, options_);
+    return std::make_unique<SqliteConnection>(db, path_, options_);
+  }
+
  private:
   StmtPtr PrepareRaw(std::string_view sql) {
     sqlite3_stmt* raw = nullptr;
@@ -241,6 +264,7 @@ class SqliteConnection : public Connection {
 
   sqlite3* db_;
   std::string path_;
+  OpenOptions options_;
   std::unique_ptr<Dialect> dialect_;
   bool in_transaction_ = false;
 };
@@ -248,19 +272,8 @@ class SqliteConnection : public Connection {
 }  // namespace
 
 ConnectionPtr OpenSqlite(const std::string& path, const OpenOptions& options) {
-  sqlite3* db = nullptr;
-  const int rc =
-      sqlite3_open_v2(path.c_str(), &db,
-                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
-  if (rc != SQLITE_OK) {
-    std::string text = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
-    sqlite3_close_v2(db);
-    throw Error(ErrorCategory::kDatabase, "cannot open SQLite database " + path + ": " + text, -1,
-                sqlite3_errstr(rc), rc);
-  }
-  sqlite3_busy_timeout(db, options.busy_timeout_ms);
-  sqlite3_extended_result_codes(db, 1);
-  auto connection = std::make_unique<SqliteConnection>(db, path);
+  sqlite3* db = OpenHandle(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, options);
+  auto connection = std::make_unique<SqliteConnection>(db, path, options);
   // WAL lets readers go on while one process writes; foreign keys stay off,
   // as in the ERP's own schema.
   connection->Query("pragma journal_mode=wal");

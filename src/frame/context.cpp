@@ -98,6 +98,11 @@ db::Connection& StandaloneContext::connection() {
   return *own_;
 }
 
+db::ConnectionPtr StandaloneContext::OpenReader() {
+  if (joined_ || !own_ || depth_ != 1) return nullptr;  // not a nested call either
+  return own_->OpenReader();
+}
+
 void StandaloneContext::SetAbort() {
   if (depth_ == 0) return;
   aborted_ = true;

@@ -29,6 +29,11 @@ class TransContext {
   virtual db::Connection& connection() = 0;
   virtual void SetAbort() = 0;
   virtual void SetComplete() = 0;
+  // A session for reads on another thread beside the bound one, where that
+  // is sound and cheap (Connection::OpenReader): only for a call's own unit
+  // of work, whose reads come before any change of its own. nullptr when
+  // the call joined a caller's unit (it may hold changes not committed).
+  virtual db::ConnectionPtr OpenReader() { return nullptr; }
 };
 
 // A unit of work owned by a library user: every context of this thread that
@@ -87,6 +92,7 @@ class StandaloneContext : public TransContext {
   db::Connection& connection() override;
   void SetAbort() override;
   void SetComplete() override;
+  db::ConnectionPtr OpenReader() override;
 
  private:
   void EndTransaction(bool commit);

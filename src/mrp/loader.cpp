@@ -307,8 +307,7 @@ void LoadTasks(db::Connection& c, const std::vector<int32_t>& demand_tasks, Inpu
               });
 }
 
-void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
-                const std::vector<int32_t>& warehouses, bool count_virtual,
+void LoadIssued(db::Connection& c, const std::vector<int32_t>& demand_tasks,
                 bool count_unchecked_bills, Input& in) {
   const TaskKind& task = in.options.task;
   // Issued to the demand's tasks; only checked stock bills count unless the
@@ -326,7 +325,11 @@ void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
               [&](Row& r) {
                 in.issued.push_back({r[0].ToLong(), Int(r[1]), Num(r[2])});
               });
+}
 
+OpenSupply LoadOpenSupply(db::Connection& c, const std::vector<int32_t>& warehouses,
+                          bool count_virtual) {
+  OpenSupply out;
   std::vector<int32_t> stocks = warehouses.empty() ? std::vector<int32_t>{0} : warehouses;
   db::QueryIn(c, stocks,
               std::string("select i.FItemID, i.FAuxPropID, sum(i.FQty) from ICInventory i"
@@ -336,19 +339,24 @@ void LoadSupply(db::Connection& c, const std::vector<int32_t>& demand_tasks,
                   " group by i.FItemID, i.FAuxPropID",
               [&](Row& r) {
                 const OptNum v = Num(r[2]);
-                auto [it, inserted] = in.stock.try_emplace({r[0].ToLong(), Int(r[1])}, v);
+                auto [it, inserted] = out.stock.try_emplace({r[0].ToLong(), Int(r[1])}, v);
                 if (!inserted && v) it->second = it->second ? OptNum(*it->second + *v) : v;
               });
-  in.moving = Figures(
+  out.moving = Figures(
       c,
       "select u1.FItemID, u1.FAuxPropID, sum(u1.FQty - u1.FCommitQty) from POOrderEntry u1"
       " inner join POOrder v1 on u1.FInterID = v1.FInterID"
       " where v1.FStatus in (1,2) and u1.FQty > u1.FCommitQty group by u1.FItemID, u1.FAuxPropID");
-  in.unsold = Figures(
+  out.unsold = Figures(
       c,
       "select u1.FItemID, u1.FAuxPropID, sum(u1.FQty - u1.FCommitQty) from SEOrderEntry u1"
       " inner join SEOrder v1 on u1.FInterID = v1.FInterID"
       " where v1.FStatus in (1,2) and u1.FQty > u1.FCommitQty group by u1.FItemID, u1.FAuxPropID");
+  return out;
+}
+
+void LoadProducingAndHistory(db::Connection& c, Input& in) {
+  const TaskKind& task = in.options.task;
   // Production in progress outside the demand's own tasks.
   if (in.demand_bill_numbers.empty()) {
     throw Error(ErrorCategory::kInvalidInput, "the demand names no bill number");

@@ -3,14 +3,15 @@
 // query per supply figure. Never one query per row.
 #pragma once
 
+#include <map>
 #include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "db/connection.h"
-#include "record/variant.h"
 #include "mrp/model.h"
+#include "record/variant.h"
 
 namespace mrpcalc::mrp {
 
@@ -48,12 +49,20 @@ class DemandDates {
 // The demand's own tasks (header and material plan) of the task kind.
 void LoadTasks(db::Connection& connection, const std::vector<int32_t>& demand_tasks, Input& input);
 
-// Supply figures, issues, purchase history, suppliers, units.
-// `demand_tasks` are the interior ids of the demand's own tasks;
-// `warehouses` the ids of sStockKey.
-void LoadSupply(db::Connection& connection, const std::vector<int32_t>& demand_tasks,
-                const std::vector<int32_t>& warehouses, bool count_virtual,
+// Supply, in the order the report reads it: first what was issued to the
+// demand's own tasks (`demand_tasks`, their interior ids); then stock on hand
+// over the warehouses of sStockKey and the open purchase and sales
+// quantities, which depend on nothing else loaded and can be read on a
+// session of their own; then production in progress outside the demand's
+// tasks, purchase history and suppliers.
+void LoadIssued(db::Connection& connection, const std::vector<int32_t>& demand_tasks,
                 bool count_unchecked_bills, Input& input);
+struct OpenSupply {
+  std::map<ItemAux, OptNum> stock, moving, unsold;
+};
+OpenSupply LoadOpenSupply(db::Connection& connection, const std::vector<int32_t>& warehouses,
+                          bool count_virtual);
+void LoadProducingAndHistory(db::Connection& connection, Input& input);
 
 }  // namespace mrpcalc::mrp
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <future>
 #include <set>
 #include <unordered_map>
 
@@ -127,6 +128,17 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     }
     const std::vector<int32_t> warehouses =
         db::ParseIdList(Trim(sStockKey).empty() ? "0" : sStockKey, "warehouse list sStockKey");
+    const bool count_virtual = filter->Get("Virtual").ToValue() != 0;
+    // Stock and open orders depend on nothing the bills bring: where a
+    // second session is cheap, it reads them while this one walks the bills.
+    // Its errors surface where the figures are taken, as if read there.
+    std::future<mrp::OpenSupply> open_supply;
+    if (db::ConnectionPtr reader = context_->OpenReader()) {
+      open_supply =
+          std::async(std::launch::async, [&warehouses, count_virtual, reader = std::move(reader)] {
+            return mrp::LoadOpenSupply(*reader, warehouses, count_virtual);
+          });
+    }
 
     std::vector<int32_t> demand_items, demand_tasks;
     for (const auto& row : lines->rows()) {
@@ -185,8 +197,13 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     o.producing = SwitchOn(filter, "Producing");
     o.produc = SwitchOn(filter, "Produc");
     o.mid_stock = SwitchOn(filter, "MidStockQty");
-    const bool count_virtual = filter->Get("Virtual").ToValue() != 0;
-    mrp::LoadSupply(c, demand_tasks, warehouses, count_virtual, count_unchecked, in);
+    mrp::LoadIssued(c, demand_tasks, count_unchecked, in);
+    mrp::OpenSupply open =
+        open_supply.valid() ? open_supply.get() : mrp::LoadOpenSupply(c, warehouses, count_virtual);
+    in.stock = std::move(open.stock);
+    in.moving = std::move(open.moving);
+    in.unsold = std::move(open.unsold);
+    mrp::LoadProducingAndHistory(c, in);
     if (frm_type == 0) {
       in.rights.administrator = IsAdministrator(c, user_id);
       in.rights.group_right = HoldsRightsGroupOneRight(c, user_id);
