@@ -233,7 +233,9 @@ TEST_P(Database, ManyRowsOfEveryKindComeBackWhole) {
       EXPECT_EQ(r[2], Variant(name(i)));
       EXPECT_EQ(r[3], Variant(Date::FromParts(2026, 1 + i % 12, 1 + i % 28, i % 24)));
       EXPECT_EQ(r[4].ToBoolean(), i % 2 == 0);
-      if (r.size() > 5) EXPECT_EQ(r[5], Variant(i % 2 ? long_note : "短"));
+      if (r.size() > 5) {
+        EXPECT_EQ(r[5], Variant(i % 2 ? long_note : "短"));
+      }
     });
     EXPECT_EQ(expected, 600) << sql;
   }

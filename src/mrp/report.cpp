@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <future>
 #include <map>
 #include <optional>
 #include <tuple>
@@ -50,9 +51,17 @@ class Report {
                   "the MRP calculation needs at least one demand line");
     }
     LoadDemand();
+    // What stock of made parts covers depends only on the demand's items,
+    // not on the explosion: with the multi-level explosion it is worked out
+    // on a second thread meanwhile, its errors raised where it is taken.
+    std::future<std::map<Key, double>> covered;
     if (opt_.expand) {
       ExpandTasks();
       PushIssuedDownTheLevels();
+      MaterialsAtOnce();
+      if (opt_.mid_stock) {
+        covered = std::async(std::launch::async, [this] { return CoveredByMidStock(); });
+      }
       MultiLevel();
     } else {
       SingleLevel();
@@ -67,7 +76,7 @@ class Report {
       }
       Suppliers();
     }
-    if (opt_.mid_stock) MidStock();
+    if (opt_.mid_stock) MidStock(covered);
     Supply();
     Net();
     return std::move(rows_);
@@ -213,8 +222,9 @@ class Report {
     }
   }
 
-  void MultiLevel() {
-    // Task materials without an in-use bill are materials at once.
+  // Task materials without an in-use bill are materials at once. The items
+  // of the demand rows, now known, are where the mid-stock walk starts.
+  void MaterialsAtOnce() {
     for (auto& r : needs_) {
       if (Equal(r.tran_type, opt_.task.code) && r.item_id && boms_.InUse(*r.item_id).empty()) {
         r.bom_item_id = r.item_id;
@@ -222,6 +232,9 @@ class Report {
       }
     }
     for (const auto& r : needs_) snapshot_.insert({r.item_id.value_or(0), r.aux_prop_id});
+  }
+
+  void MultiLevel() {
     // Rows already materials keep their place ahead of the exploded ones.
     for (const auto& r : needs_) {
       if (!Equal(r.bom_item_id, 0))
@@ -532,12 +545,23 @@ class Report {
   // Stock of made parts below the demand's items covers their materials:
   // each made part with an approved bill and stock on hand takes its stock
   // through its bill down to the leaves, once per part.
-  void MidStock() {
+  void MidStock(std::future<std::map<Key, double>>& pending) {
     if (!opt_.expand) {
       throw Error(ErrorCategory::kInvalidInput,
                   "the mid-stock figure needs the multi-level explosion (Expand 1)");
     }
+    const std::map<Key, double> covered = pending.get();
     for (auto& r : rows_) r.mid_stock_qty = 0.0;
+    for (auto& r : rows_) {
+      if (!r.bom_item_id || !r.aux_prop_id) continue;
+      auto it = covered.find({*r.bom_item_id, r.aux_prop_id});
+      if (it != covered.end()) r.mid_stock_qty = Dec(it->second);
+    }
+  }
+
+  // Reads only the input, the bill index and the demand's items, so that it
+  // may run beside the explosion.
+  std::map<Key, double> CoveredByMidStock() const {
     std::set<int32_t> made;
     std::vector<int32_t> todo;
     for (const auto& [item, aux] : snapshot_) todo.push_back(item);
@@ -575,11 +599,7 @@ class Report {
       };
       ExplodeBill(boms_, opt_.bom_type, bill->inter_id, on_hand, *bill->qty, leaf);
     }
-    for (auto& r : rows_) {
-      if (!r.bom_item_id || !r.aux_prop_id) continue;
-      auto it = covered.find({*r.bom_item_id, r.aux_prop_id});
-      if (it != covered.end()) r.mid_stock_qty = Dec(it->second);
-    }
+    return covered;
   }
 
   // The supplier of the latest purchase document of each material, after
