@@ -446,9 +446,11 @@ TEST(JsonStreams, ReaderReadsWhatTheDocumentGives) {
        R"([[{"k": 1, "K": 2}, {"k": 3, "K": 4}]])",
        R"([{"SourceData": [{"FBillNO": "SO1", "Ftrantype": 81}], "Expand": 1}, "", "1", 1, 0])",
        "\xEF\xBB\xBF[1]", "[1e-400, 1e308]", R"(["\u0000", -0.0])"}) {
-    const JsonArguments read = ReadJsonArguments(text);
-    EXPECT_TRUE(read.is_array);
-    EXPECT_EQ(shown(read.values), via_document(text)) << text;
+    for (size_t split_from : {size_t{1} << 30, size_t{0}}) {  // one thread, then two
+      const JsonArguments read = ReadJsonArguments(text, split_from);
+      EXPECT_TRUE(read.is_array);
+      EXPECT_EQ(shown(read.values), via_document(text)) << text;
+    }
   }
   // Random argument lists, printed plainly or with \u escapes, then cut
   // or spliced at random: valid or not, the reader agrees with the document.
@@ -469,7 +471,7 @@ TEST(JsonStreams, ReaderReadsWhatTheDocumentGives) {
     }
     std::string ours, document;
     try {
-      const JsonArguments read = ReadJsonArguments(text);
+      const JsonArguments read = ReadJsonArguments(text, round % 2 ? 0 : size_t{1} << 30);
       ours = read.is_array ? shown(read.values) : "not a list";
     } catch (const std::exception& e) {
       ours = std::string("error: ") + e.what();
