@@ -74,6 +74,83 @@ TEST_P(Database, AReaderBesideTheSessionSeesWhatIsCommitted) {
   EXPECT_EQ(db::Open("sqlite::memory:")->OpenReader(), nullptr);  // another database each
 }
 
+// A row seen as a view says what QueryRows would give for every column:
+// declared types and stored values of every kind, NULLs, texts in numeric
+// columns, dates and bits, numbers beyond 32 bits, expressions.
+TEST_P(Database, RowViewsSayWhatRowsGive) {
+  CreateProbe(conn());
+  conn().Execute(
+      conn().dialect().CreateTable("t_Kinds", {{"FInt", db::ColumnType::kInt},
+                                               {"FBig", db::ColumnType::kBigInt},
+                                               {"FBit", db::ColumnType::kBit},
+                                               {"FText", db::ColumnType::kVarchar, 40}}));
+  conn().Execute("insert into t_Probe (FID, FQty, FRate, FName, FDate) values (?,?,?,?,?)",
+                 {int32_t{7}, 5.0, 13.25, "铝管", *Date::Parse("2026-11-22 08:30:00")});
+  conn().Execute("insert into t_Probe (FID, FQty, FRate, FName, FDate) values (?,?,?,?,?)",
+                 {int32_t{-3}, 2.5, Variant::Null(), "", Variant::Null()});
+  conn().Execute("insert into t_Kinds values (?, ?, ?, ?)",
+                 {int32_t{1}, 5000000000.0, int32_t{1}, "12"});
+  conn().Execute("insert into t_Kinds values (?, ?, ?, ?)",
+                 {Variant::Null(), int32_t{4}, int32_t{0}, Variant::Null()});
+  if (GetParam() == "sqlite") {  // what only a typeless engine stores
+    conn().Execute(
+        "insert into t_Probe (FID, FQty, FName, FDate) values ('x', 'n/a', 12, 'never')");
+  }
+  const std::string expression = conn().dialect().engine() == db::Engine::kPostgres
+                                     ? "select 1, 2.5, 'x', null, cast(3000000000 as bigint)"
+                                     : "select 1, 2.5, 'x', null, 3000000000";
+  using Kind = db::RowView::Kind;
+  int values = 0;
+  for (const std::string sql :
+       {std::string("select FID, FQty, FRate, FName, FDate from t_Probe"),
+        std::string("select FInt, FBig, FBit, FText from t_Kinds"), expression}) {
+    std::vector<std::vector<Variant>> rows;
+    conn().QueryRows(sql, {}, [&](std::vector<Variant>& r) { rows.push_back(r); });
+    size_t at = 0;
+    conn().QueryView(sql, {}, [&](const db::RowView& view) {
+      ASSERT_LT(at, rows.size());
+      const std::vector<Variant>& row = rows[at++];
+      for (int i = 0; i < static_cast<int>(row.size()); ++i) {
+        const Variant& v = row[static_cast<size_t>(i)];
+        const std::string where =
+            sql + " row " + std::to_string(at) + " column " + std::to_string(i);
+        EXPECT_EQ(view.value(i), v) << where;
+        switch (view.kind(i)) {
+          case Kind::kNull:
+            EXPECT_TRUE(v.IsNull()) << where;
+            break;
+          case Kind::kInteger:
+            EXPECT_TRUE(v.AsLong() || v.AsDouble()) << where;
+            EXPECT_EQ(static_cast<double>(view.integer(i)), v.ToDouble()) << where;
+            break;
+          case Kind::kFloat:
+            ASSERT_TRUE(v.AsDouble()) << where;
+            EXPECT_EQ(view.number(i), *v.AsDouble()) << where;
+            break;
+          case Kind::kText:
+            ASSERT_TRUE(v.AsString()) << where;
+            EXPECT_EQ(view.text(i), *v.AsString()) << where;
+            break;
+          case Kind::kOther:
+            EXPECT_TRUE(v.AsDate() || v.AsBoolean() || v.AsString()) << where;
+            break;
+        }
+        ++values;
+      }
+    });
+    EXPECT_EQ(at, rows.size()) << sql;
+  }
+  EXPECT_GE(values, 23);
+  if (GetParam() == "sqlite") {  // texts stay texts whatever the column declares
+    const auto rs = conn().Query("select FID, FQty, FName, FDate from t_Probe where FID = 'x'");
+    ASSERT_EQ(rs->RecordCount(), 1u);
+    EXPECT_EQ(rs->rows()[0][0], Variant("x"));
+    EXPECT_EQ(rs->rows()[0][1], Variant("n/a"));
+    EXPECT_EQ(rs->rows()[0][2], Variant("12"));
+    EXPECT_EQ(rs->rows()[0][3], Variant("never"));
+  }
+}
+
 TEST_P(Database, ExpressionsTypeByValue) {
   auto rs = conn().Query("select 1+1 as n, 2.5 as d, 'x' as s");
   EXPECT_EQ(rs->rows()[0][0], Variant(int32_t{2}));

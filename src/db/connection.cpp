@@ -38,6 +38,45 @@ RecordSetPtr Connection::Query(std::string_view sql, const Params& params) {
   return std::make_shared<RecordSet>(std::move(columns), std::move(rows));
 }
 
+namespace {
+
+// A row of variants seen as a view.
+class VariantRowView : public RowView {
+ public:
+  explicit VariantRowView(const std::vector<Variant>& row) : row_(row) {}
+  Kind kind(int column) const override {
+    const Variant& v = row_[static_cast<size_t>(column)];
+    switch (v.type()) {
+      case VariantType::kEmpty:
+      case VariantType::kNull:
+        return Kind::kNull;
+      case VariantType::kLong:
+        return Kind::kInteger;
+      case VariantType::kDouble:
+        return Kind::kFloat;
+      case VariantType::kString:
+        return Kind::kText;
+      default:
+        return Kind::kOther;
+    }
+  }
+  int64_t integer(int column) const override { return *row_[static_cast<size_t>(column)].AsLong(); }
+  double number(int column) const override { return row_[static_cast<size_t>(column)].ToDouble(); }
+  std::string_view text(int column) const override {
+    return *row_[static_cast<size_t>(column)].AsString();
+  }
+  Variant value(int column) const override { return row_[static_cast<size_t>(column)]; }
+
+ private:
+  const std::vector<Variant>& row_;
+};
+
+}  // namespace
+
+void Connection::QueryView(std::string_view sql, const Params& params, const RowViewSink& sink) {
+  QueryRows(sql, params, [&](std::vector<Variant>& row) { sink(VariantRowView(row)); });
+}
+
 Variant Connection::QueryValue(std::string_view sql, const Params& params) {
   auto rs = Query(sql, params);
   if (rs->Eof() || rs->columns().empty()) return Variant();
@@ -159,6 +198,12 @@ void QueryIn(Connection& c, const std::vector<int32_t>& keys, std::string_view s
              const RowSink& each, const Params& leading) {
   InChunks(c, keys, sql, leading,
            [&](const std::string& text, const Params& p) { c.QueryRows(text, p, each); });
+}
+
+void QueryIn(Connection& c, const std::vector<int32_t>& keys, std::string_view sql,
+             const RowViewSink& each, const Params& leading) {
+  InChunks(c, keys, sql, leading,
+           [&](const std::string& text, const Params& p) { c.QueryView(text, p, each); });
 }
 
 void QueryIn(Connection& c, const std::vector<std::string>& keys, std::string_view sql,

@@ -45,47 +45,81 @@ Declared FromDecltype(const char* decl) {
   return Declared::kNone;
 }
 
-Variant ReadColumn(sqlite3_stmt* stmt, int i, Declared declared) {
+// How a column's value comes out: by its declared type where the engine
+// gives one, else by the value itself.
+RowView::Kind KindOf(sqlite3_stmt* stmt, int i, Declared declared) {
+  using Kind = RowView::Kind;
   const int storage = sqlite3_column_type(stmt, i);
-  if (storage == SQLITE_NULL) return Variant::Null();
+  if (storage == SQLITE_NULL) return Kind::kNull;
   switch (declared) {
-    case Declared::kDouble: {
+    case Declared::kDouble:
       if (storage == SQLITE_TEXT) break;  // a text in a numeric column stays what it is
-      return Variant(sqlite3_column_double(stmt, i));
-    }
+      return Kind::kFloat;
     case Declared::kLong:
-      if (storage == SQLITE_INTEGER) return Variant::FromInt64(sqlite3_column_int64(stmt, i));
       break;
     case Declared::kBoolean:
-      if (storage == SQLITE_INTEGER) return Variant(sqlite3_column_int64(stmt, i) != 0);
+      if (storage == SQLITE_INTEGER) return Kind::kOther;
       break;
-    case Declared::kText: {
-      const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
-      return Variant(std::string(text, static_cast<size_t>(sqlite3_column_bytes(stmt, i))));
-    }
+    case Declared::kText:
+      return Kind::kText;
     case Declared::kDate:
-      if (storage == SQLITE_TEXT) {
-        const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
-        std::string s(text, static_cast<size_t>(sqlite3_column_bytes(stmt, i)));
-        if (auto d = Date::Parse(s)) return Variant(*d);
-        return Variant(std::move(s));
-      }
+      if (storage == SQLITE_TEXT) return Kind::kOther;
       break;
     case Declared::kNone:
       break;
   }
   switch (storage) {
     case SQLITE_INTEGER:
-      return Variant::FromInt64(sqlite3_column_int64(stmt, i));
+      return Kind::kInteger;
     case SQLITE_FLOAT:
-      return Variant(sqlite3_column_double(stmt, i));
-    default: {
-      const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
-      return Variant(
-          std::string(text ? text : "", static_cast<size_t>(sqlite3_column_bytes(stmt, i))));
-    }
+      return Kind::kFloat;
+    default:
+      return Kind::kText;
   }
 }
+
+std::string_view TextOf(sqlite3_stmt* stmt, int i) {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i));
+  return {text ? text : "", static_cast<size_t>(sqlite3_column_bytes(stmt, i))};
+}
+
+Variant ReadColumn(sqlite3_stmt* stmt, int i, Declared declared) {
+  switch (KindOf(stmt, i, declared)) {
+    case RowView::Kind::kNull:
+      return Variant::Null();
+    case RowView::Kind::kInteger:
+      return Variant::FromInt64(sqlite3_column_int64(stmt, i));
+    case RowView::Kind::kFloat:
+      return Variant(sqlite3_column_double(stmt, i));
+    case RowView::Kind::kText:
+      return Variant(std::string(TextOf(stmt, i)));
+    case RowView::Kind::kOther:
+      break;
+  }
+  if (declared == Declared::kBoolean) return Variant(sqlite3_column_int64(stmt, i) != 0);
+  // A date column holding text: the date it names, else the text as it is.
+  std::string s(TextOf(stmt, i));
+  if (auto d = Date::Parse(s)) return Variant(*d);
+  return Variant(std::move(s));
+}
+
+// The current row of a statement.
+class StatementRow : public RowView {
+ public:
+  StatementRow(sqlite3_stmt* stmt, const std::vector<Declared>& declared)
+      : stmt_(stmt), declared_(declared) {}
+  Kind kind(int i) const override { return KindOf(stmt_, i, declared_[static_cast<size_t>(i)]); }
+  int64_t integer(int i) const override { return sqlite3_column_int64(stmt_, i); }
+  double number(int i) const override { return sqlite3_column_double(stmt_, i); }
+  std::string_view text(int i) const override { return TextOf(stmt_, i); }
+  Variant value(int i) const override {
+    return ReadColumn(stmt_, i, declared_[static_cast<size_t>(i)]);
+  }
+
+ private:
+  sqlite3_stmt* stmt_;
+  const std::vector<Declared>& declared_;
+};
 
 void Bind(sqlite3* db, sqlite3_stmt* stmt, const Params& params) {
   const int expected = sqlite3_bind_parameter_count(stmt);
@@ -196,6 +230,19 @@ class SqliteConnection : public Connection {
         row.push_back(ReadColumn(stmt.get(), i, declared[static_cast<size_t>(i)]));
       sink(row);
     }
+    if (rc != SQLITE_DONE) ThrowSqlite(db_, rc, sql);
+  }
+
+  void QueryView(std::string_view sql, const Params& params, const RowViewSink& sink) override {
+    StmtPtr stmt = PrepareRaw(sql);
+    Bind(db_, stmt.get(), params);
+    const int n = sqlite3_column_count(stmt.get());
+    std::vector<Declared> declared;
+    for (int i = 0; i < n; ++i)
+      declared.push_back(FromDecltype(sqlite3_column_decltype(stmt.get(), i)));
+    const StatementRow row(stmt.get(), declared);
+    int rc;
+    while ((rc = sqlite3_step(stmt.get())) == SQLITE_ROW) sink(row);
     if (rc != SQLITE_DONE) ThrowSqlite(db_, rc, sql);
   }
 

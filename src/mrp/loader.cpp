@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -19,11 +20,66 @@ namespace {
 
 using Row = std::vector<Variant>;
 
+using View = db::RowView;
+using Kind = db::RowView::Kind;
+
+// Values of a row read straight from a view: the common kinds at once,
+// anything else through the variant QueryRows would give, so that every
+// value converts exactly as it always did.
+OptInt Int(const Variant& v) {
+  if (v.IsNull() || v.IsEmpty()) return std::nullopt;
+  return v.ToLong();
+}
+OptNum Num(const Variant& v) {
+  if (v.IsNull() || v.IsEmpty()) return std::nullopt;
+  return v.ToDouble();
+}
+OptText Text(const Variant& v) {
+  if (v.IsNull() || v.IsEmpty()) return std::nullopt;
+  return v.ToText();
+}
+bool IsNull(const View& r, int i) { return r.kind(i) == Kind::kNull; }
+bool FitsLong(int64_t v) {
+  return v >= std::numeric_limits<int32_t>::min() && v <= std::numeric_limits<int32_t>::max();
+}
+OptInt Int(const View& r, int i) {
+  const Kind kind = r.kind(i);
+  if (kind == Kind::kNull) return std::nullopt;
+  if (kind == Kind::kInteger) {
+    if (const int64_t v = r.integer(i); FitsLong(v)) return static_cast<int32_t>(v);
+  }
+  return Int(r.value(i));
+}
+int32_t Long(const View& r, int i) {
+  if (r.kind(i) == Kind::kInteger) {
+    if (const int64_t v = r.integer(i); FitsLong(v)) return static_cast<int32_t>(v);
+  }
+  return r.value(i).ToLong();
+}
+OptNum Num(const View& r, int i) {
+  const Kind kind = r.kind(i);
+  if (kind == Kind::kNull) return std::nullopt;
+  if (kind == Kind::kInteger) return static_cast<double>(r.integer(i));
+  if (kind == Kind::kFloat) return r.number(i);
+  return Num(r.value(i));
+}
+OptText Text(const View& r, int i) {
+  const Kind kind = r.kind(i);
+  if (kind == Kind::kNull) return std::nullopt;
+  if (kind == Kind::kText) return std::string(r.text(i));
+  return Text(r.value(i));
+}
+
 // The whole number a key column holds, as "key in (ids)" compares it.
-std::optional<int32_t> WholeId(const Variant& k) {
-  if (const int32_t* id = k.AsLong()) return *id;
-  const double* d = k.AsDouble();
-  if (d && std::trunc(*d) == *d && std::fabs(*d) < 2147483648.0) return static_cast<int32_t>(*d);
+std::optional<int32_t> WholeId(const View& r, int i) {
+  const Kind kind = r.kind(i);
+  if (kind == Kind::kInteger) {
+    const int64_t v = r.integer(i);
+    return FitsLong(v) ? std::optional<int32_t>(static_cast<int32_t>(v)) : std::nullopt;
+  }
+  if (kind != Kind::kFloat) return std::nullopt;
+  const double d = r.number(i);
+  if (std::trunc(d) == d && std::fabs(d) < 2147483648.0) return static_cast<int32_t>(d);
   return std::nullopt;
 }
 
@@ -41,7 +97,7 @@ std::optional<int32_t> WholeId(const Variant& k) {
 template <class T>
 class TableByIds {
  public:
-  using Make = T (*)(Row&);
+  using Make = T (*)(const View&);
   TableByIds(db::Connection& c, std::string select_list, std::string table, std::string key,
              size_t key_position, Make make, bool rounds)
       : c_(c),
@@ -60,20 +116,21 @@ class TableByIds {
       if (d.PrefersSets() || ids.size() * 8 < Rows()) {
         db::QueryIn(c_, ids,
                     "select " + select_ + " from " + table_ + " where " + key_ + " in (%IDS%)",
-                    [&](Row& r) { each(make_(r)); });
+                    [&](const View& r) { each(make_(r)); });
         return;
       }
       if (!rounds_) {
         const std::unordered_set<int32_t> wanted(ids.begin(), ids.end());
-        c_.QueryRows("select " + select_ + " from " + table_, {}, [&](Row& r) {
-          const auto id = WholeId(r[key_position_]);
+        c_.QueryView("select " + select_ + " from " + table_, {}, [&](const View& r) {
+          const auto id = WholeId(r, static_cast<int>(key_position_));
           if (id && wanted.count(*id)) each(make_(r));
         });
         return;
       }
       scanned_ = true;
-      c_.QueryRows("select " + select_ + " from " + table_, {}, [&](Row& r) {
-        if (const auto id = WholeId(r[key_position_])) kept_[*id].push_back(make_(r));
+      c_.QueryView("select " + select_ + " from " + table_, {}, [&](const View& r) {
+        if (const auto id = WholeId(r, static_cast<int>(key_position_)))
+          kept_[*id].push_back(make_(r));
       });
     }
     for (int32_t id : ids) {
@@ -101,18 +158,6 @@ class TableByIds {
   std::unordered_map<int32_t, std::vector<T>> kept_;
 };
 
-OptInt Int(const Variant& v) {
-  if (v.IsNull() || v.IsEmpty()) return std::nullopt;
-  return v.ToLong();
-}
-OptNum Num(const Variant& v) {
-  if (v.IsNull() || v.IsEmpty()) return std::nullopt;
-  return v.ToDouble();
-}
-OptText Text(const Variant& v) {
-  if (v.IsNull() || v.IsEmpty()) return std::nullopt;
-  return v.ToText();
-}
 std::optional<Date> When(const Variant& v) {
   if (const Date* d = v.AsDate()) return *d;
   if (const std::string* s = v.AsString()) {
@@ -125,21 +170,21 @@ std::optional<Date> When(const Variant& v) {
 std::map<ItemAux, OptNum> Figures(db::Connection& c, const std::string& sql,
                                   const db::Params& params = {}) {
   std::map<ItemAux, OptNum> out;
-  c.QueryRows(sql, params, [&](Row& r) { out[{r[0].ToLong(), Int(r[1])}] = Num(r[2]); });
+  c.QueryView(sql, params, [&](const View& r) { out[{Long(r, 0), Int(r, 1)}] = Num(r, 2); });
   return out;
 }
 
-BomHeader MakeHeader(Row& r) {
-  return {r[0].ToLong(), r[1].ToLong(), Num(r[2]), Int(r[3]), Int(r[4]), Int(r[5])};
+BomHeader MakeHeader(const View& r) {
+  return {Long(r, 0), Long(r, 1), Num(r, 2), Int(r, 3), Int(r, 4), Int(r, 5)};
 }
-BomChild MakeLine(Row& r) {
-  return {r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
-          Num(r[4]),     Int(r[5]),     Int(r[6]),     Text(r[7])};
+BomChild MakeLine(const View& r) {
+  return {Long(r, 0), Long(r, 1), Long(r, 2), Num(r, 3),
+          Num(r, 4),  Int(r, 5),  Int(r, 6),  Text(r, 7)};
 }
-std::pair<int32_t, Item> MakeItem(Row& r) {
+std::pair<int32_t, Item> MakeItem(const View& r) {
   return {
-      r[0].ToLong(),
-      {Int(r[1]), Text(r[2]), Text(r[3]), Text(r[4]), Int(r[5]), Num(r[6]), Int(r[7]), Int(r[8])}};
+      Long(r, 0),
+      {Int(r, 1), Text(r, 2), Text(r, 3), Text(r, 4), Int(r, 5), Num(r, 6), Int(r, 7), Int(r, 8)}};
 }
 
 }  // namespace
@@ -182,14 +227,14 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
   in.items.reserve(in.items.size() + all.size());
   items.Read(
       all, [&](std::pair<int32_t, Item>&& item) { in.items[item.first] = std::move(item.second); });
-  c.QueryRows("select FMeasureUnitID, FName from t_MeasureUnit", {}, [&](Row& r) {
-    if (!r[0].IsNull()) in.unit_names[r[0].ToLong()] = r[1].IsNull() ? "" : r[1].ToText();
+  c.QueryView("select FMeasureUnitID, FName from t_MeasureUnit", {}, [&](const View& r) {
+    if (!IsNull(r, 0)) in.unit_names[Long(r, 0)] = Text(r, 1).value_or("");
   });
-  c.QueryRows("select FItemID, FName from t_AuxItem", {}, [&](Row& r) {
-    if (!r[0].IsNull()) in.aux_names[r[0].ToLong()] = Text(r[1]);
+  c.QueryView("select FItemID, FName from t_AuxItem", {}, [&](const View& r) {
+    if (!IsNull(r, 0)) in.aux_names[Long(r, 0)] = Text(r, 1);
   });
-  c.QueryRows("select FInterID from t_SubMessage where FID = 'zt01'", {}, [&](Row& r) {
-    if (!r[0].IsNull()) in.approved_use_status.insert(r[0].ToLong());
+  c.QueryView("select FInterID from t_SubMessage where FID = 'zt01'", {}, [&](const View& r) {
+    if (!IsNull(r, 0)) in.approved_use_status.insert(Long(r, 0));
   });
 }
 
@@ -212,8 +257,8 @@ DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
   }
   db::QueryIn(c, std::vector<int32_t>(sales_orders.begin(), sales_orders.end()),
               "select FInterID, FEntryID, FDate from SEOrderEntry where FInterID in (%IDS%)",
-              [&](Row& r) {
-                sales_dates_[{r[0].ToLong(), r[1].ToLong()}] = When(r[2]);
+              [&](const View& r) {
+                sales_dates_[{Long(r, 0), Long(r, 1)}] = When(r.value(2));
               });
   std::set<std::string> numbers;
   for (const auto& line : bill_numbers_per_line) numbers.insert(line.begin(), line.end());
@@ -295,15 +340,15 @@ void LoadTasks(db::Connection& c, const std::vector<int32_t>& demand_tasks, Inpu
   db::QueryIn(
       c, demand_tasks,
       "select FInterID, FItemID, FQty from " + task.header_table + " where FInterID in (%IDS%)",
-      [&](Row& r) {
-        in.task_headers[r[0].ToLong()] = {r[0].ToLong(), Int(r[1]), Num(r[2])};
+      [&](const View& r) {
+        in.task_headers[Long(r, 0)] = {Long(r, 0), Int(r, 1), Num(r, 2)};
       });
   db::QueryIn(c, demand_tasks,
               "select FInterID, FEntryID, FItemID, FPlanQty, FAuxPropID, FScrapRate, FNote from " +
                   task.entry_table + " where FInterID in (%IDS%) order by FInterID, FEntryID",
-              [&](Row& r) {
-                in.task_entries.push_back({r[0].ToLong(), r[1].ToLong(), r[2].ToLong(), Num(r[3]),
-                                           Int(r[4]), Num(r[5]), Text(r[6])});
+              [&](const View& r) {
+                in.task_entries.push_back({Long(r, 0), Long(r, 1), Long(r, 2), Num(r, 3), Int(r, 4),
+                                           Num(r, 5), Text(r, 6)});
               });
 }
 
@@ -322,8 +367,8 @@ void LoadIssued(db::Connection& c, const std::vector<int32_t>& demand_tasks,
                   " where v1.FInterID in (%IDS%)" +
                   (count_unchecked_bills ? "" : " and s1.FCheckerID > 0") +
                   " group by u1.FItemID, u1.FAuxPropID",
-              [&](Row& r) {
-                in.issued.push_back({r[0].ToLong(), Int(r[1]), Num(r[2])});
+              [&](const View& r) {
+                in.issued.push_back({Long(r, 0), Int(r, 1), Num(r, 2)});
               });
 }
 
@@ -337,9 +382,9 @@ OpenSupply LoadOpenSupply(db::Connection& c, const std::vector<int32_t>& warehou
                           " where i.FStockID in (%IDS%)") +
                   (count_virtual ? "" : " and s.FTypeID <> 502") +
                   " group by i.FItemID, i.FAuxPropID",
-              [&](Row& r) {
-                const OptNum v = Num(r[2]);
-                auto [it, inserted] = out.stock.try_emplace({r[0].ToLong(), Int(r[1])}, v);
+              [&](const View& r) {
+                const OptNum v = Num(r, 2);
+                auto [it, inserted] = out.stock.try_emplace({Long(r, 0), Int(r, 1)}, v);
                 if (!inserted && v) it->second = it->second ? OptNum(*it->second + *v) : v;
               });
   out.moving = Figures(
@@ -391,7 +436,9 @@ void LoadProducingAndHistory(db::Connection& c, Input& in) {
   std::vector<int32_t> materials;
   for (const auto& [id, item] : in.items) materials.push_back(id);
   std::sort(materials.begin(), materials.end());
-  auto history = [&](Row& r) { in.history.push_back({r[0].ToLong(), Int(r[1]), When(r[2])}); };
+  auto history = [&](const View& r) {
+    in.history.push_back({Long(r, 0), Int(r, 1), When(r.value(2))});
+  };
   db::QueryIn(
       c, materials,
       "select u.FItemID, v.FSupplyID, v.FDate from POOrder v inner join POOrderEntry u"
@@ -408,9 +455,9 @@ void LoadProducingAndHistory(db::Connection& c, Input& in) {
       "select u.FItemID, v.FSupplyID, v.FDate from ICPurchase v inner join ICPurchaseEntry u"
       " on v.FInterID = u.FInterID where u.FItemID in (%IDS%) order by v.FInterID, u.FEntryID",
       history);
-  c.QueryRows("select FItemID, FNumber, FName, FRightUserID, FDeleted from t_Supplier", {},
-              [&](Row& r) {
-                in.suppliers[r[0].ToLong()] = {Text(r[1]), Text(r[2]), Text(r[3]), Int(r[4])};
+  c.QueryView("select FItemID, FNumber, FName, FRightUserID, FDeleted from t_Supplier", {},
+              [&](const View& r) {
+                in.suppliers[Long(r, 0)] = {Text(r, 1), Text(r, 2), Text(r, 3), Int(r, 4)};
               });
 }
 
