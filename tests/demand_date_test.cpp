@@ -19,7 +19,8 @@ class DemandDate : public DemoDbTest {
   Date DateOf(std::vector<DictionaryPtr> rows, std::vector<std::string> numbers) {
     auto source = Vector::Create();
     for (auto& r : rows) source->Add(r);
-    mrp::DemandDates dates(conn(), source, {numbers});
+    mrp::DemandDates dates(source, {numbers});
+    dates.Load(conn());
     return dates.For(numbers);
   }
 };

@@ -238,9 +238,9 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
   });
 }
 
-DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
+DemandDates::DemandDates(const VectorPtr& source_data,
                          const std::vector<std::vector<std::string>>& bill_numbers_per_line) {
-  std::set<int32_t> sales_orders;
+  std::set<int32_t>& sales_orders = sales_orders_;
   if (source_data) {
     for (const auto& row : source_data->rows()) {
       const Variant* type = row->Find("Ftrantype");
@@ -255,14 +255,16 @@ DemandDates::DemandDates(db::Connection& c, const VectorPtr& source_data,
       if (s.has_type && s.type == kTranSalesOrder) sales_orders.insert(s.inter_id);
     }
   }
-  db::QueryIn(c, std::vector<int32_t>(sales_orders.begin(), sales_orders.end()),
+  for (const auto& line : bill_numbers_per_line) numbers_.insert(line.begin(), line.end());
+}
+
+void DemandDates::Load(db::Connection& c) {
+  db::QueryIn(c, std::vector<int32_t>(sales_orders_.begin(), sales_orders_.end()),
               "select FInterID, FEntryID, FDate from SEOrderEntry where FInterID in (%IDS%)",
               [&](const View& r) {
                 sales_dates_[{Long(r, 0), Long(r, 1)}] = When(r.value(2));
               });
-  std::set<std::string> numbers;
-  for (const auto& line : bill_numbers_per_line) numbers.insert(line.begin(), line.end());
-  const std::vector<std::string> list(numbers.begin(), numbers.end());
+  const std::vector<std::string> list(numbers_.begin(), numbers_.end());
   auto earliest = [](std::map<std::string, std::optional<Date>>& into) {
     return [&into](Row& r) {
       if (r[0].IsNull()) return;

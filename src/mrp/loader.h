@@ -25,10 +25,14 @@ void LoadBoms(db::Connection& connection, const std::vector<int32_t>& item_ids, 
 // "/"); `source_data` the rows the planner selected. Throws, as the report
 // always failed, when the source rows name no sales-order line for a sales
 // demand or a source type other than 81, 85 and 91 is in hand.
+//
+// Made from the source rows and every line's numbers; Load() then reads the
+// dates they name (on any session, any thread), before the first For().
 class DemandDates {
  public:
-  DemandDates(db::Connection& connection, const VectorPtr& source_data,
+  DemandDates(const VectorPtr& source_data,
               const std::vector<std::vector<std::string>>& bill_numbers_per_line);
+  void Load(db::Connection& connection);
   Date For(const std::vector<std::string>& bill_numbers) const;
 
  private:
@@ -41,6 +45,8 @@ class DemandDates {
   std::unordered_map<std::string, std::vector<Source>> source_by_number_;  // FBillNO -> rows
   std::set<size_t> number_lengths_;                                        // of the keys above
   int type_in_hand_ = 0;  // the first task type (85, 91) met, else the last type
+  std::set<int32_t> sales_orders_;  // named by the source rows
+  std::set<std::string> numbers_;   // the lines' bill numbers
   mutable std::map<std::vector<std::string>, Date> cache_;
   std::map<std::pair<int32_t, int32_t>, std::optional<Date>> sales_dates_;
   std::map<std::string, std::optional<Date>> mo_dates_, out_mo_dates_;

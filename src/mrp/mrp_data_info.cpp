@@ -5,6 +5,7 @@
 #include <chrono>
 #include <future>
 #include <set>
+#include <thread>
 #include <unordered_map>
 
 #include "mrp/calculation.h"
@@ -129,15 +130,37 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     const std::vector<int32_t> warehouses =
         db::ParseIdList(Trim(sStockKey).empty() ? "0" : sStockKey, "warehouse list sStockKey");
     const bool count_virtual = filter->Get("Virtual").ToValue() != 0;
-    // Stock and open orders depend on nothing the bills bring: where a
-    // second session is cheap, it reads them while this one walks the bills.
-    // Its errors surface where the figures are taken, as if read there.
-    std::future<mrp::OpenSupply> open_supply;
+    // The required dates (of every line's bills: the lines dropped later
+    // only leave some unused), stock and open orders depend on nothing the
+    // bills bring. Where a second session is cheap, it reads them, in that
+    // order, while this one walks the bills; their errors surface where each
+    // is taken, as if read there.
+    std::vector<std::vector<std::string>> every_line_numbers;
+    for (const auto& row : lines->rows())
+      every_line_numbers.push_back(BillNumbers(row->Get("FBillNo").ToText()));
+    const Variant source = filter->Get("SourceData");
+    mrp::DemandDates dates(source.AsVector(), every_line_numbers);
+    std::promise<void> dates_read;
+    std::promise<mrp::OpenSupply> supply_read;
+    std::future<void> dates_ready;
+    std::future<mrp::OpenSupply> supply_ready;
+    std::jthread side_reads;
     if (db::ConnectionPtr reader = context_->OpenReader()) {
-      open_supply =
-          std::async(std::launch::async, [&warehouses, count_virtual, reader = std::move(reader)] {
-            return mrp::LoadOpenSupply(*reader, warehouses, count_virtual);
-          });
+      dates_ready = dates_read.get_future();
+      supply_ready = supply_read.get_future();
+      side_reads = std::jthread([&, reader = std::move(reader)] {
+        try {
+          dates.Load(*reader);
+          dates_read.set_value();
+        } catch (...) {
+          dates_read.set_exception(std::current_exception());
+        }
+        try {
+          supply_read.set_value(mrp::LoadOpenSupply(*reader, warehouses, count_virtual));
+        } catch (...) {
+          supply_read.set_exception(std::current_exception());
+        }
+      });
     }
 
     std::vector<int32_t> demand_items, demand_tasks;
@@ -173,10 +196,13 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     const bool count_unchecked =
         Variant(GetSystemProfile(c, "IC", "UPSTOCKWHENSAVE", "1")).ToValue() != 0;
 
-    std::vector<std::vector<std::string>> numbers;
+    std::vector<std::vector<std::string>> numbers;  // of the lines kept
     for (const auto& row : lines->rows()) numbers.push_back(BillNumbers(row->Get("FBillNo").ToText()));
-    const Variant source = filter->Get("SourceData");
-    const mrp::DemandDates dates(c, source.AsVector(), numbers);
+    if (dates_ready.valid()) {
+      dates_ready.get();
+    } else {
+      dates.Load(c);
+    }
     for (size_t i = 0; i < lines->rows().size(); ++i) {
       const DictionaryPtr& row = lines->rows()[i];
       mrp::DemandLine d;
@@ -198,8 +224,8 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     o.produc = SwitchOn(filter, "Produc");
     o.mid_stock = SwitchOn(filter, "MidStockQty");
     mrp::LoadIssued(c, demand_tasks, count_unchecked, in);
-    mrp::OpenSupply open =
-        open_supply.valid() ? open_supply.get() : mrp::LoadOpenSupply(c, warehouses, count_virtual);
+    mrp::OpenSupply open = supply_ready.valid() ? supply_ready.get()
+                                                : mrp::LoadOpenSupply(c, warehouses, count_virtual);
     in.stock = std::move(open.stock);
     in.moving = std::move(open.moving);
     in.unsold = std::move(open.unsold);
