@@ -101,7 +101,7 @@ TEST_P(Database, RowViewsSayWhatRowsGive) {
                                      : "select 1, 2.5, 'x', null, 3000000000";
   using Kind = db::RowView::Kind;
   int values = 0;
-  for (const std::string sql :
+  for (const std::string& sql :
        {std::string("select FID, FQty, FRate, FName, FDate from t_Probe"),
         std::string("select FInt, FBig, FBit, FText from t_Kinds"), expression}) {
     std::vector<std::vector<Variant>> rows;
