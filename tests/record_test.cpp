@@ -382,6 +382,21 @@ TEST(JsonStreams, WriterPrintsWhatTheDocumentPrints) {
   EXPECT_EQ(Streamed(Variant(outer)), ToJson(Variant(outer)).dump(2));
 
   std::mt19937 rng(20261122);
+  // Whole numbers of every size up to past 10^15, printed the short way
+  // below it, and their neighbours.
+  auto whole = Vector::Create();
+  for (int i = 0; i < 3000; ++i) {
+    const double magnitude = std::pow(10.0, static_cast<double>(rng() % 17));
+    double d = std::floor(static_cast<double>(rng()) / 4294967296.0 * magnitude * 1.5);
+    if (i % 5 == 1) d = -d;
+    if (i % 5 == 2) d = std::nextafter(d, 1e300);
+    if (i % 5 == 3) d = 999999999999999.0 + static_cast<double>(i % 3);
+    auto row = Dictionary::Create();
+    row->Set("d", d);
+    whole->Add(row);
+  }
+  EXPECT_EQ(Streamed(Variant(whole), 64), ToJson(Variant(whole)).dump(2));
+
   for (int round = 0; round < 400; ++round) {
     const Variant v = RandomValue(rng, 0);
     ASSERT_EQ(Streamed(v, 1 + rng() % 64), ToJson(v).dump(2)) << "round " << round;

@@ -5,7 +5,10 @@
 
 #include <functional>
 #include <optional>
+#include <set>
 #include <span>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "mrp/model.h"
@@ -74,7 +77,7 @@ class BomIndex {
   std::vector<uint32_t> first_line_;               // by position, and one past the last
   std::vector<Line> lines_;
   std::unordered_map<int32_t, const BomHeader*> approved_;
-  std::set<int32_t> approved_in_use_;
+  std::unordered_set<int32_t> approved_in_use_;
   mutable bool loops_found_ = false;
   mutable std::set<int32_t> looping_;
 };

@@ -564,6 +564,16 @@ void JsonWriter::Double(double value) {
     Raw("null");
     return;
   }
+  // A whole number below 10^15 prints as its digits and ".0" in the
+  // library's form too; quantities mostly are whole.
+  if (std::fabs(value) < 1e15 && value == std::trunc(value) && !std::signbit(value)) {
+    char digits[24];
+    char* end = std::to_chars(digits, digits + sizeof digits, static_cast<int64_t>(value)).ptr;
+    *end++ = '.';
+    *end++ = '0';
+    Raw(std::string_view(digits, static_cast<size_t>(end - digits)));
+    return;
+  }
   // The library's own shortest form (a whole number gets ".0").
   char digits[64];
   char* end = nlohmann::detail::to_chars(digits, digits + sizeof digits, value);
