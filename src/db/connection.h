@@ -79,11 +79,11 @@ class Connection {
   virtual void Rollback() = 0;
   virtual bool InTransaction() const = 0;
 
-  // A second session on the same database for reads beside this one, on
-  // another thread, where a session costs little (the embedded engine's
-  // file); nullptr where it would cost a login, or could not see the same
-  // data (an in-memory database). It sees what is committed, never this
-  // session's open transaction, and cannot write.
+  // A second session on the same database, for reads on another thread
+  // beside this one (an SQLite file opened read-only, a second login to a
+  // server); nullptr where it could not see the same data (an in-memory
+  // database). It sees what is committed, never this session's open
+  // transaction.
   virtual std::unique_ptr<Connection> OpenReader() const { return nullptr; }
 
   // Convenience: first column of the first row, Empty when there is no row.

@@ -29,10 +29,11 @@ class TransContext {
   virtual db::Connection& connection() = 0;
   virtual void SetAbort() = 0;
   virtual void SetComplete() = 0;
-  // A session for reads on another thread beside the bound one, where that
-  // is sound and cheap (Connection::OpenReader): only for a call's own unit
-  // of work, whose reads come before any change of its own. nullptr when
-  // the call joined a caller's unit (it may hold changes not committed).
+  // A session for reads on another thread beside the bound one
+  // (Connection::OpenReader), where that is sound: only for a call's own
+  // unit of work, whose reads come before any change of its own. nullptr
+  // when the call joined a caller's unit (it may hold changes not
+  // committed) or is nested in another call.
   virtual db::ConnectionPtr OpenReader() { return nullptr; }
 };
 

@@ -132,7 +132,7 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     const bool count_virtual = filter->Get("Virtual").ToValue() != 0;
     // The required dates (of every line's bills: the lines dropped later
     // only leave some unused), stock and open orders depend on nothing the
-    // bills bring. Where a second session is cheap, it reads them, in that
+    // bills bring. Where a second session may read them, it does, in that
     // order, while this one walks the bills; their errors surface where each
     // is taken, as if read there.
     std::vector<std::vector<std::string>> every_line_numbers;
