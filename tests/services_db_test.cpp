@@ -161,6 +161,26 @@ TEST_P(Services, CallsJoinTheCallersUnitOfWork) {
   EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 23").ToLong(), 0);
 }
 
+// A second session for reads is offered only to a call's own unit of work:
+// never before a bind, inside a nested call or a caller's unit of work,
+// whose changes not yet committed it would not see.
+TEST_P(Services, ASideReaderOnlyForACallsOwnUnitOfWork) {
+  StandaloneContext context;
+  EXPECT_EQ(context.OpenReader(), nullptr);
+  context.Bind(dsn());
+  EXPECT_NE(context.OpenReader(), nullptr);
+  context.Bind(dsn());
+  EXPECT_EQ(context.OpenReader(), nullptr);
+  context.SetComplete();
+  EXPECT_NE(context.OpenReader(), nullptr);
+  context.SetComplete();
+  EXPECT_EQ(context.OpenReader(), nullptr);
+  UnitOfWork unit(dsn());
+  context.Bind(dsn());
+  EXPECT_EQ(context.OpenReader(), nullptr);
+  context.SetComplete();
+}
+
 TEST_P(Services, PooledSessionsComeBackOnlyOutsideATransaction) {
   auto pool = std::make_shared<ConnectionPool>();
   db::ConnectionPtr first = pool->Take(dsn());

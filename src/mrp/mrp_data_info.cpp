@@ -20,6 +20,10 @@ namespace {
 constexpr const char* kBomLoopMessage = "以下产品的Bom子件存在死循环,请修改！";
 constexpr const char* kMessageCaption = "Zorvik提示";
 
+// Below this many demand lines the reads a second session could take off
+// the first cost less than opening it (a login, on a server).
+constexpr int32_t kLinesForSideReads = 1000;
+
 // A switch of dctFilter is on when it equals 1 (a Boolean True counts too).
 bool SwitchOn(const DictionaryPtr& filter, const char* key) {
   const Variant v = filter->Get(key);
@@ -145,7 +149,9 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     std::future<void> dates_ready;
     std::future<mrp::OpenSupply> supply_ready;
     std::jthread side_reads;
-    if (db::ConnectionPtr reader = context_->OpenReader()) {
+    db::ConnectionPtr reader;
+    if (lines->Count() >= kLinesForSideReads) reader = context_->OpenReader();
+    if (reader) {
       dates_ready = dates_read.get_future();
       supply_ready = supply_read.get_future();
       side_reads = std::jthread([&, reader = std::move(reader)] {
