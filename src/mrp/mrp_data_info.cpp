@@ -139,11 +139,11 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     // bills bring. Where a second session may read them, it does, in that
     // order, while this one walks the bills; their errors surface where each
     // is taken, as if read there.
-    std::vector<std::vector<std::string>> every_line_numbers;
+    std::vector<std::vector<std::string>> numbers;  // by line, dropped with the line
     for (const auto& row : lines->rows())
-      every_line_numbers.push_back(BillNumbers(row->Get("FBillNo").ToText()));
+      numbers.push_back(BillNumbers(row->Get("FBillNo").ToText()));
     const Variant source = filter->Get("SourceData");
-    mrp::DemandDates dates(source.AsVector(), every_line_numbers);
+    mrp::DemandDates dates(source.AsVector(), numbers);
     std::promise<void> dates_read;
     std::promise<mrp::OpenSupply> supply_read;
     std::future<void> dates_ready;
@@ -192,6 +192,7 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
         if (boms.LoopsBack(row->Get("FItemID").ToLong())) {
           looping += row->Get("FItemName").ToText() + "(" + row->Get("FItemNumber").ToText() + ")\r\n";
           lines->Remove(i);
+          numbers.erase(numbers.begin() + (i - 1));
         }
       }
       if (!looping.empty() && host_.messages) {
@@ -202,8 +203,6 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     const bool count_unchecked =
         Variant(GetSystemProfile(c, "IC", "UPSTOCKWHENSAVE", "1")).ToValue() != 0;
 
-    std::vector<std::vector<std::string>> numbers;  // of the lines kept
-    for (const auto& row : lines->rows()) numbers.push_back(BillNumbers(row->Get("FBillNo").ToText()));
     if (dates_ready.valid()) {
       dates_ready.get();
     } else {
