@@ -403,6 +403,96 @@ TEST(JsonStreams, WriterPrintsWhatTheDocumentPrints) {
   }
 }
 
+// Rows of random cells of every kind a source may give, kept as Variants.
+class CellTable final : public RowSource {
+ public:
+  CellTable(KeyList keys, std::vector<std::vector<Variant>> rows)
+      : keys_(std::move(keys)), rows_(std::move(rows)) {}
+  size_t size() const override { return rows_.size(); }
+  const KeyList& keys() const override { return keys_; }
+  void Visit(size_t i, CellVisitor& cells) const override {
+    for (const Variant& v : rows_[i]) {
+      if (v.IsNull()) cells.Null();
+      if (const int32_t* n = v.AsLong()) cells.Long(*n);
+      if (const double* d = v.AsDouble()) cells.Double(*d);
+      if (const std::string* t = v.AsString()) cells.Text(*t);
+      if (const Date* d = v.AsDate()) cells.DateValue(*d);
+    }
+  }
+
+ private:
+  KeyList keys_;
+  std::vector<std::vector<Variant>> rows_;
+};
+
+TEST(JsonStreams, RowSourceIsWrittenAsItsRowsWouldBe) {
+  std::mt19937 rng(20261123);
+  std::vector<std::vector<Variant>> rows;
+  for (int r = 0; r < 300; ++r) {
+    std::vector<Variant> row(4);
+    for (Variant& cell : row) {
+      const unsigned kind = rng() % 5;
+      if (kind == 0) cell = Variant::Null();
+      if (kind == 1) cell = Variant(static_cast<int32_t>(rng()));
+      if (kind == 2) cell = Variant(static_cast<double>(rng() % 100000) / (1 + rng() % 1000));
+      if (kind == 3) cell = Variant(RandomText(rng));
+      if (kind == 4) cell = Variant(*Date::Parse("2026-11-23 10:30:00"));
+    }
+    rows.push_back(std::move(row));
+  }
+  auto source = std::make_shared<CellTable>(MakeKeyList({"FItemID", "F\"q", "FQty", "FDate"}),
+                                            std::move(rows));
+  // One copy read from the source, one whose rows were asked for.
+  auto streamed = Vector::Create(source);
+  auto built = Vector::Create(source);
+  ASSERT_EQ(built->Count(), 300);
+  ASSERT_EQ(built->rows().size(), 300U);
+  EXPECT_EQ(built->source(), nullptr);
+  auto outer = Dictionary::Create();
+  outer->Set("rows", Variant(streamed));
+  auto outer_built = Dictionary::Create();
+  outer_built->Set("rows", Variant(built));
+  EXPECT_EQ(Streamed(Variant(outer), 13), ToJson(Variant(outer_built)).dump(2));
+  EXPECT_EQ(Streamed(Variant(streamed), 1 << 16), Streamed(Variant(built), 1 << 16));
+  CheckJsonText(Variant(outer));
+  EXPECT_NE(streamed->source(), nullptr) << "writing and checking never build the rows";
+
+  // A source without rows or without keys, and one bad text among the rows.
+  EXPECT_EQ(Streamed(Variant(Vector::Create(std::make_shared<CellTable>(
+                MakeKeyList({"A"}), std::vector<std::vector<Variant>>{})))),
+            "[]");
+  EXPECT_EQ(Streamed(Variant(Vector::Create(
+                std::make_shared<CellTable>(KeyList(), std::vector<std::vector<Variant>>{{}})))),
+            "[\n  {}\n]");
+  auto bad = Vector::Create(std::make_shared<CellTable>(
+      MakeKeyList({"A"}),
+      std::vector<std::vector<Variant>>{{Variant("ok")}, {Variant(std::string("\xE4\xBE"))}}));
+  EXPECT_THROW(CheckJsonText(Variant(bad)), Json::type_error);
+}
+
+TEST(Vector, RowsOfASourceAreBuiltWhenAskedFor) {
+  auto source = std::make_shared<CellTable>(
+      MakeKeyList({"N", "T"}),
+      std::vector<std::vector<Variant>>{
+          {int32_t{1}, Variant("a")}, {int32_t{2}, Variant::Null()}, {int32_t{3}, Variant("c")}});
+  auto v = Vector::Create(source);
+  EXPECT_EQ(v->Count(), 3);
+  EXPECT_EQ(v->source(), source.get());
+  EXPECT_EQ(v->Item(2)->Get("T").type(), VariantType::kNull);
+  EXPECT_EQ(v->source(), nullptr);
+  v->Remove(1);
+  v->Add(Dictionary::Create());
+  ASSERT_EQ(v->Count(), 3);
+  EXPECT_EQ(v->Item(1)->Get("N").ToLong(), 2);
+  EXPECT_EQ(v->Item(2)->Get("t").ToText(), "c");
+  EXPECT_TRUE(v->Item(3)->empty());
+  // Adding first builds the source's rows ahead of the new one.
+  auto w = Vector::Create(source);
+  w->Add(Dictionary::Create());
+  EXPECT_EQ(w->Count(), 4);
+  EXPECT_EQ(w->Item(1)->Get("N").ToLong(), 1);
+}
+
 TEST(JsonStreams, TextCheckAgreesWithTheLibrary) {
   // Random bytes, most of them outside ASCII: the check refuses exactly the
   // strings the library refuses to print, with the library's message.

@@ -211,9 +211,8 @@ struct ReportRow {
   std::vector<Peg> pegs;  // with Options::peg, by demand line
 };
 
-// The report's rows. A deque: a caller turning them into other rows frees
-// each as it goes (pop_front), so that both forms of a large report are
-// never held at once.
+// The report's rows, in the report's order. A deque: tens of thousands of
+// rows grow without moving.
 using ReportRows = std::deque<ReportRow>;
 
 // The working table's column names, in order, as its table spells them.

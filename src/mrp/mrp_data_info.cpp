@@ -31,52 +31,49 @@ bool SwitchOn(const DictionaryPtr& filter, const char* key) {
   return v.ToValue() == 1;
 }
 
-Variant Cell(const mrp::OptInt& v) { return v ? Variant(*v) : Variant::Null(); }
-Variant Cell(const mrp::OptNum& v) { return v ? Variant(*v) : Variant::Null(); }
-Variant Cell(mrp::OptText&& v) { return v ? Variant(std::move(*v)) : Variant::Null(); }
-Variant Cell(const std::optional<Date>& v) { return v ? Variant(*v) : Variant::Null(); }
-
-// Texts move into the row: the calculation's rows are dropped after.
-DictionaryPtr ToDictionary(mrp::ReportRow&& r) {
-  Variant cells[] = {Cell(r.item_id),
-                     Cell(r.bom_item_id),
-                     Cell(r.inter_id),
-                     Cell(r.entry_id),
-                     Cell(r.bom_inter_id),
-                     Cell(r.bom_entry_id),
-                     Cell(r.tran_type),
-                     Cell(r.item_prop_id),
-                     Cell(std::move(r.item_prop)),
-                     Cell(std::move(r.item_number)),
-                     Cell(std::move(r.item_name)),
-                     Cell(std::move(r.item_model)),
-                     Cell(r.aux_prop_id),
-                     Cell(std::move(r.aux_prop)),
-                     Cell(r.unit_id),
-                     Cell(std::move(r.unit_name)),
-                     Cell(r.destroy_rate),
-                     Cell(r.qty_decimal),
-                     Cell(r.need_qty),
-                     Cell(r.save_qty),
-                     Cell(r.current_qty),
-                     Cell(r.moving_qty),
-                     Cell(r.unstock_qty),
-                     Cell(r.producing_qty),
-                     Cell(r.produc_qty),
-                     Cell(r.mid_stock_qty),
-                     Cell(r.suggest_qty),
-                     Cell(r.qty),
-                     Cell(std::move(r.source_no)),
-                     Cell(std::move(r.supply_number)),
-                     Cell(std::move(r.supply_name)),
-                     Cell(std::move(r.memo)),
-                     Cell(r.final),
-                     Cell(r.date)};
-  static const KeyList keys = MakeKeyList(mrp::ReportColumns());
-  auto row = Dictionary::Create(keys);
-  for (size_t i = 0; i < std::size(cells); ++i) row->SetAt(i, std::move(cells[i]));
-  return row;
+void Put(CellVisitor& cells, const mrp::OptInt& v) { v ? cells.Long(*v) : cells.Null(); }
+void Put(CellVisitor& cells, const mrp::OptNum& v) { v ? cells.Double(*v) : cells.Null(); }
+void Put(CellVisitor& cells, const mrp::OptText& v) { v ? cells.Text(*v) : cells.Null(); }
+void Put(CellVisitor& cells, const std::optional<Date>& v) {
+  v ? cells.DateValue(*v) : cells.Null();
 }
+
+// The report's rows as the calculation leaves them: the answer is written
+// from these, and only a caller that asks for the rows gets Dictionaries.
+class ReportSource final : public RowSource {
+ public:
+  explicit ReportSource(mrp::ReportRows rows) : rows_(std::move(rows)) {}
+  size_t size() const override { return rows_.size(); }
+  const KeyList& keys() const override {
+    static const KeyList keys = MakeKeyList(mrp::ReportColumns());
+    return keys;
+  }
+  void Visit(size_t i, CellVisitor& c) const override {
+    const mrp::ReportRow& r = rows_[i];
+    for (const mrp::OptInt* v : {&r.item_id, &r.bom_item_id, &r.inter_id, &r.entry_id,
+                                 &r.bom_inter_id, &r.bom_entry_id, &r.tran_type, &r.item_prop_id})
+      Put(c, *v);
+    for (const mrp::OptText* v : {&r.item_prop, &r.item_number, &r.item_name, &r.item_model})
+      Put(c, *v);
+    Put(c, r.aux_prop_id);
+    Put(c, r.aux_prop);
+    Put(c, r.unit_id);
+    Put(c, r.unit_name);
+    Put(c, r.destroy_rate);
+    Put(c, r.qty_decimal);
+    for (const mrp::OptNum* v :
+         {&r.need_qty, &r.save_qty, &r.current_qty, &r.moving_qty, &r.unstock_qty, &r.producing_qty,
+          &r.produc_qty, &r.mid_stock_qty, &r.suggest_qty, &r.qty})
+      Put(c, *v);
+    for (const mrp::OptText* v : {&r.source_no, &r.supply_number, &r.supply_name, &r.memo})
+      Put(c, *v);
+    Put(c, r.final);
+    Put(c, r.date);
+  }
+
+ private:
+  mrp::ReportRows rows_;
+};
 
 std::vector<std::string> BillNumbers(const std::string& bill_no) {
   std::vector<std::string> out;
@@ -242,13 +239,13 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
           host_.data_rights && host_.data_rights->Applies(user_id, kDataRightSuppliers);
     }
     const auto loaded = Clock::now();
-    auto out = Vector::Create();
-    static const KeyList peg_keys =
-        MakeKeyList({"FTranType", "FBillNo", "FInterID", "FEntryID", "FItemID", "FQty"});
-    for (mrp::ReportRows rows = mrp::Calculate(in, &boms); !rows.empty(); rows.pop_front()) {
-      if (pegging) {
+    mrp::ReportRows rows = mrp::Calculate(in, &boms);
+    if (pegging) {
+      static const KeyList peg_keys =
+          MakeKeyList({"FTranType", "FBillNo", "FInterID", "FEntryID", "FItemID", "FQty"});
+      for (mrp::ReportRow& row : rows) {
         auto pegs = Vector::Create();
-        for (const mrp::Peg& p : rows.front().pegs) {
+        for (const mrp::Peg& p : row.pegs) {
           const mrp::DemandLine& d = in.demand[static_cast<size_t>(p.demand)];
           auto peg = Dictionary::Create(peg_keys);
           Variant cells[] = {d.tran_type, d.bill_no, d.inter_id, d.entry_id, d.item_id, p.qty};
@@ -256,9 +253,10 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
           pegs->Add(peg);
         }
         pegging->push_back(pegs);
+        row.pegs = {};
       }
-      out->Add(ToDictionary(std::move(rows.front())));
     }
+    auto out = Vector::Create(std::make_shared<const ReportSource>(std::move(rows)));
     timings_.load_seconds = std::chrono::duration<double>(loaded - started).count();
     timings_.calculate_seconds = std::chrono::duration<double>(Clock::now() - loaded).count();
     return out;

@@ -444,6 +444,7 @@ namespace {
 
 void CheckRow(const Dictionary& row, KeyList& checked_keys);
 
+void CheckSource(const RowSource& source, KeyList& checked_keys);
 void CheckValue(const Variant& value, KeyList& checked_keys) {
   switch (value.type()) {
     case VariantType::kString:
@@ -453,6 +454,10 @@ void CheckValue(const Variant& value, KeyList& checked_keys) {
       if (const auto& d = value.AsDictionaryRef()) CheckRow(*d, checked_keys);
       break;
     case VariantType::kVector:
+      if (const RowSource* source = value.AsVectorRef()->source()) {
+        CheckSource(*source, checked_keys);
+        break;
+      }
       for (const auto& row : value.AsVectorRef()->rows()) {
         if (row) CheckRow(*row, checked_keys);
       }
@@ -477,6 +482,23 @@ void CheckRow(const Dictionary& row, KeyList& checked_keys) {
     checked_keys = row.keys();
   }
   for (size_t i = 0; i < row.size(); ++i) CheckValue(row.value(i), checked_keys);
+}
+
+void CheckSource(const RowSource& source, KeyList& checked_keys) {
+  const KeyList& keys = source.keys();
+  if (!keys || source.size() == 0) return;
+  if (keys != checked_keys) {
+    for (const auto& k : *keys) CheckJsonString(k);
+    checked_keys = keys;
+  }
+  struct Texts final : CellVisitor {
+    void Null() override {}
+    void Long(int32_t) override {}
+    void Double(double) override {}
+    void Text(std::string_view v) override { CheckJsonString(v); }
+    void DateValue(const Date&) override {}
+  } texts;
+  for (size_t r = 0; r < source.size(); ++r) source.Visit(r, texts);
 }
 
 }  // namespace
@@ -580,18 +602,18 @@ void JsonWriter::Double(double value) {
   Raw(std::string_view(digits, static_cast<size_t>(end - digits)));
 }
 
-const JsonWriter::Shape* JsonWriter::ShapeOf(const Dictionary& row, int indent) {
+const JsonWriter::Shape* JsonWriter::ShapeOf(const KeyList& keys, int indent) {
   constexpr size_t kShapes = 16;
   for (const Shape& s : shapes_) {
-    if (s.keys == row.keys() && s.indent == indent) return &s;
+    if (s.keys == keys && s.indent == indent) return &s;
   }
   // Only key lists that rows share are worth rendering ahead.
-  if (shapes_.size() >= kShapes || row.keys().use_count() < 2) return nullptr;
-  Shape& shape = shapes_.emplace_back(Shape{row.keys(), indent, {}});
-  for (size_t i = 0; i < row.size(); ++i) {
+  if (shapes_.size() >= kShapes || keys.use_count() < 2) return nullptr;
+  Shape& shape = shapes_.emplace_back(Shape{keys, indent, {}});
+  for (size_t i = 0; i < keys->size(); ++i) {
     std::string prefix = i ? ",\n" : "\n";
     prefix.append(static_cast<size_t>(indent + 2), ' ');
-    AppendQuoted(prefix, row.key(i));
+    AppendQuoted(prefix, (*keys)[i]);
     prefix.append(": ");
     shape.prefixes.push_back(std::move(prefix));
   }
@@ -604,7 +626,7 @@ void JsonWriter::Object(const Dictionary& row, int indent) {
     return;
   }
   buffer_.push_back('{');
-  if (const Shape* shape = ShapeOf(row, indent)) {
+  if (const Shape* shape = ShapeOf(row.keys(), indent)) {
     for (size_t i = 0; i < row.size(); ++i) {
       buffer_.append(shape->prefixes[i]);
       Value(row.value(i), indent + 2);
@@ -622,6 +644,70 @@ void JsonWriter::Object(const Dictionary& row, int indent) {
   Raw("}");
 }
 
+// The rows of a source as Object lays out rows with its keys; each value
+// is written as Value writes the Variant a Dictionary row would hold.
+void JsonWriter::SourceRows(const RowSource& source, int indent) {
+  const KeyList& keys = source.keys();
+  const size_t width = keys ? keys->size() : 0;
+  struct Cells final : CellVisitor {
+    JsonWriter& out;
+    const KeyList& keys;
+    const Shape* shape;
+    int indent;
+    size_t at = 0;
+    Cells(JsonWriter& o, const KeyList& k, const Shape* s, int i)
+        : out(o), keys(k), shape(s), indent(i) {}
+    void Key() {
+      if (shape) {
+        out.buffer_.append(shape->prefixes[at]);
+      } else {
+        if (at) out.buffer_.push_back(',');
+        out.Newline(indent + 2);
+        AppendQuoted(out.buffer_, (*keys)[at]);
+        out.buffer_.append(": ");
+      }
+      ++at;
+    }
+    void Null() override {
+      Key();
+      out.Raw("null");
+    }
+    void Long(int32_t v) override {
+      Key();
+      out.Long(v);
+    }
+    void Double(double v) override {
+      Key();
+      out.Double(v);
+    }
+    void Text(std::string_view v) override {
+      Key();
+      out.String(v);
+    }
+    void DateValue(const Date& v) override {
+      Key();
+      out.String(v.ToString());
+    }
+  } cells(*this, keys, width ? ShapeOf(keys, indent + 2) : nullptr, indent + 2);
+  Array(source.size(), indent, [&](size_t r) {
+    if (width == 0) {
+      Raw("{}");
+      return;
+    }
+    buffer_.push_back('{');
+    cells.at = 0;
+    source.Visit(r, cells);
+    Newline(indent + 2);
+    Raw("}");
+  });
+}
+
+void JsonWriter::Long(int32_t value) {
+  char digits[16];
+  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  Raw(std::string_view(digits, static_cast<size_t>(end - digits)));
+}
+
 void JsonWriter::Value(const Variant& value, int indent) {
   switch (value.type()) {
     case VariantType::kEmpty:
@@ -631,12 +717,9 @@ void JsonWriter::Value(const Variant& value, int indent) {
     case VariantType::kBoolean:
       Raw(*value.AsBoolean() ? "true" : "false");
       return;
-    case VariantType::kLong: {
-      char digits[16];
-      const auto end = std::to_chars(digits, digits + sizeof digits, *value.AsLong()).ptr;
-      Raw(std::string_view(digits, static_cast<size_t>(end - digits)));
+    case VariantType::kLong:
+      Long(*value.AsLong());
       return;
-    }
     case VariantType::kDouble:
       Double(*value.AsDouble());
       return;
@@ -652,6 +735,10 @@ void JsonWriter::Value(const Variant& value, int indent) {
       return;
     }
     case VariantType::kVector: {
+      if (const RowSource* source = value.AsVectorRef()->source()) {
+        SourceRows(*source, indent);
+        return;
+      }
       const auto& rows = value.AsVectorRef()->rows();
       Array(rows.size(), indent,
             [&](size_t i) { Object(rows[i] ? *rows[i] : Dictionary(), indent + 2); });

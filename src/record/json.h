@@ -73,6 +73,7 @@ class JsonWriter {
 
  private:
   void Newline(int indent);
+  void Long(int32_t value);
   void Double(double value);
   void Object(const Dictionary& row, int indent);
   template <class Element>
@@ -89,7 +90,8 @@ class JsonWriter {
     int indent;
     std::vector<std::string> prefixes;
   };
-  const Shape* ShapeOf(const Dictionary& row, int indent);
+  const Shape* ShapeOf(const KeyList& keys, int indent);
+  void SourceRows(const RowSource& source, int indent);
   std::deque<Shape> shapes_;
 };
 

@@ -292,7 +292,54 @@ bool Dictionary::Remove(std::string_view key) {
   return true;
 }
 
+DictionaryPtr RowSource::Row(size_t i) const {
+  struct ToRow final : CellVisitor {
+    Dictionary& row;
+    size_t at = 0;
+    explicit ToRow(Dictionary& r) : row(r) {}
+    void Null() override { row.SetAt(at++, Variant::Null()); }
+    void Long(int32_t v) override { row.SetAt(at++, v); }
+    void Double(double v) override { row.SetAt(at++, v); }
+    void Text(std::string_view v) override { row.SetAt(at++, std::string(v)); }
+    void DateValue(const Date& v) override { row.SetAt(at++, v); }
+  };
+  auto row = Dictionary::Create(keys());
+  ToRow cells(*row);
+  Visit(i, cells);
+  return row;
+}
+
+void Vector::Build() const {
+  if (!source_) return;
+  std::call_once(built_, [this] {
+    const size_t n = source_->size();
+    rows_.reserve(n);
+    for (size_t i = 0; i < n; ++i) rows_.push_back(source_->Row(i));
+    is_built_.store(true, std::memory_order_release);
+  });
+}
+
+const RowSource* Vector::source() const {
+  return source_ && !is_built_.load(std::memory_order_acquire) ? source_.get() : nullptr;
+}
+
+int32_t Vector::Count() const {
+  if (const RowSource* s = source()) return static_cast<int32_t>(s->size());
+  return static_cast<int32_t>(rows_.size());
+}
+
+const std::vector<DictionaryPtr>& Vector::rows() const {
+  Build();
+  return rows_;
+}
+
+void Vector::Add(DictionaryPtr row) {
+  Build();
+  rows_.push_back(std::move(row));
+}
+
 const DictionaryPtr& Vector::Item(int32_t position) const {
+  Build();
   if (position < 1 || position > Count()) {
     ThrowInvalid("Vector position " + std::to_string(position) + " is outside 1.." +
                  std::to_string(Count()));

@@ -4,8 +4,10 @@
 // ERP host: copying a Variant copies the reference, not the rows.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -164,21 +166,62 @@ class Dictionary {
   std::vector<Variant> values_;
 };
 
+// A row's values handed over one by one, in key order, without building a
+// Variant for each: what a RowSource gives a reader.
+class CellVisitor {
+ public:
+  virtual ~CellVisitor() = default;
+  virtual void Null() = 0;
+  virtual void Long(int32_t value) = 0;
+  virtual void Double(double value) = 0;
+  virtual void Text(std::string_view value) = 0;
+  virtual void DateValue(const Date& value) = 0;
+};
+
+// Rows that another representation holds until somebody asks for them: a
+// large result that is only written out is then never built as Dictionary
+// rows. Every row has the same keys, and its values are Null, Long, Double,
+// String or Date.
+class RowSource {
+ public:
+  virtual ~RowSource() = default;
+  virtual size_t size() const = 0;
+  virtual const KeyList& keys() const = 0;
+  // Row i's values, one call of `cells` per key.
+  virtual void Visit(size_t i, CellVisitor& cells) const = 0;
+  // Row i as a Dictionary with keys().
+  DictionaryPtr Row(size_t i) const;
+};
+
 // An ordered list of Dictionary rows. Its public interface is 1-based, like
-// the host's collection; internal code iterates rows() from 0.
+// the host's collection; internal code iterates rows() from 0. A Vector
+// over a RowSource builds its rows at the first question that needs them
+// (rows(), Item, Add, Remove); writers read the source directly until then.
 class Vector {
  public:
+  Vector() = default;
+  explicit Vector(std::shared_ptr<const RowSource> source) : source_(std::move(source)) {}
   static VectorPtr Create() { return std::make_shared<Vector>(); }
+  static VectorPtr Create(std::shared_ptr<const RowSource> source) {
+    return std::make_shared<Vector>(std::move(source));
+  }
 
-  int32_t Count() const { return static_cast<int32_t>(rows_.size()); }
-  void Add(DictionaryPtr row) { rows_.push_back(std::move(row)); }
+  int32_t Count() const;
+  void Add(DictionaryPtr row);
   // Throws invalid input when position is outside 1..Count().
   const DictionaryPtr& Item(int32_t position) const;
   void Remove(int32_t position);
-  const std::vector<DictionaryPtr>& rows() const { return rows_; }
+  const std::vector<DictionaryPtr>& rows() const;
+  // The source while its rows have not been built, else nullptr.
+  const RowSource* source() const;
 
  private:
-  std::vector<DictionaryPtr> rows_;
+  void Build() const;
+
+  std::shared_ptr<const RowSource> source_;
+  mutable std::once_flag built_;
+  mutable std::atomic<bool> is_built_{false};
+  mutable std::vector<DictionaryPtr> rows_;
 };
 
 std::string FoldKey(std::string_view key);
