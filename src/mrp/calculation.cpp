@@ -145,78 +145,78 @@ bool BomIndex::LoopsBack(int32_t item_id) const {
 
 // An item leads back to itself exactly when it lies on a cycle of the graph
 // "item -> component of one of its in-use bills": its strongly connected
-// component holds another item too, or it is its own component. Tarjan's
-// algorithm, without recursion (bill structures can be deep).
+// component holds another item too, or it is its own component. Only items
+// with in-use bills have edges out, so only they can lie on a cycle: the
+// graph is made of them alone. Tarjan's algorithm, without recursion (bill
+// structures can be deep).
 void BomIndex::FindLoops() const {
   loops_found_ = true;
-  std::unordered_map<int32_t, int32_t> node_of;
   std::vector<int32_t> item_of;
-  auto node = [&](int32_t item) {
-    auto [it, inserted] = node_of.try_emplace(item, static_cast<int32_t>(item_of.size()));
-    if (inserted) item_of.push_back(item);
-    return it->second;
-  };
-  std::vector<std::vector<int32_t>> edges;
-  std::vector<bool> self_edge;
-  for (const auto& [item, bills] : in_use_) {
-    const int32_t from = node(item);
-    for (const BomHeader* bill : bills) {
-      for (const Line& line : Lines(bill->inter_id)) {
-        const int32_t to = node(line.child->item_id);
-        if (edges.size() < item_of.size()) edges.resize(item_of.size());
-        edges[static_cast<size_t>(from)].push_back(to);
-      }
-    }
+  item_of.reserve(in_use_.size());
+  std::unordered_map<int32_t, int32_t> node_of;
+  node_of.reserve(in_use_.size());
+  for (const auto& entry : in_use_) {
+    node_of.emplace(entry.first, static_cast<int32_t>(item_of.size()));
+    item_of.push_back(entry.first);
   }
   const size_t n = item_of.size();
-  edges.resize(n);
-  self_edge.assign(n, false);
+  // Edges by node, packed: those of node v are edges[first_edge[v] ..
+  // first_edge[v + 1]).
+  std::vector<uint32_t> first_edge(n + 1, 0);
+  std::vector<int32_t> edges;
+  std::vector<bool> self_edge(n, false);
   for (size_t v = 0; v < n; ++v) {
-    for (int32_t w : edges[v]) {
-      if (static_cast<size_t>(w) == v) self_edge[v] = true;
+    for (const BomHeader* bill : in_use_.at(item_of[v])) {
+      for (const Line& line : Lines(bill->inter_id)) {
+        auto to = node_of.find(line.item_id);
+        if (to == node_of.end()) continue;
+        edges.push_back(to->second);
+        if (static_cast<size_t>(to->second) == v) self_edge[v] = true;
+      }
     }
+    first_edge[v + 1] = static_cast<uint32_t>(edges.size());
   }
   std::vector<int32_t> index(n, -1), low(n, 0);
   std::vector<bool> on_stack(n, false);
   std::vector<int32_t> stack;
   struct Frame {
     int32_t v;
-    size_t next_edge;
+    uint32_t next_edge;
   };
   std::vector<Frame> calls;
   int32_t counter = 0;
   for (size_t root = 0; root < n; ++root) {
     if (index[root] >= 0) continue;
-    calls.push_back({static_cast<int32_t>(root), 0});
+    calls.push_back({static_cast<int32_t>(root), first_edge[root]});
     while (!calls.empty()) {
       Frame& f = calls.back();
       const auto v = static_cast<size_t>(f.v);
-      if (f.next_edge == 0 && index[v] < 0) {
+      if (index[v] < 0) {
         index[v] = low[v] = counter++;
         stack.push_back(f.v);
         on_stack[v] = true;
       }
-      if (f.next_edge < edges[v].size()) {
-        const auto w = static_cast<size_t>(edges[v][f.next_edge++]);
+      if (f.next_edge < first_edge[v + 1]) {
+        const auto w = static_cast<size_t>(edges[f.next_edge++]);
         if (index[w] < 0) {
-          calls.push_back({static_cast<int32_t>(w), 0});
+          calls.push_back({static_cast<int32_t>(w), first_edge[w]});
         } else if (on_stack[w]) {
           low[v] = std::min(low[v], index[w]);
         }
         continue;
       }
       if (low[v] == index[v]) {
-        std::vector<int32_t> component;
-        int32_t w;
+        // The component is the stack down to v.
+        size_t bottom = stack.size();
         do {
-          w = stack.back();
-          stack.pop_back();
-          on_stack[static_cast<size_t>(w)] = false;
-          component.push_back(w);
-        } while (static_cast<size_t>(w) != v);
-        if (component.size() > 1 || self_edge[v]) {
-          for (int32_t c : component) looping_.insert(item_of[static_cast<size_t>(c)]);
+          --bottom;
+          on_stack[static_cast<size_t>(stack[bottom])] = false;
+        } while (static_cast<size_t>(stack[bottom]) != v);
+        if (stack.size() - bottom > 1 || self_edge[v]) {
+          for (size_t i = bottom; i < stack.size(); ++i)
+            looping_.insert(item_of[static_cast<size_t>(stack[i])]);
         }
+        stack.resize(bottom);
       }
       const int32_t finished = f.v;
       calls.pop_back();
