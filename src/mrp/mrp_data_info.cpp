@@ -42,7 +42,9 @@ void Put(CellVisitor& cells, const std::optional<Date>& v) {
 // from these, and only a caller that asks for the rows gets Dictionaries.
 class ReportSource final : public RowSource {
  public:
-  explicit ReportSource(mrp::ReportRows rows) : rows_(std::move(rows)) {}
+  // `working`: what the rows were worked out from, dropped with them.
+  ReportSource(mrp::ReportRows rows, std::shared_ptr<const void> working)
+      : rows_(std::move(rows)), working_(std::move(working)) {}
   size_t size() const override { return rows_.size(); }
   const KeyList& keys() const override {
     static const KeyList keys = MakeKeyList(mrp::ReportColumns());
@@ -73,6 +75,7 @@ class ReportSource final : public RowSource {
 
  private:
   mrp::ReportRows rows_;
+  std::shared_ptr<const void> working_;
 };
 
 std::vector<std::string> BillNumbers(const std::string& bill_no) {
@@ -117,7 +120,15 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
   return Run(dsn, [&](db::Connection& c) {
     if (!lines) ThrowInvalid("vctListData is Nothing: the MRP calculation needs demand lines");
     const DictionaryPtr filter = dctFilter ? dctFilter : Dictionary::Create();
-    mrp::Input in;
+    // The input and the index over its bills live as long as the answer:
+    // the caller waits for the answer, and freeing a factory's items and
+    // bills before it is written costs that caller some milliseconds.
+    struct Working {
+      mrp::Input in;
+      std::optional<const mrp::BomIndex> boms;
+    };
+    const auto working = std::make_shared<Working>();
+    mrp::Input& in = working->in;
     mrp::Options& o = in.options;
     o.task = mrp::TaskKindFromSubId(filter->GetOr("SubID", int32_t{0}).ToText());
     o.expand = SwitchOn(filter, "Expand");
@@ -179,7 +190,7 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
 
     // The bills are all loaded: the index over them serves the loop check
     // and the calculation (later loads do not touch bills or items).
-    const mrp::BomIndex boms(in);
+    const mrp::BomIndex& boms = working->boms.emplace(in);
     if (o.expand) {
       // Lines whose product's bills lead back to it are dropped, last first,
       // and named to the planner; the calculation goes on without them.
@@ -256,7 +267,7 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
         row.pegs = {};
       }
     }
-    auto out = Vector::Create(std::make_shared<const ReportSource>(std::move(rows)));
+    auto out = Vector::Create(std::make_shared<const ReportSource>(std::move(rows), working));
     timings_.load_seconds = std::chrono::duration<double>(loaded - started).count();
     timings_.calculate_seconds = std::chrono::duration<double>(Clock::now() - loaded).count();
     return out;
