@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <random>
+#include <stdexcept>
 
 #include "record/column_value.h"
 #include "record/error.h"
@@ -428,7 +429,8 @@ class CellTable final : public RowSource {
 TEST(JsonStreams, RowSourceIsWrittenAsItsRowsWouldBe) {
   std::mt19937 rng(20261123);
   std::vector<std::vector<Variant>> rows;
-  for (int r = 0; r < 300; ++r) {
+  // Enough rows for the writer to lay them out with two threads.
+  for (int r = 0; r < 2500; ++r) {
     std::vector<Variant> row(4);
     for (Variant& cell : row) {
       const unsigned kind = rng() % 5;
@@ -445,8 +447,8 @@ TEST(JsonStreams, RowSourceIsWrittenAsItsRowsWouldBe) {
   // One copy read from the source, one whose rows were asked for.
   auto streamed = Vector::Create(source);
   auto built = Vector::Create(source);
-  ASSERT_EQ(built->Count(), 300);
-  ASSERT_EQ(built->rows().size(), 300U);
+  ASSERT_EQ(built->Count(), 2500);
+  ASSERT_EQ(built->rows().size(), 2500U);
   EXPECT_EQ(built->source(), nullptr);
   auto outer = Dictionary::Create();
   outer->Set("rows", Variant(streamed));
@@ -468,6 +470,45 @@ TEST(JsonStreams, RowSourceIsWrittenAsItsRowsWouldBe) {
       MakeKeyList({"A"}),
       std::vector<std::vector<Variant>>{{Variant("ok")}, {Variant(std::string("\xE4\xBE"))}}));
   EXPECT_THROW(CheckJsonText(Variant(bad)), Json::type_error);
+}
+
+// Rows 0..n-1 of one number each; row `bad` cannot be read.
+class FailingRows final : public RowSource {
+ public:
+  FailingRows(size_t n, size_t bad) : n_(n), bad_(bad) {}
+  size_t size() const override { return n_; }
+  const KeyList& keys() const override { return keys_; }
+  void Visit(size_t i, CellVisitor& cells) const override {
+    if (i == bad_) throw std::runtime_error("row " + std::to_string(i) + " is unreadable");
+    cells.Long(static_cast<int32_t>(i));
+  }
+
+ private:
+  size_t n_, bad_;
+  KeyList keys_ = MakeKeyList({"N"});
+};
+
+TEST(JsonStreams, AFailureWhileWritingASourceStopsBothWriters) {
+  // The bad row in a block of either writer; the error is the row's own.
+  for (size_t bad : {300u, 700u, 4999u}) {
+    auto v = Vector::Create(std::make_shared<FailingRows>(5000, bad));
+    try {
+      Streamed(Variant(v), 4096);
+      ADD_FAILURE() << "row " << bad << " was written";
+    } catch (const std::runtime_error& e) {
+      EXPECT_EQ(std::string(e.what()), "row " + std::to_string(bad) + " is unreadable");
+    }
+  }
+  // A sink that fails part-way (a closed pipe): the writer gives up at once.
+  auto v = Vector::Create(std::make_shared<FailingRows>(20000, 99999));
+  size_t taken = 0;
+  JsonWriter w(
+      [&](std::string_view chunk) {
+        taken += chunk.size();
+        if (taken > 100000) throw std::runtime_error("closed");
+      },
+      4096);
+  EXPECT_THROW(w.Value(Variant(v), 0), std::runtime_error);
 }
 
 TEST(Vector, RowsOfASourceAreBuiltWhenAskedFor) {

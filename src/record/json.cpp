@@ -2,8 +2,11 @@
 #include "record/json.h"
 
 #include <charconv>
+#include <condition_variable>
 #include <cstring>
 #include <future>
+#include <mutex>
+#include <thread>
 // The fast parser's header trips GCC's may-be-uninitialized analysis in
 // its own inline code; the warning says nothing about ours.
 #pragma GCC diagnostic push
@@ -644,9 +647,10 @@ void JsonWriter::Object(const Dictionary& row, int indent) {
   Raw("}");
 }
 
-// The rows of a source as Object lays out rows with its keys; each value
-// is written as Value writes the Variant a Dictionary row would hold.
-void JsonWriter::SourceRows(const RowSource& source, int indent) {
+// Rows [from, to) of a source as Array and Object lay them out: each after
+// "," (but the first of all) and a new line, then its keys and values, each
+// value written as Value writes the Variant a Dictionary row would hold.
+void JsonWriter::SourceRowRange(const RowSource& source, size_t from, size_t to, int indent) {
   const KeyList& keys = source.keys();
   const size_t width = keys ? keys->size() : 0;
   struct Cells final : CellVisitor {
@@ -689,17 +693,93 @@ void JsonWriter::SourceRows(const RowSource& source, int indent) {
       out.String(v.ToString());
     }
   } cells(*this, keys, width ? ShapeOf(keys, indent + 2) : nullptr, indent + 2);
-  Array(source.size(), indent, [&](size_t r) {
+  for (size_t r = from; r < to; ++r) {
+    if (r) buffer_.push_back(',');
+    Newline(indent + 2);
     if (width == 0) {
       Raw("{}");
-      return;
+      continue;
     }
     buffer_.push_back('{');
     cells.at = 0;
     source.Visit(r, cells);
     Newline(indent + 2);
     Raw("}");
-  });
+  }
+}
+
+// A large source is laid out by two threads: a helper renders every other
+// block of rows into text of its own, a few blocks ahead at most, while
+// this writer renders the blocks between and hands both to the sink in
+// order.
+void JsonWriter::SourceRows(const RowSource& source, int indent) {
+  constexpr size_t kBlock = 256;  // rows
+  constexpr size_t kRowsForTwo = 4 * kBlock;
+  constexpr size_t kAhead = 4;  // blocks the helper may hold
+  const size_t n = source.size();
+  if (n == 0) {
+    Raw("[]");
+    return;
+  }
+  buffer_.push_back('[');
+  if (n < kRowsForTwo) {
+    SourceRowRange(source, 0, n, indent);
+  } else {
+    const size_t blocks = (n + kBlock - 1) / kBlock;
+    std::vector<std::string> text(blocks);
+    std::mutex mutex;
+    std::condition_variable_any changed;
+    size_t rendered = 0;  // blocks below this the helper has finished
+    size_t written = 0;   // blocks below this this writer has finished
+    std::exception_ptr error;
+    std::jthread helper([&](std::stop_token stop) {
+      try {
+        for (size_t b = 1; b < blocks; b += 2) {
+          {
+            std::unique_lock lock(mutex);
+            if (!changed.wait(lock, stop, [&] { return b < written + 2 * kAhead; })) return;
+          }
+          std::string out;
+          JsonWriter part([&](std::string_view chunk) { out.append(chunk); }, 1 << 20);
+          part.SourceRowRange(source, b * kBlock, std::min(n, (b + 1) * kBlock), indent);
+          if (out.empty()) {
+            out = std::move(part.buffer_);
+          } else {
+            part.Flush();
+          }
+          std::lock_guard lock(mutex);
+          text[b] = std::move(out);
+          rendered = b + 1;
+          changed.notify_all();
+        }
+      } catch (...) {
+        std::lock_guard lock(mutex);
+        error = std::current_exception();
+        rendered = blocks;
+        changed.notify_all();
+      }
+    });
+    for (size_t b = 0; b < blocks; ++b) {
+      if (b % 2 == 0) {
+        SourceRowRange(source, b * kBlock, std::min(n, (b + 1) * kBlock), indent);
+      } else {
+        std::string block;
+        {
+          std::unique_lock lock(mutex);
+          changed.wait(lock, [&] { return rendered > b; });
+          if (error) std::rethrow_exception(error);
+          block = std::move(text[b]);
+        }
+        Flush();
+        sink_(block);
+      }
+      std::lock_guard lock(mutex);
+      written = b + 1;
+      changed.notify_all();
+    }
+  }
+  Newline(indent);
+  Raw("]");
 }
 
 void JsonWriter::Long(int32_t value) {

@@ -92,6 +92,7 @@ class JsonWriter {
   };
   const Shape* ShapeOf(const KeyList& keys, int indent);
   void SourceRows(const RowSource& source, int indent);
+  void SourceRowRange(const RowSource& source, size_t from, size_t to, int indent);
   std::deque<Shape> shapes_;
 };
 
