@@ -536,11 +536,41 @@ namespace {
 
 // Escapes as the library does without ensure_ascii: the quote, the
 // backslash and control characters; everything else as it is.
+// True when one of the eight bytes of `word` is a control character, a
+// quote or a backslash.
+inline bool NeedsEscape(uint64_t word) {
+  constexpr uint64_t kOnes = 0x0101010101010101ULL, kHigh = 0x8080808080808080ULL;
+  auto zero_byte = [&](uint64_t x) { return (x - kOnes) & ~x & kHigh; };
+  const uint64_t control = (word - kOnes * 0x20) & ~word & kHigh;  // a byte below 0x20
+  return (control | zero_byte(word ^ (kOnes * '"')) | zero_byte(word ^ (kOnes * '\\'))) != 0;
+}
+
 void AppendQuoted(std::string& out, std::string_view text) {
   static constexpr char kHex[] = "0123456789abcdef";
+  // Most texts need no escape: checked eight bytes at a time, then copied
+  // in one piece.
+  size_t clean = 0;
+  for (uint64_t word; clean + 8 <= text.size(); clean += 8) {
+    std::memcpy(&word, text.data() + clean, 8);
+    if (NeedsEscape(word)) break;
+  }
+  while (clean < text.size()) {
+    const auto c = static_cast<unsigned char>(text[clean]);
+    if (c < 0x20 || c == '"' || c == '\\') break;
+    ++clean;
+  }
+  if (clean == text.size()) {
+    const size_t at = out.size();
+    out.resize(at + text.size() + 2);
+    char* p = out.data() + at;
+    p[0] = '"';
+    std::memcpy(p + 1, text.data(), text.size());
+    p[text.size() + 1] = '"';
+    return;
+  }
   out.push_back('"');
   size_t run = 0;  // start of the characters not yet copied
-  for (size_t i = 0; i < text.size(); ++i) {
+  for (size_t i = clean; i < text.size(); ++i) {
     const auto c = static_cast<unsigned char>(text[i]);
     if (c >= 0x20 && c != '"' && c != '\\') continue;
     out.append(text.substr(run, i - run));
@@ -650,61 +680,63 @@ void JsonWriter::Object(const Dictionary& row, int indent) {
 // Rows [from, to) of a source as Array and Object lay them out: each after
 // "," (but the first of all) and a new line, then its keys and values, each
 // value written as Value writes the Variant a Dictionary row would hold.
+// The punctuation and keys around the values are put together once.
 void JsonWriter::SourceRowRange(const RowSource& source, size_t from, size_t to, int indent) {
   const KeyList& keys = source.keys();
   const size_t width = keys ? keys->size() : 0;
+  const std::string pad(static_cast<size_t>(indent + 2), ' ');
+  const std::string open = ",\n" + pad + (width ? "{" : "{}");
+  const std::string close = width ? "\n" + pad + "}" : "";
+  std::vector<std::string> before(width), null(width);  // before a value; a null value
+  for (size_t i = 0; i < width; ++i) {
+    before[i] = i ? ",\n" : "\n";
+    before[i].append(pad).append("  ");
+    AppendQuoted(before[i], (*keys)[i]);
+    before[i].append(": ");
+    null[i] = before[i] + "null";
+  }
   struct Cells final : CellVisitor {
     JsonWriter& out;
-    const KeyList& keys;
-    const Shape* shape;
-    int indent;
+    const std::vector<std::string>& before;
+    const std::vector<std::string>& null;
     size_t at = 0;
-    Cells(JsonWriter& o, const KeyList& k, const Shape* s, int i)
-        : out(o), keys(k), shape(s), indent(i) {}
-    void Key() {
-      if (shape) {
-        out.buffer_.append(shape->prefixes[at]);
-      } else {
-        if (at) out.buffer_.push_back(',');
-        out.Newline(indent + 2);
-        AppendQuoted(out.buffer_, (*keys)[at]);
-        out.buffer_.append(": ");
-      }
-      ++at;
-    }
-    void Null() override {
-      Key();
-      out.Raw("null");
-    }
+    Cells(JsonWriter& o, const std::vector<std::string>& b, const std::vector<std::string>& n)
+        : out(o), before(b), null(n) {}
+    void Null() override { out.buffer_.append(null[at++]); }
     void Long(int32_t v) override {
-      Key();
-      out.Long(v);
+      char text[64];
+      const std::string& key = before[at++];
+      if (key.size() > sizeof text - 16) {
+        out.buffer_.append(key);
+        out.Long(v);
+        return;
+      }
+      std::memcpy(text, key.data(), key.size());
+      char* end = std::to_chars(text + key.size(), text + sizeof text, v).ptr;
+      out.buffer_.append(text, static_cast<size_t>(end - text));
     }
     void Double(double v) override {
-      Key();
+      out.buffer_.append(before[at++]);
       out.Double(v);
     }
     void Text(std::string_view v) override {
-      Key();
-      out.String(v);
+      out.buffer_.append(before[at++]);
+      AppendQuoted(out.buffer_, v);
     }
     void DateValue(const Date& v) override {
-      Key();
-      out.String(v.ToString());
+      out.buffer_.append(before[at++]);
+      AppendQuoted(out.buffer_, v.ToString());
     }
-  } cells(*this, keys, width ? ShapeOf(keys, indent + 2) : nullptr, indent + 2);
+  } cells(*this, before, null);
   for (size_t r = from; r < to; ++r) {
-    if (r) buffer_.push_back(',');
-    Newline(indent + 2);
-    if (width == 0) {
-      Raw("{}");
-      continue;
+    // The first row of all has no comma before it.
+    buffer_.append(r ? std::string_view(open) : std::string_view(open).substr(1));
+    if (width) {
+      cells.at = 0;
+      source.Visit(r, cells);
+      buffer_.append(close);
     }
-    buffer_.push_back('{');
-    cells.at = 0;
-    source.Visit(r, cells);
-    Newline(indent + 2);
-    Raw("}");
+    if (buffer_.size() >= limit_) Flush();
   }
 }
 
