@@ -363,7 +363,10 @@ std::string ReadArgs(const std::string& args) {
   bool read = file != nullptr;
   if (read) {
     struct stat st {};
-    if (fstat(fileno(file.get()), &st) == 0 && S_ISREG(st.st_mode)) text.resize(st.st_size);
+    if (fstat(fileno(file.get()), &st) == 0 && S_ISREG(st.st_mode)) {
+      text.reserve(static_cast<size_t>(st.st_size) + kJsonReadRoom);  // read in place
+      text.resize(static_cast<size_t>(st.st_size));
+    }
     size_t got = text.empty() ? 0 : std::fread(text.data(), 1, text.size(), file.get());
     text.resize(got);
     // Whatever the size said (a pipe says nothing), read on to the end.
@@ -380,7 +383,7 @@ std::vector<Variant> ParseCallArgs(const std::string& text) {
   if (text.empty()) return args;
   JsonArguments parsed;
   try {
-    parsed = ReadJsonArguments(text);
+    parsed = ReadJsonArguments(text, kJsonSplitFrom, text.capacity() - text.size());
   } catch (const Json::parse_error& e) {
     ThrowInvalid(std::string("--args is not valid JSON: ") + e.what());
   }

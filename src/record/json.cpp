@@ -148,31 +148,30 @@ class ArgumentReader {
   bool binary(Json::binary_t&) { return Unsupported(); }
 
   bool start_object(std::size_t) {
-    frames_.push_back(Frame{Frame::kObject});
+    Push(Frame::kObject);
     return true;
   }
   bool key(std::string& k) {
-    frames_.back().key = std::move(k);
+    Top().key = std::move(k);
     return true;
   }
   bool end_object() {
-    Frame frame = std::move(frames_.back());
-    frames_.pop_back();
-    return Done(Variant(MakeRow(frame)));
+    Frame& frame = frames_[--depth_];
+    DictionaryPtr row = MakeRow(frame);
+    frame.members.clear();  // its room serves the next object at this depth
+    return Done(Variant(std::move(row)));
   }
   bool start_array(std::size_t) {
-    if (frames_.empty()) {
+    if (depth_ == 0) {
       out_.is_array = true;
-      frames_.push_back(Frame{Frame::kList});
+      Push(Frame::kList);
     } else {
-      frames_.push_back(Frame{Frame::kRows});
-      frames_.back().rows = Vector::Create();
+      Push(Frame::kRows).rows = Vector::Create();
     }
     return true;
   }
   bool end_array() {
-    Frame frame = std::move(frames_.back());
-    frames_.pop_back();
+    Frame& frame = frames_[--depth_];
     if (frame.kind == Frame::kList) return true;
     return Done(Variant(std::move(frame.rows)));
   }
@@ -193,7 +192,7 @@ class ArgumentReader {
 
  private:
   struct Frame {
-    enum Kind { kList, kRows, kObject } kind;
+    enum Kind { kList, kRows, kObject } kind = kList;
     VectorPtr rows;                                        // kRows
     std::vector<std::pair<std::string, Variant>> members;  // kObject
     std::string key;                                       // kObject: the member being read
@@ -206,8 +205,8 @@ class ArgumentReader {
   }
 
   bool Done(Variant value) {
-    if (frames_.empty()) return true;  // a lone value, not an argument list
-    Frame& parent = frames_.back();
+    if (depth_ == 0) return true;  // a lone value, not an argument list
+    Frame& parent = Top();
     switch (parent.kind) {
       case Frame::kList:
         out_.values.push_back(std::move(value));
@@ -236,8 +235,7 @@ class ArgumentReader {
   // Rows of one shape (the common case: every row of a list has the same
   // keys) share one key list; anything else goes through Set.
   DictionaryPtr MakeRow(Frame& object) {
-    Frame* rows =
-        frames_.empty() || frames_.back().kind != Frame::kRows ? nullptr : &frames_.back();
+    Frame* rows = depth_ == 0 || Top().kind != Frame::kRows ? nullptr : &Top();
     auto& members = object.members;
     if (rows && rows->shape && rows->shape->size() == members.size()) {
       bool same = true;
@@ -266,7 +264,20 @@ class ArgumentReader {
   }
 
   JsonArguments& out_;
+  // Open containers, frames_[0 .. depth_); the frames above stay for reuse.
+  Frame& Top() { return frames_[depth_ - 1]; }
+  Frame& Push(Frame::Kind kind) {
+    if (depth_ == frames_.size()) frames_.emplace_back();
+    Frame& f = frames_[depth_++];
+    f.kind = kind;
+    f.rows.reset();
+    f.members.clear();
+    f.key.clear();
+    f.shape.reset();
+    return f;
+  }
   std::vector<Frame> frames_;
+  size_t depth_ = 0;
   std::string error_;  // the first error of meaning, reported after parsing
 };
 
@@ -407,16 +418,20 @@ JsonArguments WalkInParts(simdjson::dom::array list) {
   return out;
 }
 
-JsonArguments ReadJsonArguments(std::string_view text, size_t split_from) {
+static_assert(kJsonReadRoom >= simdjson::SIMDJSON_PADDING);
+
+JsonArguments ReadJsonArguments(std::string_view text, size_t split_from, size_t room_after) {
   // The fast parser reads what it accepts; it accepts only valid JSON, and
   // refuses some valid texts too (a byte order mark, integers beyond 64
   // bits, exponents beyond a double). Whatever it refuses goes to the
   // library's parser, which reads it or reports it in its own words.
   {
     simdjson::dom::parser parser;
-    const simdjson::padded_string padded(text);
+    simdjson::padded_string padded;
+    if (room_after < kJsonReadRoom) padded = simdjson::padded_string(text);
+    const std::string_view read = room_after < kJsonReadRoom ? std::string_view(padded) : text;
     simdjson::dom::element root;
-    if (parser.parse(padded).get(root) == simdjson::SUCCESS) {
+    if (parser.parse(read.data(), read.size(), false).get(root) == simdjson::SUCCESS) {
       simdjson::dom::array list;
       if (text.size() >= split_from && root.get_array().get(list) == simdjson::SUCCESS &&
           list.size() >= 2) {

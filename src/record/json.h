@@ -42,8 +42,13 @@ struct JsonArguments {
 // Throws Json::parse_error (the library's own message) on malformed text,
 // before anything else is judged; then invalid input, as FromJson does, for
 // an array nested in the list that holds anything but objects. A text of
-// `split_from` bytes or more is read by two threads.
-JsonArguments ReadJsonArguments(std::string_view text, size_t split_from = 256 << 10);
+// `split_from` bytes or more is read by two threads. A text followed by
+// `room_after` >= kJsonReadRoom bytes that may be read (not written: a
+// string's unused capacity) is read in place, else from a copy.
+constexpr size_t kJsonReadRoom = 64;
+constexpr size_t kJsonSplitFrom = 256 << 10;
+JsonArguments ReadJsonArguments(std::string_view text, size_t split_from = kJsonSplitFrom,
+                                size_t room_after = 0);
 
 // Writes JSON text in the layout of Json::dump(2): two blanks per level,
 // "key": value, empty containers as {} and []. Text goes to the sink in
