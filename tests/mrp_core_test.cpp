@@ -383,5 +383,53 @@ TEST(Report, OrderedByCodeWithMissingCodesFirst) {
   EXPECT_EQ(rows[1].bom_item_id, kWheel);
 }
 
+// Many materials under one bill, their codes alike in their first bytes,
+// shorter, beyond ASCII, with a zero byte, shared, or missing: the rows
+// come in the order of the codes (as std::string orders them), materials
+// of one code in the bill's order, missing codes first. Item ids dense
+// enough for a table, and then not.
+TEST(Report, ManyCodesAlikeInTheirFirstBytesKeepTheirOrder) {
+  const std::vector<std::optional<std::string>> pool = {"ABCDEFGH",
+                                                        "ABCDEFGH0",
+                                                        "ABCDEFGHI",
+                                                        "ABCDEFGG9",
+                                                        "ABCDEFGI",
+                                                        "ABC",
+                                                        "AB",
+                                                        std::string("AB\0C", 4),
+                                                        std::string("AB\0", 3),
+                                                        "\xC3\xA9",
+                                                        "\xFF",
+                                                        "z",
+                                                        "00012",
+                                                        "0001",
+                                                        "",
+                                                        std::nullopt};
+  for (int32_t far_id : {0, 900000000}) {
+    std::mt19937 rng(static_cast<unsigned>(far_id) + 7);
+    Input in = Bikes();
+    in.bom_children.clear();
+    std::vector<std::pair<std::optional<std::string>, int32_t>> expected;
+    for (int32_t k = 0; k < 200; ++k) {
+      const int32_t id = (far_id && k == 150) ? far_id : 100 + k;
+      const auto& code = pool[rng() % pool.size()];
+      in.items[id] = {kClsPurchased, code, std::string("n"), std::nullopt, 1, 0.0, 0, std::nullopt};
+      in.bom_children.push_back({10, k + 1, id, 1.0, 0.0, 0, 1, std::string("")});
+      expected.emplace_back(code, id);
+    }
+    std::stable_sort(expected.begin(), expected.end(), [](const auto& x, const auto& y) {
+      if (!x.first) return y.first.has_value();
+      if (!y.first) return false;
+      return *x.first < *y.first;
+    });
+    const auto rows = Calculate(in);
+    ASSERT_EQ(rows.size(), expected.size());
+    for (size_t i = 0; i < rows.size(); ++i) {
+      ASSERT_EQ(rows[i].bom_item_id, expected[i].second) << "row " << i << " far id " << far_id;
+      EXPECT_EQ(rows[i].item_number, expected[i].first);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace mrpcalc::mrp

@@ -49,6 +49,16 @@ bool IsLeafClass(const Item* item) { return item && item->erp_cls && !IsMade(ite
 }  // namespace
 
 BomIndex::BomIndex(const Input& input) : input_(input) {
+  int64_t top = -1;
+  bool negative = false;
+  for (const auto& entry : input.items) {
+    top = std::max<int64_t>(top, entry.first);
+    negative = negative || entry.first < 0;
+  }
+  if (!negative && top >= 0 && top < 4 * static_cast<int64_t>(input.items.size()) + 1024) {
+    item_at_.assign(static_cast<size_t>(top) + 1, nullptr);
+    for (const auto& [id, item] : input.items) item_at_[static_cast<size_t>(id)] = &item;
+  }
   auto position_of = [&](int32_t inter_id) {
     auto [it, inserted] = position_.try_emplace(inter_id, static_cast<int32_t>(bills_.size()));
     if (inserted) {
@@ -134,6 +144,10 @@ const BomHeader* BomIndex::Approved(int32_t item_id) const {
 }
 bool BomIndex::HasApprovedInUse(int32_t item_id) const { return approved_in_use_.count(item_id) > 0; }
 const Item* BomIndex::FindItem(int32_t item_id) const {
+  if (!item_at_.empty()) {
+    const auto at = static_cast<uint32_t>(item_id);  // a negative id falls beyond the table
+    return at < item_at_.size() ? item_at_[at] : nullptr;
+  }
   auto it = input_.items.find(item_id);
   return it == input_.items.end() ? nullptr : &it->second;
 }

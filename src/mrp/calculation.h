@@ -77,6 +77,9 @@ class BomIndex {
   std::vector<uint32_t> first_line_;               // by position, and one past the last
   std::vector<Line> lines_;
   std::unordered_map<int32_t, const BomHeader*> approved_;
+  // Items by id, when the ids are dense enough for a table (they are
+  // numbered from 1 in the ERP); else empty, and FindItem asks the map.
+  std::vector<const Item*> item_at_;
   std::unordered_set<int32_t> approved_in_use_;
   mutable bool loops_found_ = false;
   mutable std::set<int32_t> looping_;

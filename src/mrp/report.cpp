@@ -423,12 +423,8 @@ class Report {
   // a unit row have it.
   const Item* MasterItem(const OptInt& bom_item) const {
     if (!bom_item || *bom_item <= 0) return nullptr;
-    auto it = in_.items.find(*bom_item);
-    if (it == in_.items.end() || !it->second.unit_id ||
-        !in_.unit_names.count(*it->second.unit_id)) {
-      return nullptr;
-    }
-    return &it->second;
+    const Item* item = boms_.FindItem(*bom_item);
+    return item && item->unit_id && in_.unit_names.count(*item->unit_id) ? item : nullptr;
   }
   const std::string* NumberOf(const OptInt& bom_item) const {
     const Item* item = MasterItem(bom_item);
@@ -439,17 +435,35 @@ class Report {
   // rows without a code first, rows of one code in the order their groups
   // were formed. Every later step works row by row.
   void Folded() {
-    std::vector<std::pair<const std::string*, size_t>> order;
+    // A code's first eight bytes, read as a big-endian number (shorter
+    // codes padded with zero bytes), order two codes as the codes do
+    // whenever they differ; the whole codes are compared only when they
+    // are equal. Rows without a code sort first.
+    struct Place {
+      uint64_t head;
+      const std::string* number;
+      size_t index;
+    };
+    std::vector<Place> order;
     order.reserve(groups_.size());
-    for (size_t i = 0; i < groups_.size(); ++i)
-      order.emplace_back(NumberOf(groups_[i].bom_item), i);
-    std::stable_sort(order.begin(), order.end(), [](const auto& x, const auto& y) {
-      if (!x.first) return y.first != nullptr;
-      if (!y.first) return false;
-      return *x.first < *y.first;
+    for (size_t i = 0; i < groups_.size(); ++i) {
+      const std::string* number = NumberOf(groups_[i].bom_item);
+      uint64_t head = 0;
+      if (number) {
+        for (size_t k = 0; k < 8; ++k) {
+          head = head << 8 | (k < number->size() ? static_cast<unsigned char>((*number)[k]) : 0);
+        }
+      }
+      order.push_back({head, number, i});
+    }
+    std::stable_sort(order.begin(), order.end(), [](const Place& x, const Place& y) {
+      if (!x.number) return y.number != nullptr;
+      if (!y.number) return false;
+      if (x.head != y.head) return x.head < y.head;
+      return *x.number < *y.number;
     });
     rows_.clear();
-    for (const auto& [number, index] : order) {
+    for (const auto& [head, number, index] : order) {
       const Group& g = groups_[index];
       ReportRow& f = rows_.emplace_back();
       f.bom_item_id = g.bom_item;
@@ -658,9 +672,9 @@ class Report {
     for (auto& r : rows_) {
       if (!r.bom_item_id || *r.bom_item_id <= 0) continue;
       if (r.supply_number && !r.supply_number->empty()) continue;
-      auto item = in_.items.find(*r.bom_item_id);
-      if (item == in_.items.end() || !item->second.source) continue;
-      auto s = in_.suppliers.find(*item->second.source);
+      const Item* item = boms_.FindItem(*r.bom_item_id);
+      if (!item || !item->source) continue;
+      auto s = in_.suppliers.find(*item->source);
       if (s != in_.suppliers.end() && s->second.number) r.supply_number = s->second.number;
     }
     // Name by code; should two suppliers share a code, the lower id answers.
