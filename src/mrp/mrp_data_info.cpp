@@ -78,6 +78,34 @@ class ReportSource final : public RowSource {
   std::shared_ptr<const void> working_;
 };
 
+// A demand line as the calculation takes it, or what making it raised.
+struct LineRecord {
+  mrp::DemandLine line;
+  std::exception_ptr error;
+};
+
+std::vector<LineRecord> MakeRecords(const Vector& lines,
+                                    const std::vector<std::vector<std::string>>& numbers,
+                                    const mrp::DemandDates& dates) {
+  std::vector<LineRecord> out(lines.rows().size());
+  for (size_t i = 0; i < out.size(); ++i) {
+    try {
+      const DictionaryPtr& row = lines.rows()[i];
+      mrp::DemandLine& d = out[i].line;
+      d.tran_type = row->Get("Ftrantype").ToLong();
+      d.item_id = row->Get("FItemID").ToLong();
+      d.inter_id = row->Get("FinterID").ToLong();
+      d.entry_id = row->Get("FEntryID").ToLong();
+      d.bill_no = row->Get("FBillNo").ToText();
+      d.qty = row->Get("FQty").ToDouble();
+      d.date = dates.For(numbers[i]);
+    } catch (...) {
+      out[i].error = std::current_exception();
+    }
+  }
+  return out;
+}
+
 std::vector<std::string> BillNumbers(const std::string& bill_no) {
   std::vector<std::string> out;
   std::string rest = bill_no;
@@ -154,17 +182,22 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     mrp::DemandDates dates(source.AsVector(), numbers);
     std::promise<void> dates_read;
     std::promise<mrp::OpenSupply> supply_read;
+    std::promise<std::optional<std::vector<LineRecord>>> records_made;
     std::future<void> dates_ready;
     std::future<mrp::OpenSupply> supply_ready;
+    std::future<std::optional<std::vector<LineRecord>>> records_ready;
     std::jthread side_reads;
     db::ConnectionPtr reader;
     if (lines->Count() >= kLinesForSideReads) reader = context_->OpenReader();
     if (reader) {
       dates_ready = dates_read.get_future();
       supply_ready = supply_read.get_future();
+      records_ready = records_made.get_future();
       side_reads = std::jthread([&, reader = std::move(reader)] {
+        bool dated = false;
         try {
           dates.Load(*reader);
+          dated = true;
           dates_read.set_value();
         } catch (...) {
           dates_read.set_exception(std::current_exception());
@@ -173,6 +206,15 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
           supply_read.set_value(mrp::LoadOpenSupply(*reader, warehouses, count_virtual));
         } catch (...) {
           supply_read.set_exception(std::current_exception());
+        }
+        // Meanwhile this session waits: the demand lines, every one (the
+        // lines that loop are dropped from them later). Without dates the
+        // dates' error is what the call raises, where it takes them.
+        try {
+          records_made.set_value(dated ? std::make_optional(MakeRecords(*lines, numbers, dates))
+                                       : std::nullopt);
+        } catch (...) {
+          records_made.set_exception(std::current_exception());
         }
       });
     }
@@ -191,17 +233,25 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     // The bills are all loaded: the index over them serves the loop check
     // and the calculation (later loads do not touch bills or items).
     const mrp::BomIndex& boms = working->boms.emplace(in);
+    std::optional<std::vector<LineRecord>> records;
     if (o.expand) {
       // Lines whose product's bills lead back to it are dropped, last first,
       // and named to the planner; the calculation goes on without them.
       std::string looping;
+      std::vector<int32_t> dropped;  // last first
       for (int32_t i = lines->Count(); i >= 1; --i) {
         const DictionaryPtr& row = lines->Item(i);
         if (boms.LoopsBack(row->Get("FItemID").ToLong())) {
           looping += row->Get("FItemName").ToText() + "(" + row->Get("FItemNumber").ToText() + ")\r\n";
-          lines->Remove(i);
-          numbers.erase(numbers.begin() + (i - 1));
+          dropped.push_back(i);
         }
+      }
+      // The lines change only once the other session has read them.
+      if (records_ready.valid()) records = records_ready.get();
+      for (int32_t i : dropped) {
+        lines->Remove(i);
+        numbers.erase(numbers.begin() + (i - 1));
+        if (records) records->erase(records->begin() + (i - 1));
       }
       if (!looping.empty() && host_.messages) {
         host_.messages->Show(std::string(kBomLoopMessage) + "\r\n" + looping, kMessageCaption);
@@ -216,17 +266,12 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     } else {
       dates.Load(c);
     }
-    for (size_t i = 0; i < lines->rows().size(); ++i) {
-      const DictionaryPtr& row = lines->rows()[i];
-      mrp::DemandLine d;
-      d.tran_type = row->Get("Ftrantype").ToLong();
-      d.item_id = row->Get("FItemID").ToLong();
-      d.inter_id = row->Get("FinterID").ToLong();
-      d.entry_id = row->Get("FEntryID").ToLong();
-      d.bill_no = row->Get("FBillNo").ToText();
-      d.qty = row->Get("FQty").ToDouble();
-      d.date = dates.For(numbers[i]);
-      in.demand.push_back(std::move(d));
+    if (records_ready.valid() && !records) records = records_ready.get();
+    if (!records) records = MakeRecords(*lines, numbers, dates);
+    for (size_t i = 0; i < records->size(); ++i) {
+      LineRecord& r = (*records)[i];
+      if (r.error) std::rethrow_exception(r.error);
+      in.demand.push_back(std::move(r.line));
       for (const auto& n : numbers[i]) in.demand_bill_numbers.push_back(n);
     }
     o.now_stock = SwitchOn(filter, "NowStock");
