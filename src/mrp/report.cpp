@@ -364,8 +364,16 @@ class Report {
   struct Group {
     OptInt bom_item, aux;
     int memo;
-    OptNum suggest, need;
-    std::optional<Date> date;
+  };
+  // What a group adds up, kept apart from its key and small: the explosion
+  // adds to a group at every leaf, in no order the memory likes. The sum is
+  // both the suggestion and the gross requirement (they are the same until
+  // netting); NULL parts are skipped, a group of NULLs sums to NULL.
+  struct Sum {
+    double total = 0;
+    Date earliest;
+    bool has_total = false;
+    bool has_date = false;
   };
 
   // The group a row joins; the first row of a group creates it.
@@ -377,16 +385,23 @@ class Report {
     }
     auto [it, inserted] =
         group_index_.try_emplace(GroupKey{K(bom_item), K(aux), memo}, groups_.size());
-    if (inserted)
-      groups_.push_back({bom_item, aux, memo, std::nullopt, std::nullopt, std::nullopt});
+    if (inserted) {
+      groups_.push_back({bom_item, aux, memo});
+      sums_.emplace_back();
+    }
     return it->second;
   }
 
   void AddTo(size_t group, const OptNum& suggest, const std::optional<Date>& date, int32_t demand) {
-    Group& g = groups_[group];
-    SumInto(g.suggest, suggest);
-    SumInto(g.need, suggest);  // the gross requirement is the suggestion before netting
-    if (date && (!g.date || *date < *g.date)) g.date = date;
+    Sum& g = sums_[group];
+    if (suggest) {
+      g.total = g.has_total ? g.total + *suggest : *suggest;
+      g.has_total = true;
+    }
+    if (date && (!g.has_date || *date < g.earliest)) {
+      g.earliest = *date;
+      g.has_date = true;
+    }
     if (opt_.peg) [[unlikely]] AddPeg(group, suggest, demand);
   }
 
@@ -471,9 +486,9 @@ class Report {
       if (const OptText* name = AuxName(g.bom_item, g.aux)) f.aux_prop = *name;
       if (g.memo >= 0) f.memo = memo_texts_[static_cast<size_t>(g.memo)];
       f.final = 1;
-      f.suggest_qty = Dec(g.suggest);
-      f.need_qty = Dec(g.need);
-      f.date = g.date;
+      const Sum& sum = sums_[index];
+      f.suggest_qty = f.need_qty = sum.has_total ? OptNum(Dec(sum.total)) : std::nullopt;
+      if (sum.has_date) f.date = sum.earliest;
       if (opt_.peg && index < group_pegs_.size()) f.pegs = Pegs(std::move(group_pegs_[index]));
     }
   }
@@ -702,6 +717,7 @@ class Report {
   std::vector<std::string> memo_texts_;
   static constexpr size_t kNoGroup = SIZE_MAX;
   std::vector<size_t> line_group_;  // by position in Input::bom_children
+  std::vector<Sum> sums_;           // by group
   std::unordered_map<int32_t, std::vector<const TaskEntry*>> entries_of_;
   std::vector<Need> needs_;
   std::unordered_map<GroupKey, int, GroupHash> first_memo_;
