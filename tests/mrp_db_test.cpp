@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 
@@ -227,6 +228,34 @@ TEST_P(Mrp, OnlyTheKeptLinesMustBeReadable) {
       EXPECT_NE(std::string(e.what()).find("bad-two"), std::string::npos) << e.what();
     }
   }
+}
+
+// Ids far beyond the usual numbering, and below zero, are walked like any.
+TEST_P(Mrp, ItemsOfAnyIdAreWalked) {
+  for (int32_t id : {200000000, -5}) {
+    conn().Execute(
+        "insert into t_ICItem (FItemID, FNumber, FName, FModel, FErpClsID, FUnitID)"
+        " select ?, ?, FName, FModel, FErpClsID, FUnitID from t_ICItem where FNumber = '3.08'",
+        {id, "9.ID" + std::to_string(id)});
+    conn().Execute(
+        "insert into ICBOMChild (FInterID, FEntryID, FItemID, FQty, FScrap)"
+        " select FInterID, ?, ?, 2, 0 from ICBOM where FItemID = 1002 and FUseStatus = 1072",
+        {id < 0 ? 98 : 99, id});
+  }
+  MrpDataInfo info(host_);
+  auto lines = Demand();
+  const VectorPtr rows = info.GetMrpReportData(dsn(), lines, Filter(lines, 1), "", 1, 1);
+  std::map<int32_t, double> found;  // item -> need
+  for (const auto& r : rows->rows()) {
+    const int32_t item = r->Get("FBOMItemID").ToLong();
+    if (item != 200000000 && item != -5) continue;
+    found[item] = r->Get("FNeedQty").ToDouble();
+    // Master data shows for positive ids only, as the report always had it.
+    EXPECT_EQ(r->Get("FItemNumber").IsNull(), item < 0);
+  }
+  ASSERT_EQ(found.size(), 2u);
+  EXPECT_GT(found[-5], 0);
+  EXPECT_DOUBLE_EQ(found[-5], found[200000000]);  // the same line quantity under one bill
 }
 
 TEST_P(Mrp, BadOptionsEndTheCallAndWriteNothing) {

@@ -83,6 +83,47 @@ std::optional<int32_t> WholeId(const View& r, int i) {
   return std::nullopt;
 }
 
+// A set of ids: a bitmap while they are small and not negative (the ERP
+// numbers its rows from 1), a hash set for any others. The bill walk asks
+// it a few hundred thousand times at scale.
+class IdSet {
+ public:
+  IdSet() = default;
+  explicit IdSet(const std::vector<int32_t>& ids) {
+    for (int32_t id : ids) insert(id);
+  }
+  // True when the id was not in the set yet.
+  bool insert(int32_t id) {
+    if (id < 0 || id >= kDenseLimit) return others_.insert(id).second;
+    const auto at = static_cast<size_t>(id);
+    if (at >= dense_.size()) dense_.resize(std::max(at + 1, dense_.size() * 2));
+    if (dense_[at]) return false;
+    dense_[at] = 1;
+    return true;
+  }
+  bool contains(int32_t id) const {
+    if (id < 0 || id >= kDenseLimit) return others_.count(id) > 0;
+    const auto at = static_cast<size_t>(id);
+    return at < dense_.size() && dense_[at];
+  }
+  std::vector<int32_t> Sorted() const {
+    std::vector<int32_t> others(others_.begin(), others_.end());
+    std::sort(others.begin(), others.end());
+    const auto large = std::lower_bound(others.begin(), others.end(), 0);  // none in [0, limit)
+    std::vector<int32_t> out(others.begin(), large);
+    for (size_t at = 0; at < dense_.size(); ++at) {
+      if (dense_[at]) out.push_back(static_cast<int32_t>(at));
+    }
+    out.insert(out.end(), large, others.end());
+    return out;
+  }
+
+ private:
+  static constexpr int32_t kDenseLimit = 1 << 26;
+  std::vector<uint8_t> dense_;
+  std::unordered_set<int32_t> others_;
+};
+
 // The rows of one table whose key column holds one of a set of ids, read
 // into records of type T. Where the engine takes the ids as one set
 // parameter, one statement reads them. Elsewhere a lookup in the key's
@@ -120,10 +161,10 @@ class TableByIds {
         return;
       }
       if (!rounds_) {
-        const std::unordered_set<int32_t> wanted(ids.begin(), ids.end());
+        const IdSet wanted(ids);
         c_.QueryView("select " + select_ + " from " + table_, {}, [&](const View& r) {
           const auto id = WholeId(r, static_cast<int>(key_position_));
-          if (id && wanted.count(*id)) each(make_(r));
+          if (id && wanted.contains(*id)) each(make_(r));
         });
         return;
       }
@@ -190,14 +231,13 @@ std::pair<int32_t, Item> MakeItem(const View& r) {
 }  // namespace
 
 void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in) {
-  // Hash sets: tens of thousands of ids at scale, where tree sets spend
-  // most of the walk allocating and rebalancing nodes.
-  std::unordered_set<int32_t> seen_items;
-  std::unordered_set<int32_t> seen_bills;
-  seen_items.reserve(item_ids.size() * 4);
+  // Tens of thousands of ids at scale: tree sets spent most of the walk
+  // allocating and rebalancing nodes, hash sets still a tenth of it.
+  IdSet seen_items;
+  IdSet seen_bills;
   std::vector<int32_t> frontier;
   for (int32_t id : item_ids) {
-    if (seen_items.insert(id).second) frontier.push_back(id);
+    if (seen_items.insert(id)) frontier.push_back(id);
   }
   TableByIds<BomHeader> headers(c, "FInterID, FItemID, FQty, FAuxPropID, FUseStatus, FStatus",
                                 "ICBOM", "FItemID", 1, MakeHeader, true);
@@ -210,20 +250,19 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
   while (!frontier.empty()) {
     std::vector<int32_t> bills;
     headers.Read(frontier, [&](BomHeader&& b) {
-      if (seen_bills.insert(b.inter_id).second) {
+      if (seen_bills.insert(b.inter_id)) {
         bills.push_back(b.inter_id);
         in.boms.push_back(b);
       }
     });
     std::vector<int32_t> next;
     lines.Read(bills, [&](BomChild&& ch) {
-      if (seen_items.insert(ch.item_id).second) next.push_back(ch.item_id);
+      if (seen_items.insert(ch.item_id)) next.push_back(ch.item_id);
       in.bom_children.push_back(std::move(ch));
     });
     frontier = std::move(next);
   }
-  std::vector<int32_t> all(seen_items.begin(), seen_items.end());
-  std::sort(all.begin(), all.end());
+  const std::vector<int32_t> all = seen_items.Sorted();
   in.items.reserve(in.items.size() + all.size());
   items.Read(
       all, [&](std::pair<int32_t, Item>&& item) { in.items[item.first] = std::move(item.second); });
