@@ -244,7 +244,10 @@ void BomIndex::FindLoops() const {
 
 void ForEachBomChild(const BomIndex& boms, int bom_type, int32_t bom_inter_id, double suggest_qty,
                      double qty, const ChildSink& sink) {
-  ExplodeBill(boms, bom_type, bom_inter_id, suggest_qty, qty, sink);
+  auto each = [&](const BomIndex::Line& line, OptNum suggest, OptNum column_qty) {
+    sink(*line.child, suggest, column_qty);
+  };
+  ExplodeBill(boms, bom_type, bom_inter_id, suggest_qty, qty, each);
 }
 
 std::vector<ChildRow> ExpandBomChildren(const BomIndex& boms, int bom_type, int32_t bom_inter_id,

@@ -55,6 +55,10 @@ class BomIndex {
   }
   int32_t InterIdAt(int32_t position) const { return inter_ids_[static_cast<size_t>(position)]; }
   LineSpan LinesAt(int32_t position) const;
+  // A line's place among all lines, 0 to line_count() - 1: the lines of a
+  // bill are neighbours.
+  size_t LineNumber(const Line& line) const { return static_cast<size_t>(&line - lines_.data()); }
+  size_t line_count() const { return lines_.size(); }
   // The approved bill of a made component: use status coded 'zt01' and
   // FStatus 1, lowest interior id first; nullptr when there is none.
   const BomHeader* Approved(int32_t item_id) const;

@@ -41,7 +41,8 @@ inline std::string ItemLabel(const BomIndex& boms, int32_t item_id) {
 }
 
 // Walks one bill and the approved bills of its made parts, handing every
-// leaf row to the sink: sink(line, quantity, bill quantity column).
+// leaf row to the sink: sink(line, quantity, bill quantity column), the
+// line as the index holds it (its BomChild is line.child).
 template <class Sink>
 class Expander {
  public:
@@ -56,11 +57,11 @@ class Expander {
     const auto lines = boms_.LinesAt(position);
     const int32_t inter_id = boms_.InterIdAt(position);
     for (const auto& l : lines) {
-      if (l.leaf) sink_(*l.child, LineQty(bom_type_, suggest, l, per, inter_id), column_qty);
+      if (l.leaf) sink_(l, LineQty(bom_type_, suggest, l, per, inter_id), column_qty);
     }
     for (const auto& l : lines) {
       if (l.made && !l.approved_in_use) {
-        sink_(*l.child, LineQty(bom_type_, suggest, l, per, inter_id), column_qty);
+        sink_(l, LineQty(bom_type_, suggest, l, per, inter_id), column_qty);
       }
     }
     for (const auto& l : lines) {

@@ -248,7 +248,7 @@ class Report {
                       "cannot explode bill " + std::to_string(bill->inter_id) +
                           ": the demand quantity, the bill quantity or the required date is NULL");
         }
-        auto leaf = [&](const BomChild& line, OptNum suggest, OptNum) {
+        auto leaf = [&](const BomIndex::Line& line, OptNum suggest, OptNum) {
           AccumulateLine(line, Dec(suggest), r.date, r.demand);
         };
         ExplodeBill(boms_, opt_.bom_type, bill->inter_id, *r.suggest_qty, *bill->qty, leaf);
@@ -426,11 +426,14 @@ class Report {
   // A bill line always lands in the same group once its first row has
   // placed it (the memo that unifies a material never changes after), so
   // the group is remembered per line.
-  void AccumulateLine(const BomChild& line, const OptNum& suggest, const std::optional<Date>& date,
-                      int32_t demand) {
-    if (line_group_.empty()) line_group_.assign(in_.bom_children.size(), kNoGroup);
-    size_t& group = line_group_[static_cast<size_t>(&line - in_.bom_children.data())];
-    if (group == kNoGroup) group = GroupOf(line.item_id, line.aux_prop_id, MemoId(line.note));
+  void AccumulateLine(const BomIndex::Line& line, const OptNum& suggest,
+                      const std::optional<Date>& date, int32_t demand) {
+    if (line_group_.empty()) line_group_.assign(boms_.line_count(), kNoGroup);
+    size_t& group = line_group_[boms_.LineNumber(line)];
+    if (group == kNoGroup) {
+      const BomChild& c = *line.child;
+      group = GroupOf(c.item_id, c.aux_prop_id, MemoId(c.note));
+    }
     AddTo(group, suggest, date, demand);
   }
 
@@ -623,8 +626,9 @@ class Report {
       if (on_hand <= 0) continue;
       const BomHeader* bill = boms_.Approved(m);
       if (!bill->qty) continue;
-      auto leaf = [&](const BomChild& line, OptNum suggest, OptNum) {
-        if (const OptNum qty = Dec(suggest)) covered[{line.item_id, line.aux_prop_id}] += *qty;
+      auto leaf = [&](const BomIndex::Line& line, OptNum suggest, OptNum) {
+        if (const OptNum qty = Dec(suggest))
+          covered[{line.item_id, line.child->aux_prop_id}] += *qty;
       };
       ExplodeBill(boms_, opt_.bom_type, bill->inter_id, on_hand, *bill->qty, leaf);
     }
@@ -716,7 +720,7 @@ class Report {
   std::unordered_map<std::string, int> memo_ids_;
   std::vector<std::string> memo_texts_;
   static constexpr size_t kNoGroup = SIZE_MAX;
-  std::vector<size_t> line_group_;  // by position in Input::bom_children
+  std::vector<size_t> line_group_;  // by BomIndex::LineNumber
   std::vector<Sum> sums_;           // by group
   std::unordered_map<int32_t, std::vector<const TaskEntry*>> entries_of_;
   std::vector<Need> needs_;
