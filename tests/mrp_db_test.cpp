@@ -73,6 +73,16 @@ class Mrp : public DemoDbTest {
     return f;
   }
 
+  // Battery packs (2003) that contain an e-bike: 1001 -> 2003 -> 1001.
+  void MakeTheEBikeLoop() {
+    conn().Execute(
+        "insert into ICBOM (FInterID, FBOMNumber, FItemID, FQty, FUseStatus, FStatus)"
+        " values (9, 'BOM9', 2003, 1, 1072, 1)");
+    conn().Execute(
+        "insert into ICBOMChild (FInterID, FEntryID, FItemID, FQty, FScrap)"
+        " values (9, 1, 1001, 1, 0)");
+  }
+
   Host host_;
 };
 MRPCALC_ALL_ENGINES(Mrp);
@@ -169,13 +179,7 @@ TEST_P(Mrp, PeggingSharesOutEachRowsNeed) {
 }
 
 TEST_P(Mrp, ALoopingBomDropsItsLineAndTheRestIsCalculated) {
-  // Battery packs now contain an e-bike: 1001 -> 2003 -> 1001.
-  conn().Execute(
-      "insert into ICBOM (FInterID, FBOMNumber, FItemID, FQty, FUseStatus, FStatus)"
-      " values (9, 'BOM9', 2003, 1, 1072, 1)");
-  conn().Execute(
-      "insert into ICBOMChild (FInterID, FEntryID, FItemID, FQty, FScrap)"
-      " values (9, 1, 1001, 1, 0)");
+  MakeTheEBikeLoop();
   MrpDataInfo info(host_);
   auto lines = Demand();
   const VectorPtr rows = info.GetMrpReportData(dsn(), lines, Filter(lines, 1), "", 1, 1);
@@ -199,12 +203,7 @@ TEST_P(Mrp, ALoopingBomDropsItsLineAndTheRestIsCalculated) {
 // the call reports. Three lines, then over a thousand (read beside the
 // bill walk where the engine gives a second session).
 TEST_P(Mrp, OnlyTheKeptLinesMustBeReadable) {
-  conn().Execute(
-      "insert into ICBOM (FInterID, FBOMNumber, FItemID, FQty, FUseStatus, FStatus)"
-      " values (9, 'BOM9', 2003, 1, 1072, 1)");
-  conn().Execute(
-      "insert into ICBOMChild (FInterID, FEntryID, FItemID, FQty, FScrap)"
-      " values (9, 1, 1001, 1, 0)");
+  MakeTheEBikeLoop();
   for (int copies : {1, 600}) {
     auto demand = [&] {
       auto v = Vector::Create();

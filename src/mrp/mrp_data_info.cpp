@@ -233,25 +233,22 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     // The bills are all loaded: the index over them serves the loop check
     // and the calculation (later loads do not touch bills or items).
     const mrp::BomIndex& boms = working->boms.emplace(in);
+    // The demand lines the other session made, of every line: the lines
+    // change only once it has read them.
     std::optional<std::vector<LineRecord>> records;
+    if (records_ready.valid()) records = records_ready.get();
     if (o.expand) {
       // Lines whose product's bills lead back to it are dropped, last first,
       // and named to the planner; the calculation goes on without them.
       std::string looping;
-      std::vector<int32_t> dropped;  // last first
       for (int32_t i = lines->Count(); i >= 1; --i) {
         const DictionaryPtr& row = lines->Item(i);
         if (boms.LoopsBack(row->Get("FItemID").ToLong())) {
           looping += row->Get("FItemName").ToText() + "(" + row->Get("FItemNumber").ToText() + ")\r\n";
-          dropped.push_back(i);
+          lines->Remove(i);
+          numbers.erase(numbers.begin() + (i - 1));
+          if (records) records->erase(records->begin() + (i - 1));
         }
-      }
-      // The lines change only once the other session has read them.
-      if (records_ready.valid()) records = records_ready.get();
-      for (int32_t i : dropped) {
-        lines->Remove(i);
-        numbers.erase(numbers.begin() + (i - 1));
-        if (records) records->erase(records->begin() + (i - 1));
       }
       if (!looping.empty() && host_.messages) {
         host_.messages->Show(std::string(kBomLoopMessage) + "\r\n" + looping, kMessageCaption);
@@ -266,7 +263,6 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     } else {
       dates.Load(c);
     }
-    if (records_ready.valid() && !records) records = records_ready.get();
     if (!records) records = MakeRecords(*lines, numbers, dates);
     for (size_t i = 0; i < records->size(); ++i) {
       LineRecord& r = (*records)[i];

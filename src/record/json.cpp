@@ -692,17 +692,13 @@ void JsonWriter::Object(const Dictionary& row, int indent) {
   Raw("}");
 }
 
-// Rows [from, to) of a source as Array and Object lay them out: each after
-// "," (but the first of all) and a new line, then its keys and values, each
-// value written as Value writes the Variant a Dictionary row would hold.
-// The punctuation and keys around the values are put together once.
-void JsonWriter::SourceRowRange(const RowSource& source, size_t from, size_t to, int indent) {
-  const KeyList& keys = source.keys();
+JsonWriter::SourceLayout::SourceLayout(const KeyList& keys, int indent) {
   const size_t width = keys ? keys->size() : 0;
   const std::string pad(static_cast<size_t>(indent + 2), ' ');
-  const std::string open = ",\n" + pad + (width ? "{" : "{}");
-  const std::string close = width ? "\n" + pad + "}" : "";
-  std::vector<std::string> before(width), null(width);  // before a value; a null value
+  open = ",\n" + pad + (width ? "{" : "{}");
+  close = width ? "\n" + pad + "}" : "";
+  before.resize(width);
+  null.resize(width);
   for (size_t i = 0; i < width; ++i) {
     before[i] = i ? ",\n" : "\n";
     before[i].append(pad).append("  ");
@@ -710,6 +706,18 @@ void JsonWriter::SourceRowRange(const RowSource& source, size_t from, size_t to,
     before[i].append(": ");
     null[i] = before[i] + "null";
   }
+}
+
+// Rows [from, to) of a source as Array and Object lay them out: each after
+// "," (but the first of all) and a new line, then its keys and values, each
+// value written as Value writes the Variant a Dictionary row would hold.
+void JsonWriter::SourceRowRange(const RowSource& source, const SourceLayout& layout, size_t from,
+                                size_t to) {
+  const std::vector<std::string>& before = layout.before;
+  const std::vector<std::string>& null = layout.null;
+  const size_t width = before.size();
+  const std::string& open = layout.open;
+  const std::string& close = layout.close;
   struct Cells final : CellVisitor {
     JsonWriter& out;
     const std::vector<std::string>& before;
@@ -769,8 +777,9 @@ void JsonWriter::SourceRows(const RowSource& source, int indent) {
     return;
   }
   buffer_.push_back('[');
+  const SourceLayout layout(source.keys(), indent);  // shared by both threads, read only
   if (n < kRowsForTwo) {
-    SourceRowRange(source, 0, n, indent);
+    SourceRowRange(source, layout, 0, n);
   } else {
     const size_t blocks = (n + kBlock - 1) / kBlock;
     std::vector<std::string> text(blocks);
@@ -788,7 +797,7 @@ void JsonWriter::SourceRows(const RowSource& source, int indent) {
           }
           std::string out;
           JsonWriter part([&](std::string_view chunk) { out.append(chunk); }, 1 << 20);
-          part.SourceRowRange(source, b * kBlock, std::min(n, (b + 1) * kBlock), indent);
+          part.SourceRowRange(source, layout, b * kBlock, std::min(n, (b + 1) * kBlock));
           if (out.empty()) {
             out = std::move(part.buffer_);
           } else {
@@ -808,7 +817,7 @@ void JsonWriter::SourceRows(const RowSource& source, int indent) {
     });
     for (size_t b = 0; b < blocks; ++b) {
       if (b % 2 == 0) {
-        SourceRowRange(source, b * kBlock, std::min(n, (b + 1) * kBlock), indent);
+        SourceRowRange(source, layout, b * kBlock, std::min(n, (b + 1) * kBlock));
       } else {
         std::string block;
         {

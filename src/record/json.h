@@ -96,8 +96,16 @@ class JsonWriter {
     std::vector<std::string> prefixes;
   };
   const Shape* ShapeOf(const KeyList& keys, int indent);
+  // The text around a source's values, put together once: a row's opening
+  // (after a comma) and closing, and before each value its key, or the key
+  // and a null.
+  struct SourceLayout {
+    SourceLayout(const KeyList& keys, int indent);
+    std::string open, close;
+    std::vector<std::string> before, null;
+  };
   void SourceRows(const RowSource& source, int indent);
-  void SourceRowRange(const RowSource& source, size_t from, size_t to, int indent);
+  void SourceRowRange(const RowSource& source, const SourceLayout& layout, size_t from, size_t to);
   std::deque<Shape> shapes_;
 };
 
