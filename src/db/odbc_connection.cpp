@@ -269,6 +269,19 @@ Variant ReadColumn(SQLHSTMT stmt, SQLUSMALLINT col, SQLSMALLINT type, std::strin
   }
 }
 
+// A result column's concise SQL type. The verbose type is the same for all
+// but dates and times, which alone need the concise one asked for.
+SQLSMALLINT ColumnType(SQLHSTMT stmt, SQLUSMALLINT column, std::string_view sql) {
+  SQLLEN type = 0;
+  Check(SQLColAttributeW(stmt, column, SQL_DESC_TYPE, nullptr, 0, nullptr, &type), SQL_HANDLE_STMT,
+        stmt, "describing a column", sql);
+  if (type == SQL_DATETIME || type == SQL_INTERVAL) {
+    Check(SQLColAttributeW(stmt, column, SQL_DESC_CONCISE_TYPE, nullptr, 0, nullptr, &type),
+          SQL_HANDLE_STMT, stmt, "describing a column", sql);
+  }
+  return static_cast<SQLSMALLINT>(type);
+}
+
 // Rows fetched in blocks: each column bound to an array of kBlockRows
 // values, one SQLFetch a block, instead of one SQLFetch a row and one
 // SQLGetData a value. Columns of unknown or very long width keep the
@@ -507,11 +520,15 @@ class OdbcConnection : public Connection {
     std::vector<SQLULEN> sizes;
     for (SQLUSMALLINT c = 1; c <= static_cast<SQLUSMALLINT>(ncols); ++c) {
       SQLWCHAR name[512] = {};
-      SQLSMALLINT name_len = 0, type = 0, digits = 0, nullable = 0;
+      SQLSMALLINT name_len = 0, digits = 0;
       SQLULEN size = 0;
+      // Neither the concise type nor the nullability is asked here: for
+      // either, some drivers (psqlODBC) look the column up in the server's
+      // catalog, a query of its own for every table a statement reads.
       Check(SQLDescribeColW(stmt.get(), c, name, static_cast<SQLSMALLINT>(std::size(name)),
-                            &name_len, &type, &size, &digits, &nullable),
+                            &name_len, nullptr, &size, &digits, nullptr),
             SQL_HANDLE_STMT, stmt.get(), "describing a column", sql);
+      const SQLSMALLINT type = ColumnType(stmt.get(), c, sql);
       std::string label =
           Utf16ToUtf8(reinterpret_cast<const char16_t*>(name),
                       std::min<size_t>(static_cast<size_t>(name_len), std::size(name) - 1));
