@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <future>
 
 #include "db_fixture.h"
 #include "mrp/open_demand.h"
@@ -71,6 +72,14 @@ TEST_P(Database, AReaderBesideTheSessionSeesWhatIsCommitted) {
   }
   conn().Commit();
   EXPECT_EQ(count(), 2);
+  // What opens a reader holds nothing of the session it came from: it opens
+  // one on another thread, after that session is closed.
+  db::ConnectionPtr session = db::Open(dsn());
+  auto open = session->ReaderOpener();
+  ASSERT_TRUE(open);
+  session.reset();
+  db::ConnectionPtr late = std::async(std::launch::async, open).get();
+  EXPECT_EQ(late->QueryValue("select count(*) from t_Probe").ToLong(), 2);
 }
 
 // A row seen as a view says what QueryRows would give for every column:

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "db_fixture.h"
+#include "frame/context.h"
 #include "mrp/mrp_data_info.h"
 #include "mrp/open_demand.h"
 #include "record/json.h"
@@ -227,6 +228,36 @@ TEST_P(Mrp, OnlyTheKeptLinesMustBeReadable) {
       EXPECT_NE(std::string(e.what()).find("bad-two"), std::string::npos) << e.what();
     }
   }
+}
+
+// A second session that cannot log in fails the call with the login's
+// error, as a failed first login would; nothing is left waiting for it.
+TEST_P(Mrp, ASideSessionThatCannotLogInFailsTheCall) {
+  class NoSecondLogin : public StandaloneContext {
+   public:
+    std::function<db::ConnectionPtr()> ReaderOpener() override {
+      if (!StandaloneContext::ReaderOpener()) return {};
+      return []() -> db::ConnectionPtr {
+        throw Error(ErrorCategory::kDatabase, "no second login today");
+      };
+    }
+  };
+  Host host = host_;
+  host.make_context = [] { return std::make_unique<NoSecondLogin>(); };
+  auto lines = Vector::Create();
+  const VectorPtr one = Demand();
+  for (int k = 0; k < 600; ++k) {
+    for (const auto& row : one->rows()) lines->Add(row);
+  }
+  MrpDataInfo info(host);
+  try {
+    info.GetMrpReportData(dsn(), lines, Filter(lines, 1), "", 1, 1);
+    ADD_FAILURE() << "the call went on without its second session";
+  } catch (const Error& e) {
+    EXPECT_NE(std::string(e.what()).find("no second login today"), std::string::npos) << e.what();
+  }
+  MrpDataInfo next(host_);
+  EXPECT_GT(next.GetMrpReportData(dsn(), lines, Filter(lines, 1), "", 1, 1)->Count(), 0);
 }
 
 // Ids far beyond the usual numbering, and below zero, are walked like any.

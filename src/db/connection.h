@@ -79,12 +79,18 @@ class Connection {
   virtual void Rollback() = 0;
   virtual bool InTransaction() const = 0;
 
-  // A second session on the same database, for reads on another thread
-  // beside this one (an SQLite file opened read-only, a second login to a
-  // server); nullptr where it could not see the same data (an in-memory
-  // database). It sees what is committed, never this session's open
-  // transaction.
-  virtual std::unique_ptr<Connection> OpenReader() const { return nullptr; }
+  // What opens a second session on the same database, for reads on another
+  // thread beside this one (an SQLite file opened read-only, a second login
+  // to a server); empty where one could not see the same data (an in-memory
+  // database). The session sees what is committed, never this session's
+  // open transaction. The opener stands alone: it may be called on any
+  // thread, after this session is gone.
+  virtual std::function<std::unique_ptr<Connection>()> ReaderOpener() const { return {}; }
+  // Opens one at once; nullptr where none can be opened.
+  std::unique_ptr<Connection> OpenReader() const {
+    const auto open = ReaderOpener();
+    return open ? open() : nullptr;
+  }
 
   // Convenience: first column of the first row, Empty when there is no row.
   Variant QueryValue(std::string_view sql, const Params& params = {});

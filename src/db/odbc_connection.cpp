@@ -491,11 +491,13 @@ class OdbcConnection : public Connection {
         options_(options) {}
   // A second login: the server's process for it costs less than the reads
   // it takes off this session. Read-only where the driver honours it.
-  ConnectionPtr OpenReader() const override {
-    ConnectionPtr reader = db::OpenOdbc(connection_string_, options_);
-    SQLSetConnectAttr(static_cast<OdbcConnection&>(*reader).dbc_, SQL_ATTR_ACCESS_MODE,
-                      reinterpret_cast<SQLPOINTER>(SQL_MODE_READ_ONLY), 0);
-    return reader;
+  std::function<ConnectionPtr()> ReaderOpener() const override {
+    return [connection_string = connection_string_, options = options_] {
+      ConnectionPtr reader = db::OpenOdbc(connection_string, options);
+      SQLSetConnectAttr(static_cast<OdbcConnection&>(*reader).dbc_, SQL_ATTR_ACCESS_MODE,
+                        reinterpret_cast<SQLPOINTER>(SQL_MODE_READ_ONLY), 0);
+      return reader;
+    };
   }
   ~OdbcConnection() override {
     if (in_transaction_) {

@@ -276,10 +276,12 @@ class SqliteConnection : public Connection {
   }
   bool InTransaction() const override { return in_transaction_; }
 
-  ConnectionPtr OpenReader() const override {
-    if (path_.empty() || path_ == ":memory:" || path_.rfind("file:", 0) == 0) return nullptr;
-    sqlite3* db = OpenHandle(path_, SQLITE_OPEN_READONLY, options_);
-    return std::make_unique<SqliteConnection>(db, path_, options_);
+  std::function<ConnectionPtr()> ReaderOpener() const override {
+    if (path_.empty() || path_ == ":memory:" || path_.rfind("file:", 0) == 0) return {};
+    return [path = path_, options = options_]() -> ConnectionPtr {
+      sqlite3* db = OpenHandle(path, SQLITE_OPEN_READONLY, options);
+      return std::make_unique<SqliteConnection>(db, path, options);
+    };
   }
 
  private:

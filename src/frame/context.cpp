@@ -98,9 +98,9 @@ db::Connection& StandaloneContext::connection() {
   return *own_;
 }
 
-db::ConnectionPtr StandaloneContext::OpenReader() {
-  if (joined_ || !own_ || depth_ != 1) return nullptr;  // not a nested call either
-  return own_->OpenReader();
+std::function<db::ConnectionPtr()> StandaloneContext::ReaderOpener() {
+  if (joined_ || !own_ || depth_ != 1) return {};  // not a nested call either
+  return own_->ReaderOpener();
 }
 
 void StandaloneContext::SetAbort() {

@@ -10,6 +10,8 @@
 // transaction is used and is never committed behind its back.
 #pragma once
 
+#include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -29,12 +31,16 @@ class TransContext {
   virtual db::Connection& connection() = 0;
   virtual void SetAbort() = 0;
   virtual void SetComplete() = 0;
-  // A session for reads on another thread beside the bound one
-  // (Connection::OpenReader), where that is sound: only for a call's own
-  // unit of work, whose reads come before any change of its own. nullptr
+  // What opens a session for reads on another thread beside the bound one
+  // (Connection::ReaderOpener), where that is sound: only for a call's own
+  // unit of work, whose reads come before any change of its own. Empty
   // when the call joined a caller's unit (it may hold changes not
   // committed) or is nested in another call.
-  virtual db::ConnectionPtr OpenReader() { return nullptr; }
+  virtual std::function<db::ConnectionPtr()> ReaderOpener() { return {}; }
+  db::ConnectionPtr OpenReader() {
+    const auto open = ReaderOpener();
+    return open ? open() : nullptr;
+  }
 };
 
 // A unit of work owned by a library user: every context of this thread that
@@ -93,7 +99,7 @@ class StandaloneContext : public TransContext {
   db::Connection& connection() override;
   void SetAbort() override;
   void SetComplete() override;
-  db::ConnectionPtr OpenReader() override;
+  std::function<db::ConnectionPtr()> ReaderOpener() override;
 
  private:
   void EndTransaction(bool commit);

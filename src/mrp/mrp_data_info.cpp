@@ -187,13 +187,24 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     std::future<mrp::OpenSupply> supply_ready;
     std::future<std::optional<std::vector<LineRecord>>> records_ready;
     std::jthread side_reads;
-    db::ConnectionPtr reader;
-    if (lines->Count() >= kLinesForSideReads) reader = context_->OpenReader();
-    if (reader) {
+    std::function<db::ConnectionPtr()> open_reader;
+    if (lines->Count() >= kLinesForSideReads) open_reader = context_->ReaderOpener();
+    if (open_reader) {
       dates_ready = dates_read.get_future();
       supply_ready = supply_read.get_future();
       records_ready = records_made.get_future();
-      side_reads = std::jthread([&, reader = std::move(reader)] {
+      // The second session logs in on its own thread too: a login that
+      // fails fails the reads, and so the call where the dates are taken.
+      side_reads = std::jthread([&, open_reader = std::move(open_reader)] {
+        db::ConnectionPtr reader;
+        try {
+          reader = open_reader();
+        } catch (...) {
+          dates_read.set_exception(std::current_exception());
+          supply_read.set_exception(std::current_exception());
+          records_made.set_value(std::nullopt);
+          return;
+        }
         bool dated = false;
         try {
           dates.Load(*reader);
