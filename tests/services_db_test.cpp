@@ -6,9 +6,10 @@
 #include <fstream>
 #include <set>
 
-#include "schema/erp_schema.h"
 #include "db_fixture.h"
 #include "frame/component.h"
+#include "frame/context.h"
+#include "schema/erp_schema.h"
 #include "services/host_config.h"
 #include "services/numbering.h"
 #include "services/profile.h"
@@ -200,6 +201,30 @@ TEST_P(Services, PooledSessionsComeBackOnlyOutsideATransaction) {
   }
   EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 31").ToLong(), 1);
   EXPECT_FALSE(pool->Take(dsn())->InTransaction());
+}
+
+// A session opened ahead is what the next Take on its description waits
+// for, and only that; a login that failed fails that Take with its error.
+TEST_P(Services, ASessionOpenedAheadGoesToTheNextTakeOnItsDescription) {
+  ConnectionPool pool;
+  const std::string nowhere = "sqlite:/no-such-folder/mrpcalc/x.db";
+  pool.OpenAhead(nowhere);
+  pool.OpenAhead(dsn());  // one at a time: this one is not opened ahead
+  db::ConnectionPtr session = pool.Take(dsn());
+  EXPECT_EQ(session->QueryValue("select 1").ToLong(), 1);
+  try {
+    pool.Take(nowhere);
+    ADD_FAILURE() << "a session on a folder that does not exist";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.category(), ErrorCategory::kDatabase) << e.what();
+  }
+  pool.OpenAhead(dsn());
+  pool.Give(dsn(), std::move(session));
+  db::ConnectionPtr ahead = pool.Take(dsn());
+  db::ConnectionPtr idle = pool.Take(dsn());
+  EXPECT_NE(ahead.get(), idle.get());
+  EXPECT_FALSE(ahead->InTransaction());
+  pool.OpenAhead(dsn());  // never taken: closed with the pool
 }
 
 }  // namespace

@@ -395,8 +395,14 @@ std::vector<Variant> ParseCallArgs(const std::string& text) {
 int RunCall(const std::string& prog_id, const std::string& method, const std::string& dsn,
             const std::string& args_text) {
   try {
+    const HostConfig config = HostConfig::FromEnvironment();
+    // A server's login (its driver loaded, a process started for us) goes
+    // on while the request is read. Not a file's: opening one takes a
+    // millisecond, and would create it before the request is known good.
+    auto pool = std::make_shared<ConnectionPool>(OpenOptionsOf(config));
+    if (db::NamesServer(dsn)) pool->OpenAhead(dsn);
     std::vector<Variant> args = ParseCallArgs(ReadArgs(args_text));
-    const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
+    const Host host = MakeStandaloneHost(config, pool);
     // The arguments and the answer live until the process ends: the system
     // takes the memory back whole, which is much faster than freeing a
     // report of tens of thousands of rows piece by piece just before exit.

@@ -101,9 +101,18 @@ bool Connection::TableExists(std::string_view table) {
   return false;
 }
 
+namespace {
+std::string SchemeOf(std::string_view dsn) {
+  const size_t colon = dsn.find(':');
+  return colon == std::string_view::npos ? "" : FoldKey(dsn.substr(0, colon));
+}
+}  // namespace
+
+bool NamesServer(std::string_view dsn) { return SchemeOf(dsn) == "odbc"; }
+
 ConnectionPtr Open(std::string_view dsn, const OpenOptions& options) {
   const size_t colon = dsn.find(':');
-  const std::string scheme = colon == std::string_view::npos ? "" : FoldKey(dsn.substr(0, colon));
+  const std::string scheme = SchemeOf(dsn);
   const std::string_view rest = colon == std::string_view::npos ? "" : dsn.substr(colon + 1);
   if (scheme == "sqlite") {
     if (rest.empty()) ThrowInvalid("connection description \"sqlite:\" names no database file");

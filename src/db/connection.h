@@ -108,6 +108,9 @@ struct OpenOptions {
 // with the engine's text when the connection fails, invalid input when the
 // description names no known engine.
 ConnectionPtr Open(std::string_view dsn, const OpenOptions& options = {});
+// Whether the description names a database server (a login) rather than a
+// database file.
+bool NamesServer(std::string_view dsn);
 
 // Rolls back on scope exit unless Commit() was called.
 class Transaction {

@@ -36,6 +36,12 @@ UnitOfWork* UnitOfWork::Find(const std::string& dsn) {
 }
 
 db::ConnectionPtr ConnectionPool::Take(const std::string& dsn) {
+  std::future<db::ConnectionPtr> ahead;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (ahead_.valid() && ahead_dsn_ == dsn) ahead = std::move(ahead_);
+  }
+  if (ahead.valid()) return ahead.get();
   {
     std::lock_guard<std::mutex> lock(mutex_);
     for (auto it = idle_.rbegin(); it != idle_.rend(); ++it) {
@@ -47,6 +53,14 @@ db::ConnectionPtr ConnectionPool::Take(const std::string& dsn) {
     }
   }
   return db::Open(dsn, options_);
+}
+
+void ConnectionPool::OpenAhead(const std::string& dsn) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (ahead_.valid()) return;  // one at a time
+  ahead_dsn_ = dsn;
+  ahead_ =
+      std::async(std::launch::async, [dsn, options = options_] { return db::Open(dsn, options); });
 }
 
 void ConnectionPool::Give(const std::string& dsn, db::ConnectionPtr connection) {

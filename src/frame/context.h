@@ -78,14 +78,23 @@ class ConnectionPool {
  public:
   explicit ConnectionPool(db::OpenOptions options = {}, size_t max_idle = 16)
       : options_(options), max_idle_(max_idle) {}
+  // Waits for a session opened ahead on dsn, or takes an idle one, or opens
+  // one. A session opened ahead that failed to open throws its error here.
   db::ConnectionPtr Take(const std::string& dsn);
   void Give(const std::string& dsn, db::ConnectionPtr connection);
+  // Starts opening a session on dsn on a thread of its own, for the next
+  // Take(dsn): a caller that has other work first (reading its request)
+  // need not wait for a server's login after it. A session opened ahead
+  // and never taken is closed with the pool, which waits for its login.
+  void OpenAhead(const std::string& dsn);
 
  private:
   db::OpenOptions options_;
   size_t max_idle_;
   std::mutex mutex_;
   std::vector<std::pair<std::string, db::ConnectionPtr>> idle_;
+  std::string ahead_dsn_;
+  std::future<db::ConnectionPtr> ahead_;
 };
 
 class StandaloneContext : public TransContext {

@@ -119,11 +119,17 @@ HostConfig HostConfig::FromEnvironment() {
   return config;
 }
 
-Host MakeStandaloneHost(const HostConfig& config) {
-  Host host;
+db::OpenOptions OpenOptionsOf(const HostConfig& config) {
   db::OpenOptions options;
   options.login_timeout_seconds = config.login_timeout_seconds;
-  host.make_context = [options] { return std::make_unique<StandaloneContext>(options); };
+  return options;
+}
+
+Host MakeStandaloneHost(const HostConfig& config, std::shared_ptr<ConnectionPool> pool) {
+  Host host;
+  host.make_context = [options = OpenOptionsOf(config), pool = std::move(pool)] {
+    return std::make_unique<StandaloneContext>(options, pool);
+  };
   host.login = std::make_shared<FixedLogin>(config.props);
   host.resources = std::make_shared<CatalogResourceLoader>(config.language);
   host.data_rights = std::make_shared<ConfiguredDataRights>(config.data_rights);

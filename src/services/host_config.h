@@ -19,6 +19,7 @@
 #include <string>
 #include <utility>
 
+#include "frame/context.h"
 #include "frame/host.h"
 
 namespace mrpcalc {
@@ -39,6 +40,9 @@ struct HostConfig {
 // A Host with the stand-alone services: a StandaloneContext per instance,
 // the message catalogs shipped with the program, data rights and INI
 // settings from the configuration, and numbering in the ERP database.
-Host MakeStandaloneHost(const HostConfig& config);
+// With a pool, the contexts take their sessions from it (and give them
+// back); the pool should open them with OpenOptionsOf(config).
+Host MakeStandaloneHost(const HostConfig& config, std::shared_ptr<ConnectionPool> pool = nullptr);
+db::OpenOptions OpenOptionsOf(const HostConfig& config);
 
 }  // namespace mrpcalc
