@@ -21,6 +21,7 @@
 #include <sstream>
 
 #include "cli/buyer.h"
+#include "cli/heap_ahead.h"
 #include "cli/plans.h"
 #include "component/registry.h"
 #include "db/connection.h"
@@ -352,6 +353,15 @@ int RunDemo(const std::string& dsn) {
   return 0;
 }
 
+// The size of the arguments ReadArgs will read: a file's as the system
+// gives it (0 when it gives none).
+size_t ArgsBytes(const std::string& args) {
+  if (args.empty() || args[0] != '@') return args.size();
+  struct stat st {};
+  if (stat(args.c_str() + 1, &st) != 0 || !S_ISREG(st.st_mode)) return 0;
+  return static_cast<size_t>(st.st_size);
+}
+
 // The text of --args, or of the file it names with a leading @: read
 // whole, in one piece (a request of all open demand runs to megabytes).
 std::string ReadArgs(const std::string& args) {
@@ -401,6 +411,7 @@ int RunCall(const std::string& prog_id, const std::string& method, const std::st
     // millisecond, and would create it before the request is known good.
     auto pool = std::make_shared<ConnectionPool>(OpenOptionsOf(config));
     if (db::NamesServer(dsn)) pool->OpenAhead(dsn);
+    const cli::HeapAhead heap(cli::HeapAheadFor(ArgsBytes(args_text)));
     std::vector<Variant> args = ParseCallArgs(ReadArgs(args_text));
     const Host host = MakeStandaloneHost(config, pool);
     // The arguments and the answer live until the process ends: the system

@@ -1,0 +1,50 @@
+#include "cli/heap_ahead.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+
+namespace mrpcalc::cli {
+
+namespace {
+constexpr size_t kPerRequestByte = 5;
+constexpr size_t kLargest = size_t{60} << 20;  // below the heap's mmap threshold
+constexpr size_t kSmallest = size_t{4} << 20;  // two huge pages
+}  // namespace
+
+size_t HeapAheadFor(size_t request_bytes) {
+  const size_t bytes =
+      request_bytes > kLargest / kPerRequestByte ? kLargest : request_bytes * kPerRequestByte;
+  return bytes < kSmallest ? 0 : bytes;
+}
+
+HeapAhead::HeapAhead(size_t bytes) {
+  if (bytes == 0) return;
+  void* block = std::malloc(bytes);
+  if (!block) return;
+  const auto page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+  const auto from = (reinterpret_cast<uintptr_t>(block) + page - 1) & ~(page - 1);
+  const auto to = (reinterpret_cast<uintptr_t>(block) + bytes) & ~(page - 1);
+  // Back at the top of the heap, which keeps it mapped.
+  std::free(block);
+  if (from >= to) return;
+  // Mapping pages does not touch what they hold, so the heap may hand them
+  // out while this runs. Either call may be refused (an older kernel, no
+  // transparent huge pages): the pages are then mapped when first touched.
+  helper_ = std::thread([from, to] {
+    void* start = reinterpret_cast<void*>(from);
+    madvise(start, to - from, MADV_HUGEPAGE);
+#ifdef MADV_POPULATE_WRITE
+    madvise(start, to - from, MADV_POPULATE_WRITE);
+#endif
+  });
+}
+
+HeapAhead::~HeapAhead() {
+  if (helper_.joinable()) helper_.join();
+}
+
+}  // namespace mrpcalc::cli
