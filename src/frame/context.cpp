@@ -39,20 +39,19 @@ db::ConnectionPtr ConnectionPool::Take(const std::string& dsn) {
   std::future<db::ConnectionPtr> ahead;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (ahead_.valid() && ahead_dsn_ == dsn) ahead = std::move(ahead_);
-  }
-  if (ahead.valid()) return ahead.get();
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (auto it = idle_.rbegin(); it != idle_.rend(); ++it) {
-      if (it->first == dsn) {
-        db::ConnectionPtr c = std::move(it->second);
-        idle_.erase(std::next(it).base());
-        return c;
+    if (ahead_.valid() && ahead_dsn_ == dsn) {
+      ahead = std::move(ahead_);
+    } else {
+      for (auto it = idle_.rbegin(); it != idle_.rend(); ++it) {
+        if (it->first == dsn) {
+          db::ConnectionPtr c = std::move(it->second);
+          idle_.erase(std::next(it).base());
+          return c;
+        }
       }
     }
   }
-  return db::Open(dsn, options_);
+  return ahead.valid() ? ahead.get() : db::Open(dsn, options_);
 }
 
 void ConnectionPool::OpenAhead(const std::string& dsn) {
