@@ -13,6 +13,7 @@ namespace {
 constexpr size_t kPerRequestByte = 5;
 constexpr size_t kLargest = size_t{60} << 20;  // below the heap's mmap threshold
 constexpr size_t kSmallest = size_t{4} << 20;  // two huge pages
+constexpr uintptr_t kStep = uintptr_t{2} << 20;  // a huge page
 }  // namespace
 
 size_t HeapAheadFor(size_t request_bytes) {
@@ -35,10 +36,17 @@ HeapAhead::HeapAhead(size_t bytes) {
   // out while this runs. Either call may be refused (an older kernel, no
   // transparent huge pages): the pages are then mapped when first touched.
   helper_ = std::thread([from, to] {
-    void* start = reinterpret_cast<void*>(from);
-    madvise(start, to - from, MADV_HUGEPAGE);
+    madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
 #ifdef MADV_POPULATE_WRITE
-    madvise(start, to - from, MADV_POPULATE_WRITE);
+    // A huge page at a time: the system holds the process's address space
+    // while it maps, and the heap's own growth (the main thread's, and the
+    // other threads' arenas) waits for that. In steps, it waits for one
+    // step at most.
+    for (uintptr_t at = from; at < to;) {
+      const uintptr_t next = std::min(to, (at + kStep) & ~(kStep - 1));
+      madvise(reinterpret_cast<void*>(at), next - at, MADV_POPULATE_WRITE);
+      at = next;
+    }
 #endif
   });
 }
