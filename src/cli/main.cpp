@@ -96,6 +96,17 @@ std::pair<VectorPtr, VectorPtr> DemandOf(db::Connection& c, const MrpOptions& o)
 
 void WriteToStdout(std::string_view chunk) { std::fwrite(chunk.data(), 1, chunk.size(), stdout); }
 
+// An answer runs to tens of megabytes. Through a pipe of the system's
+// default size (64 KB) this process and its reader take turns every 64 KB,
+// each waking the other; through 1 MB (the most an unprivileged process
+// may ask for, by default) both keep running. Nothing happens where stdout
+// is not a pipe, is already as wide, or the system refuses.
+void WidenStdoutPipe() {
+  constexpr int kWide = 1 << 20;
+  const int now = fcntl(STDOUT_FILENO, F_GETPIPE_SZ);
+  if (now > 0 && now < kWide) fcntl(STDOUT_FILENO, F_SETPIPE_SZ, kWide);
+}
+
 void PrintReport(const VectorPtr& rows, const std::string& format) {
   cli::PrintRows(rows, format,
                  {{"item", "FItemNumber", -6},
@@ -412,6 +423,7 @@ int RunCall(const std::string& prog_id, const std::string& method, const std::st
     auto pool = std::make_shared<ConnectionPool>(OpenOptionsOf(config));
     if (db::NamesServer(dsn)) pool->OpenAhead(dsn);
     const cli::HeapAhead heap(cli::HeapAheadFor(ArgsBytes(args_text)));
+    WidenStdoutPipe();
     std::vector<Variant> args = ParseCallArgs(ReadArgs(args_text));
     const Host host = MakeStandaloneHost(config, pool);
     // The arguments and the answer live until the process ends: the system
@@ -444,6 +456,7 @@ int RunCalls(const std::string& dsn, const std::string& script_arg) {
       ThrowInvalid(std::string("--script is not valid JSON: ") + e.what());
     }
     if (!script.is_array()) ThrowInvalid("--script must be a JSON array of calls");
+    WidenStdoutPipe();
     const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
     CallSession session(PublicClasses(), host);
     bool failed = false;
