@@ -383,6 +383,100 @@ TEST(Report, OrderedByCodeWithMissingCodesFirst) {
   EXPECT_EQ(rows[1].bom_item_id, kWheel);
 }
 
+// A report explodes its demand rows on two threads from some number of rows
+// on: on random factories (inexact quantities, NULL scrap on bought parts,
+// properties and memos, stock of made parts, pegging) it gives the
+// one-thread report to the last bit. Where rows fail, it fails as one
+// thread does, on the first failing row, even when the helper, working from
+// the back, meets a later failing row first.
+TEST(Report, TwoThreadsGiveTheOneThreadReport) {
+  auto dump = [](const Input& in, size_t two_threads_from) {
+    Input copy = in;
+    copy.options.two_threads_from = two_threads_from;
+    std::string out;
+    try {
+      for (const ReportRow& r : Calculate(copy)) {
+        out += std::to_string(r.bom_item_id.value_or(-1)) + " " +
+               std::to_string(r.aux_prop_id.value_or(-1)) + " " + r.memo.value_or("~") + " " +
+               (r.date ? r.date->ToDateString() : "~");
+        for (const OptNum& v : {r.need_qty, r.mid_stock_qty, r.qty}) {
+          char text[40];
+          std::snprintf(text, sizeof text, " %a", v.value_or(-0.5));
+          out += text;
+        }
+        for (const Peg& p : r.pegs) {
+          char text[60];
+          std::snprintf(text, sizeof text, " %d:%a", p.demand, p.qty);
+          out += text;
+        }
+        out += "\n";
+      }
+    } catch (const Error& e) {
+      out = std::string("error: ") + e.what();
+    }
+    return out;
+  };
+  int failing = 0, passing = 0;
+  for (unsigned seed = 1; seed <= 24; ++seed) {
+    std::mt19937 rng(seed);
+    auto pick = [&](int n) { return static_cast<int32_t>(rng() % static_cast<unsigned>(n)); };
+    Input in;
+    in.options.task = TaskKindFromSubId("SC");
+    in.options.expand = true;
+    in.options.mid_stock = true;
+    in.options.peg = true;
+    in.options.frm_type = 1;
+    in.options.bom_type = 1 + pick(2);
+    in.unit_names = {{1, "PCS"}};
+    in.aux_names = {{1, std::string("red")}, {2, std::nullopt}};
+    in.approved_use_status = {kBomInUse};
+    // Made parts 1-30 (each a bill of later parts), bought parts 31-60, and
+    // made parts 61-63 whose bills have no quantity: exploding one fails.
+    for (int32_t id = 1; id <= 63; ++id) {
+      const bool made = id <= 30 || id > 60;
+      in.items[id] = {made ? kClsAssembled : kClsPurchased,
+                      std::to_string(100 + pick(40)),
+                      std::string("n"),
+                      std::nullopt,
+                      1,
+                      0.0,
+                      0,
+                      std::nullopt};
+      if (!made) continue;
+      in.boms.push_back({id * 10, id, id > 60 ? OptNum() : OptNum(1 + pick(3)), 0, kBomInUse, 1});
+      const int32_t lines = 1 + pick(5);
+      for (int32_t e = 1; e <= lines; ++e) {
+        const int32_t child = id < 30 && pick(3) == 0 ? id + 1 + pick(30 - id) : 31 + pick(30);
+        const int memo = pick(5);
+        in.bom_children.push_back({id * 10, e, child, (1 + pick(50)) / 7.0,
+                                   child > 30 && pick(9) == 0 ? OptNum() : OptNum(pick(4) * 2.5),
+                                   pick(3), 1,
+                                   memo == 0   ? OptText()
+                                   : memo == 1 ? OptText("m" + std::to_string(pick(2)))
+                                               : OptText("")});
+      }
+      if (id <= 30 && pick(3) == 0) in.stock[{id, 0}] = pick(20) / 3.0;
+    }
+    for (int32_t i = 0; i < 600; ++i) {
+      const int32_t day = 1 + pick(28);
+      in.demand.push_back(
+          {kTranSalesOrder, 1 + pick(30), 1 + i, 1, "SE", (1 + pick(900)) / 9.0,
+           *Date::Parse("2026-12-" + std::string(day < 10 ? "0" : "") + std::to_string(day))});
+    }
+    // In every other factory, rows late in the demand fail: the first of
+    // them is what the report names.
+    if (seed % 2 == 0) {
+      for (int k = 0; k < 3; ++k) in.demand[400 + static_cast<size_t>(pick(200))].item_id = 61 + k;
+    }
+    const std::string one = dump(in, SIZE_MAX);
+    EXPECT_EQ(dump(in, 1), one) << "seed " << seed;
+    EXPECT_EQ(dump(in, 500), one) << "seed " << seed;
+    (one.rfind("error: ", 0) == 0 ? failing : passing)++;
+  }
+  EXPECT_GE(failing, 10);
+  EXPECT_GE(passing, 10);
+}
+
 // Many materials under one bill, their codes alike in their first bytes,
 // shorter, beyond ASCII, with a zero byte, shared, or missing: the rows
 // come in the order of the codes (as std::string orders them), materials

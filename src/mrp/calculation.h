@@ -58,6 +58,7 @@ class BomIndex {
   // A line's place among all lines, 0 to line_count() - 1: the lines of a
   // bill are neighbours.
   size_t LineNumber(const Line& line) const { return static_cast<size_t>(&line - lines_.data()); }
+  const Line& LineAt(size_t number) const { return lines_[number]; }
   size_t line_count() const { return lines_.size(); }
   // The approved bill of a made component: use status coded 'zt01' and
   // FStatus 1, lowest interior id first; nullptr when there is none.

@@ -149,6 +149,9 @@ struct Options {
   int frm_type = 0;              // form kind; 0 resets and suggests suppliers
   int32_t user_id = 0;
   bool peg = false;  // record each row's demand lines (ReportRow::pegs)
+  // The multi-level explosion shares its demand rows with a second thread
+  // from this many on; below, a thread costs more than it saves.
+  size_t two_threads_from = 4096;
 };
 
 struct UserRights {

@@ -1,10 +1,12 @@
 // The report: demand rows, explosion, folding, netting and suppliers.
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cmath>
 #include <future>
 #include <map>
 #include <optional>
+#include <thread>
 #include <tuple>
 #include <unordered_map>
 
@@ -59,10 +61,12 @@ class Report {
       ExpandTasks();
       PushIssuedDownTheLevels();
       MaterialsAtOnce();
+      Beside beside;
       if (opt_.mid_stock) {
-        covered = std::async(std::launch::async, [this] { return CoveredByMidStock(); });
+        beside = Beside([this] { return CoveredByMidStock(); });
+        covered = beside.get_future();
       }
-      MultiLevel();
+      MultiLevel(beside);
     } else {
       SingleLevel();
     }
@@ -234,24 +238,137 @@ class Report {
     for (const auto& r : needs_) snapshot_.insert({r.item_id.value_or(0), r.aux_prop_id});
   }
 
-  void MultiLevel() {
+  // What runs beside the explosion, on the second thread.
+  using Beside = std::packaged_task<std::map<Key, double>()>;
+
+  void MultiLevel(Beside& beside) {
     // Rows already materials keep their place ahead of the exploded ones.
     for (const auto& r : needs_) {
       if (!Equal(r.bom_item_id, 0))
         Accumulate(r.bom_item_id, r.aux_prop_id, r.memo, r.suggest_qty, r.date, r.demand);
     }
-    for (const auto& r : needs_) {
-      if (!r.item_id) continue;
-      for (const BomHeader* bill : boms_.InUse(*r.item_id)) {
-        if (!r.suggest_qty || !bill->qty || !r.date) {
-          throw Error(ErrorCategory::kInvalidInput,
-                      "cannot explode bill " + std::to_string(bill->inter_id) +
-                          ": the demand quantity, the bill quantity or the required date is NULL");
-        }
+    // (A line's number keeps its top bit free for the helper's use.)
+    if (needs_.size() < opt_.two_threads_from || boms_.line_count() >= kNullQty) {
+      if (beside.valid()) beside_ = std::jthread(std::move(beside));
+      for (const Need& r : needs_) {
         auto leaf = [&](const BomIndex::Line& line, OptNum suggest, OptNum) {
-          AccumulateLine(line, Dec(suggest), r.date, r.demand);
+          AccumulateLine(boms_.LineNumber(line), Dec(suggest), r.date, r.demand);
         };
-        ExplodeBill(boms_, opt_.bom_type, bill->inter_id, *r.suggest_qty, *bill->qty, leaf);
+        Explode(r, leaf);
+      }
+      return;
+    }
+    OnTwoThreads(beside);
+  }
+
+  // Every leaf below one demand row's product, through each of its in-use
+  // bills.
+  template <class Leaf>
+  void Explode(const Need& r, Leaf& leaf) const {
+    if (!r.item_id) return;
+    for (const BomHeader* bill : boms_.InUse(*r.item_id)) {
+      if (!r.suggest_qty || !bill->qty || !r.date) {
+        throw Error(ErrorCategory::kInvalidInput,
+                    "cannot explode bill " + std::to_string(bill->inter_id) +
+                        ": the demand quantity, the bill quantity or the required date is NULL");
+      }
+      ExplodeBill(boms_, opt_.bom_type, bill->inter_id, *r.suggest_qty, *bill->qty, leaf);
+    }
+  }
+
+  // The demand rows in blocks: this thread takes them from the front and
+  // adds up as it goes; a helper takes them from the back and only works
+  // out each leaf's line and quantity, which this thread then adds up in
+  // the rows' order, once the two have met. The sums are added in the same
+  // order as on one thread, so they come out the same to the last bit; the
+  // error raised is the first row's in order, as on one thread.
+  void OnTwoThreads(Beside& beside) {
+    constexpr size_t kBlock = 32;
+    const auto blocks = static_cast<uint32_t>((needs_.size() + kBlock - 1) / kBlock);
+    // The next block from the front, high half; one past the last block
+    // left from the back, low half.
+    struct alignas(64) Left {
+      std::atomic<uint64_t> value;
+    } shared{blocks};
+    std::atomic<uint64_t>& left = shared.value;
+    auto take = [&left](bool front) -> int64_t {
+      uint64_t now = left.load(std::memory_order_relaxed);
+      for (;;) {
+        const uint64_t first = now >> 32, end = now & 0xffffffffu;
+        if (first >= end) return -1;
+        const uint64_t next = front ? now + (uint64_t{1} << 32) : now - 1;
+        if (left.compare_exchange_weak(now, next, std::memory_order_relaxed))
+          return static_cast<int64_t>(front ? first : end - 1);
+      }
+    };
+    auto rows_of = [&](int64_t block) {
+      const size_t from = static_cast<size_t>(block) * kBlock;
+      return std::pair{from, std::min(needs_.size(), from + kBlock)};
+    };
+    // The helper's leaves: line numbers (top bit: the quantity is NULL) and
+    // quantities, block by block as taken; where each row's leaves end.
+    // Filled on the helper's own stack and handed over when it is done:
+    // nothing this thread reads meanwhile shares a cache line with them.
+    struct Leaves {
+      std::vector<uint32_t> lines;
+      std::vector<double> qtys;
+      std::vector<std::pair<int64_t, size_t>> taken;  // block, where its leaves start
+      std::vector<size_t> row_end;                    // by demand row
+      std::exception_ptr failed;                      // it takes no more blocks after
+    } helped;
+    std::thread helper([&] {
+      if (beside.valid()) beside();  // its errors go where it is taken
+      Leaves own;
+      try {
+        own.row_end.resize(needs_.size());
+        auto leaf = [this, &own](const BomIndex::Line& line, OptNum suggest, OptNum) {
+          const OptNum qty = Dec(suggest);
+          own.lines.push_back(static_cast<uint32_t>(boms_.LineNumber(line)) | (qty ? 0 : kNullQty));
+          own.qtys.push_back(qty.value_or(0));
+        };
+        for (int64_t block; (block = take(false)) >= 0;) {
+          own.taken.emplace_back(block, own.lines.size());
+          const auto [from, to] = rows_of(block);
+          for (size_t i = from; i < to; ++i) {
+            Explode(needs_[i], leaf);
+            own.row_end[i] = own.lines.size();
+          }
+        }
+      } catch (...) {
+        own.failed = std::current_exception();
+      }
+      helped = std::move(own);
+    });
+    try {
+      for (int64_t block; (block = take(true)) >= 0;) {
+        const auto [from, to] = rows_of(block);
+        for (size_t i = from; i < to; ++i) {
+          const Need& r = needs_[i];
+          auto leaf = [&](const BomIndex::Line& line, OptNum suggest, OptNum) {
+            AccumulateLine(boms_.LineNumber(line), Dec(suggest), r.date, r.demand);
+          };
+          Explode(r, leaf);
+        }
+      }
+    } catch (...) {
+      left.store(0);  // nothing left to take
+      helper.join();
+      throw;
+    }
+    helper.join();
+    // Every row ahead of the helper's failing block was exploded here
+    // without an error: its error is the first.
+    if (helped.failed) std::rethrow_exception(helped.failed);
+    for (auto b = helped.taken.rbegin(); b != helped.taken.rend(); ++b) {
+      size_t k = b->second;
+      const auto [from, to] = rows_of(b->first);
+      for (size_t i = from; i < to; ++i) {
+        const Need& r = needs_[i];
+        for (; k < helped.row_end[i]; ++k) {
+          const uint32_t line = helped.lines[k];
+          AccumulateLine(line & ~kNullQty, line & kNullQty ? OptNum() : OptNum(helped.qtys[k]),
+                         r.date, r.demand);
+        }
       }
     }
   }
@@ -426,12 +543,12 @@ class Report {
   // A bill line always lands in the same group once its first row has
   // placed it (the memo that unifies a material never changes after), so
   // the group is remembered per line.
-  void AccumulateLine(const BomIndex::Line& line, const OptNum& suggest,
-                      const std::optional<Date>& date, int32_t demand) {
+  void AccumulateLine(size_t line, const OptNum& suggest, const std::optional<Date>& date,
+                      int32_t demand) {
     if (line_group_.empty()) line_group_.assign(boms_.line_count(), kNoGroup);
-    size_t& group = line_group_[boms_.LineNumber(line)];
+    size_t& group = line_group_[line];
     if (group == kNoGroup) {
-      const BomChild& c = *line.child;
+      const BomChild& c = *boms_.LineAt(line).child;
       group = GroupOf(c.item_id, c.aux_prop_id, MemoId(c.note));
     }
     AddTo(group, suggest, date, demand);
@@ -720,6 +837,7 @@ class Report {
   std::unordered_map<std::string, int> memo_ids_;
   std::vector<std::string> memo_texts_;
   static constexpr size_t kNoGroup = SIZE_MAX;
+  static constexpr uint32_t kNullQty = 0x80000000u;  // in a line number the helper hands over
   std::vector<size_t> line_group_;  // by BomIndex::LineNumber
   std::vector<Sum> sums_;           // by group
   std::unordered_map<int32_t, std::vector<const TaskEntry*>> entries_of_;
@@ -728,6 +846,7 @@ class Report {
   std::unordered_map<GroupKey, size_t, GroupHash> group_index_;
   std::vector<Group> groups_;
   std::vector<std::vector<Peg>> group_pegs_;  // by group, with Options::peg
+  std::jthread beside_;                       // last: joined before the rest goes
 };
 
 }  // namespace
