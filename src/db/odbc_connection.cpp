@@ -585,14 +585,7 @@ class OdbcConnection : public Connection {
   SQLRETURN RunDirect(SQLHSTMT stmt, std::string_view sql, const Params& params,
                       BoundParams& bound) {
     std::u16string text = Utf8ToUtf16(sql);
-    if (!params.empty()) {
-      Check(SQLPrepareW(stmt, W(text), static_cast<SQLINTEGER>(text.size())), SQL_HANDLE_STMT, stmt,
-            "preparing a statement", sql);
-      BindParams(stmt, params, bound, sql);
-      const SQLRETURN rc = SQLExecute(stmt);
-      Check(rc, SQL_HANDLE_STMT, stmt, "running a statement", sql);
-      return rc;
-    }
+    if (!params.empty()) BindParams(stmt, params, bound, sql);
     const SQLRETURN rc = SQLExecDirectW(stmt, W(text), static_cast<SQLINTEGER>(text.size()));
     Check(rc, SQL_HANDLE_STMT, stmt, "running a statement", sql);
     return rc;
