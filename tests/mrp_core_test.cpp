@@ -308,6 +308,27 @@ TEST(Report, MidStockCoversTheMaterialsOfMadePartsInStock) {
   EXPECT_THROW(Calculate(in), Error);
 }
 
+// Stock of a made part two levels below the product covers its materials
+// too, and only once however many bills lead to it.
+TEST(Report, MidStockReachesMadePartsDeepDown) {
+  constexpr int32_t kHub = 6;
+  Input in = Bikes();
+  in.options.expand = true;
+  in.options.mid_stock = true;
+  in.items[kHub] = {kClsAssembled, std::string("6"), std::string("n6"), std::nullopt, 1, 0.0, 0,
+                    std::nullopt};
+  in.boms.push_back({30, kHub, 1.0, 0, kBomInUse, 1});
+  in.bom_children.push_back({20, 3, kHub, 1.0, 0.0, 0, 1, std::string("")});
+  in.bom_children.push_back({30, 1, kSpoke, 10.0, 0.0, 0, 1, std::string("")});
+  in.stock[{kHub, 0}] = 2.0;
+  auto rows = Calculate(in);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kSpoke).mid_stock_qty, 2 * 10);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kTyre).mid_stock_qty, 0);
+  in.bom_children.push_back({10, 3, kHub, 1.0, 0.0, 0, 1, std::string("")});  // on the bike too
+  rows = Calculate(in);
+  EXPECT_DOUBLE_EQ(*RowOf(rows, kSpoke).mid_stock_qty, 2 * 10);
+}
+
 TEST(Report, IssuedQuantitiesStopWhenALevelHasOneRow) {
   Input in = Bikes();
   in.options.expand = true;

@@ -9,6 +9,7 @@
 #include <thread>
 #include <tuple>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "mrp/calculation.h"
 #include "mrp/explosion.h"
@@ -711,28 +712,31 @@ class Report {
   // Reads only the input, the bill index and the demand's items, so that it
   // may run beside the explosion.
   std::map<Key, double> CoveredByMidStock() const {
-    std::set<int32_t> made;
+    // The made parts with an approved bill anywhere below the demand's
+    // items, through their in-use and approved bills; in the order of
+    // their ids, whatever order the walk finds them in.
+    std::vector<int32_t> made;
     std::vector<int32_t> todo;
-    for (const auto& [item, aux] : snapshot_) todo.push_back(item);
-    std::set<int32_t> seen(todo.begin(), todo.end());
+    std::unordered_set<int32_t> seen;
+    seen.reserve(boms_.line_count() / 4 + snapshot_.size());
+    for (const auto& [item, aux] : snapshot_) {
+      if (seen.insert(item).second) todo.push_back(item);
+    }
+    auto visit = [&](const BomHeader* bill) {
+      for (const auto& l : boms_.Lines(bill->inter_id)) {
+        if (!l.made) continue;
+        if (l.approved_bill >= 0) made.push_back(l.item_id);
+        if (seen.insert(l.item_id).second) todo.push_back(l.item_id);
+      }
+    };
     while (!todo.empty()) {
       const int32_t item = todo.back();
       todo.pop_back();
-      std::vector<const BomHeader*> bills = boms_.InUse(item);
-      if (const BomHeader* a = boms_.Approved(item)) bills.push_back(a);
-      for (const BomHeader* bill : bills) {
-        for (const auto& l : boms_.Lines(bill->inter_id)) {
-          const BomChild* line = l.child;
-          const Item* child = boms_.FindItem(line->item_id);
-          if (!child || !child->erp_cls ||
-              (*child->erp_cls != kClsAssembled && *child->erp_cls != kClsMadeVirtual)) {
-            continue;
-          }
-          if (boms_.Approved(line->item_id)) made.insert(line->item_id);
-          if (seen.insert(line->item_id).second) todo.push_back(line->item_id);
-        }
-      }
+      for (const BomHeader* bill : boms_.InUse(item)) visit(bill);
+      if (const BomHeader* approved = boms_.Approved(item)) visit(approved);
     }
+    std::sort(made.begin(), made.end());
+    made.erase(std::unique(made.begin(), made.end()), made.end());
     std::map<Key, double> covered;
     for (int32_t m : made) {
       double on_hand = 0;  // over the part's properties, in key order
