@@ -150,8 +150,8 @@ struct Options {
   int32_t user_id = 0;
   bool peg = false;  // record each row's demand lines (ReportRow::pegs)
   // The multi-level explosion shares its demand rows with a second thread
-  // from this many on; below, a thread costs more than it saves.
-  size_t two_threads_from = 4096;
+  // from this many on (at a few hundred rows the thread saves nothing).
+  size_t two_threads_from = 1000;
 };
 
 struct UserRights {
