@@ -251,12 +251,7 @@ class Report {
     // (A line's number keeps its top bit free for the helper's use.)
     if (needs_.size() < opt_.two_threads_from || boms_.line_count() >= kNullQty) {
       if (beside.valid()) beside_ = std::jthread(std::move(beside));
-      for (const Need& r : needs_) {
-        auto leaf = [&](const BomIndex::Line& line, OptNum suggest, OptNum) {
-          AccumulateLine(boms_.LineNumber(line), Dec(suggest), r.date, r.demand);
-        };
-        Explode(r, leaf);
-      }
+      for (const Need& r : needs_) ExplodeAndAdd(r);
       return;
     }
     OnTwoThreads(beside);
@@ -275,6 +270,14 @@ class Report {
       }
       ExplodeBill(boms_, opt_.bom_type, bill->inter_id, *r.suggest_qty, *bill->qty, leaf);
     }
+  }
+
+  // One demand row exploded and its leaves added up, on this thread.
+  void ExplodeAndAdd(const Need& r) {
+    auto leaf = [&](const BomIndex::Line& line, OptNum suggest, OptNum) {
+      AccumulateLine(boms_.LineNumber(line), Dec(suggest), r.date, r.demand);
+    };
+    Explode(r, leaf);
   }
 
   // The demand rows in blocks: this thread takes them from the front and
@@ -343,13 +346,7 @@ class Report {
     try {
       for (int64_t block; (block = take(true)) >= 0;) {
         const auto [from, to] = rows_of(block);
-        for (size_t i = from; i < to; ++i) {
-          const Need& r = needs_[i];
-          auto leaf = [&](const BomIndex::Line& line, OptNum suggest, OptNum) {
-            AccumulateLine(boms_.LineNumber(line), Dec(suggest), r.date, r.demand);
-          };
-          Explode(r, leaf);
-        }
+        for (size_t i = from; i < to; ++i) ExplodeAndAdd(needs_[i]);
       }
     } catch (...) {
       left.store(0);  // nothing left to take
