@@ -26,7 +26,22 @@ std::vector<std::string> Engines() {
   return engines;
 }
 
-std::string FreshDsn(const std::string& engine) {
+std::vector<std::string> EnginesAndSchemas() {
+  std::vector<std::string> params;
+  for (const auto& engine : Engines()) {
+    params.push_back(engine);
+    params.push_back(engine + "_erp");
+  }
+  return params;
+}
+
+std::string EngineOf(const std::string& param) {
+  const size_t cut = param.find('_');
+  return cut == std::string::npos ? param : param.substr(0, cut);
+}
+
+std::string FreshDsn(const std::string& param) {
+  const std::string engine = EngineOf(param);
   if (engine == "sqlite") {
     static std::atomic<int> counter{0};
     const auto dir = std::filesystem::temp_directory_path() /
@@ -92,10 +107,16 @@ void DbTest::SetUp() {
   connection_ = db::Open(dsn_);
 }
 
+void DbTest::CreateSchema(db::Connection& connection) {
+  schema::CreateErpSchema(connection, true,
+                          erp_columns_only() ? schema::SchemaForm::kErpColumnsOnly
+                                             : schema::SchemaForm::kInit);
+}
+
 void DemoDbTest::SetUp() {
   DbTest::SetUp();
   if (IsSkipped()) return;
-  schema::CreateErpSchema(conn(), false);
+  CreateSchema(conn());
   sample::LoadDemoData(conn());
 }
 

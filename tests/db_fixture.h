@@ -17,8 +17,14 @@ namespace mrpcalc::testing {
 
 // "sqlite", and "postgres" when MRPCALC_TEST_PG_DSN names a server.
 std::vector<std::string> Engines();
+// Each engine twice: as `init` makes the ERP tables ("sqlite"), and with
+// exactly the ERP's own columns, no keys and none of our tables
+// ("sqlite_erp"), as a buyer's database is before mrpcalc first runs.
+std::vector<std::string> EnginesAndSchemas();
+// The engine a test parameter names ("sqlite" for "sqlite_erp").
+std::string EngineOf(const std::string& param);
 
-// A DSN for a fresh, empty database of the engine. For SQLite a new file in
+// A DSN for a fresh, empty database of the engine (or test parameter). For SQLite a new file in
 // a temporary folder; for PostgreSQL the test server with its public schema
 // dropped and created again.
 std::string FreshDsn(const std::string& engine);
@@ -57,6 +63,11 @@ class DbTest : public ::testing::TestWithParam<std::string> {
   void SetUp() override;
   db::Connection& conn() { return *connection_; }
   const std::string& dsn() const { return dsn_; }
+  std::string engine() const { return EngineOf(GetParam()); }
+  // True on the schema with exactly the ERP's columns.
+  bool erp_columns_only() const { return GetParam() != engine(); }
+  // Creates the ERP tables in this test's form of them.
+  void CreateSchema(db::Connection& connection);
 
  private:
   std::string dsn_;
@@ -71,6 +82,12 @@ class DemoDbTest : public DbTest {
 
 #define MRPCALC_ALL_ENGINES(Suite)                                      \
   INSTANTIATE_TEST_SUITE_P(Engines, Suite, ::testing::ValuesIn(::mrpcalc::testing::Engines()), \
+                           [](const auto& info) { return info.param; })
+
+// Suites over the ERP tables run on both forms of them.
+#define MRPCALC_ALL_SCHEMAS(Suite)                                                 \
+  INSTANTIATE_TEST_SUITE_P(Engines, Suite,                                         \
+                           ::testing::ValuesIn(::mrpcalc::testing::EnginesAndSchemas()), \
                            [](const auto& info) { return info.param; })
 
 }  // namespace mrpcalc::testing

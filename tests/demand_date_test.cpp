@@ -24,7 +24,7 @@ class DemandDate : public DemoDbTest {
     return dates.For(numbers);
   }
 };
-MRPCALC_ALL_ENGINES(DemandDate);
+MRPCALC_ALL_SCHEMAS(DemandDate);
 
 TEST_P(DemandDate, SalesLinesTasksAndTheirMix) {
   // Sales order 1: line 1 delivers 2026-12-10, line 2 2026-12-05.

@@ -65,7 +65,7 @@ class Http : public DemoDbTest {
   std::unique_ptr<http::Service> service_;
   std::thread thread_;
 };
-MRPCALC_ALL_ENGINES(Http);
+MRPCALC_ALL_SCHEMAS(Http);
 
 TEST_P(Http, AnswersAsTheCommandLineDoes) {
   // The report of the demo's first order, as the automation door gives it.

@@ -120,7 +120,7 @@ class Plans : public DemoDbTest {
 
   std::string ini_;
 };
-MRPCALC_ALL_ENGINES(Plans);
+MRPCALC_ALL_SCHEMAS(Plans);
 
 TEST(PlanNumbers, CommaListsAsTheErpKeepsThem) {
   EXPECT_EQ(plan::AddPlanNumber("", "P1"), "P1");

@@ -76,7 +76,7 @@ std::string ReadFile(const std::string& path) {
 }
 
 Variant Supplier(const std::map<std::string, std::string>& overrides, const Dictionary& row) {
-  auto it = overrides.find(row.Get("FItemNumber").ToText());
+  auto it = overrides.find(FoldKey(row.Get("FItemNumber").ToText()));
   if (it != overrides.end()) return it->second;
   return row.Get("FSupplyNumber");
 }
@@ -193,9 +193,7 @@ int RunDemand(const Host& host, const DemandOptions& o) {
   auto picks = Vector::Create();
   {
     auto c = db::Open(o.dsn);
-    const std::set<std::string> wanted(o.bills.begin(), o.bills.end());
-    for (const auto& l : mrp::ListOpenDemand(*c)) {
-      if (!wanted.empty() && !wanted.count(l.bill_no)) continue;
+    for (const auto& l : mrp::OpenDemandOf(*c, o.bills)) {
       auto row = Dictionary::Create();
       row->Set("Ftrantype", l.tran_type);
       row->Set("FinterID", l.inter_id);
@@ -228,7 +226,7 @@ VectorPtr LinesToBuy(const VectorPtr& report, const std::vector<std::string>& su
     if (eq == std::string::npos || eq == 0 || eq + 1 == pair.size()) {
       ThrowInvalid("--supplier takes ITEMNUMBER=SUPPLIERCODE, not \"" + pair + "\"");
     }
-    overrides[pair.substr(0, eq)] = pair.substr(eq + 1);
+    overrides[FoldKey(pair.substr(0, eq))] = pair.substr(eq + 1);  // item codes, case aside
   }
   auto chosen = Vector::Create();
   for (const auto& row : report->rows()) {

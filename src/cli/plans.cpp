@@ -34,10 +34,8 @@ const std::vector<Column> kPlanColumns = {{"plan", "FBillNo", -14},
 // as the plan links them: what each still needs, in base units.
 VectorPtr SourceLines(const std::string& dsn, const std::vector<std::string>& bills) {
   auto c = db::Open(dsn);
-  const std::set<std::string> wanted(bills.begin(), bills.end());
   auto rows = Vector::Create();
-  for (const auto& l : mrp::ListOpenDemand(*c)) {
-    if (!wanted.empty() && !wanted.count(l.bill_no)) continue;
+  for (const auto& l : mrp::OpenDemandOf(*c, bills)) {
     auto row = Dictionary::Create();
     row->Set("Ftrantype", l.tran_type);
     row->Set("FBillNo", l.bill_no);
@@ -177,12 +175,16 @@ int RunPlanDelete(const Host& host, const PlanOptions& o) {
   std::map<std::string, int32_t> ids;
   {
     auto c = db::Open(o.dsn);
-    db::QueryIn(*c, o.plans, "select FBillNo, FInterID from PurchasePlan where FBillNo in (%IDS%)",
-                [&](std::vector<Variant>& r) { ids[r[0].ToText()] = r[1].ToLong(); });
+    std::vector<std::string> folded;
+    for (const auto& no : o.plans) folded.push_back(FoldKey(no));
+    db::QueryIn(*c, folded,
+                "select FBillNo, FInterID from PurchasePlan where " +
+                    c->dialect().CaseFolded("FBillNo") + " in (%IDS%) order by FInterID",
+                [&](std::vector<Variant>& r) { ids.try_emplace(FoldKey(r[0].ToText()), r[1].ToLong()); });
   }
   auto rows = Vector::Create();
   for (const auto& no : o.plans) {
-    auto it = ids.find(no);
+    auto it = ids.find(FoldKey(no));
     if (it == ids.end()) ThrowInvalid("no purchase plan " + no);
     auto row = Dictionary::Create();
     row->Set("FInterID", it->second);

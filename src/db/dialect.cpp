@@ -77,6 +77,10 @@ class SqliteDialect : public Dialect {
     for (size_t i = 0; i < parts.size(); ++i) out += (i ? " || " : "") + parts[i];
     return out;
   }
+  // SQLite's lower() folds the ASCII letters alone.
+  std::string CaseFolded(std::string_view expr) const override {
+    return "lower(" + std::string(expr) + ")";
+  }
   std::string Now() const override { return "datetime('now','localtime')"; }
   std::string InsertIgnore(std::string_view table, std::string_view columns,
                            std::string_view values, std::string_view) const override {
@@ -130,6 +134,11 @@ class PostgresDialect : public Dialect {
     std::string out;
     for (size_t i = 0; i < parts.size(); ++i) out += (i ? " || " : "") + parts[i];
     return out;
+  }
+  // Under the "C" collation lower() folds the ASCII letters alone, whatever
+  // the database's locale, and orders by bytes.
+  std::string CaseFolded(std::string_view expr) const override {
+    return "lower(" + std::string(expr) + " collate \"C\")";
   }
   std::string Now() const override { return "localtimestamp(0)"; }
   std::string InsertIgnore(std::string_view table, std::string_view columns,
@@ -190,6 +199,8 @@ class SqlServerDialect : public Dialect {
     for (size_t i = 0; i < parts.size(); ++i) out += (i ? " + " : "") + parts[i];
     return out;
   }
+  // The ERP's database compares text under a case-insensitive collation.
+  std::string CaseFolded(std::string_view expr) const override { return std::string(expr); }
   std::string Now() const override { return "getdate()"; }
   std::string InteriorIdProcedure() const override {
     return "set nocount on; declare @FInterID int; "

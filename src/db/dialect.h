@@ -69,6 +69,14 @@ class Dialect {
   // own stored procedure (one parameter: the table name; one row back), or
   // empty where the ERP database has no such procedure.
   virtual std::string InteriorIdProcedure() const { return {}; }
+  // A text column or expression as the ERP's server compares it: without
+  // regard to case. Compare it with values folded by FoldKey (letters A-Z to
+  // a-z) in =, in and like, and order by it for the server's order; only the
+  // ASCII letters fold, on every engine we test. The ERP's SQL Server compares
+  // so by its collation and takes the expression as it is.
+  virtual std::string CaseFolded(std::string_view expr) const = 0;
+  // "<folded column> = ?": bind the value through FoldKey.
+  std::string TextIs(std::string_view column) const { return CaseFolded(column) + " = ?"; }
   // True when the engine folds unquoted names to lower case in result labels.
   virtual bool FoldsNames() const { return false; }
   // A set of integers bound as one parameter, for "x in (<IntSet>)": the

@@ -272,7 +272,9 @@ void LoadBoms(db::Connection& c, const std::vector<int32_t>& item_ids, Input& in
   c.QueryView("select FItemID, FName from t_AuxItem", {}, [&](const View& r) {
     if (!IsNull(r, 0)) in.aux_names[Long(r, 0)] = Text(r, 1);
   });
-  c.QueryView("select FInterID from t_SubMessage where FID = 'zt01'", {}, [&](const View& r) {
+  c.QueryView("select FInterID from t_SubMessage where " + c.dialect().CaseFolded("FID") +
+                  " = 'zt01'",
+              {}, [&](const View& r) {
     if (!IsNull(r, 0)) in.approved_use_status.insert(Long(r, 0));
   });
 }
@@ -288,13 +290,16 @@ DemandDates::DemandDates(const VectorPtr& source_data,
                row->Get("fentryid").ToLong()};
       // The source type in hand: the first task type met, else the last type.
       if (s.has_type && type_in_hand_ != 85 && type_in_hand_ != 91) type_in_hand_ = s.type;
-      const std::string text = number.IsNull() ? "" : number.ToText();
+      // Numbers are matched as the server matches text: letter case aside.
+      const std::string text = number.IsNull() ? "" : FoldKey(number.ToText());
       number_lengths_.insert(text.size());
       source_by_number_[text].push_back(s);
       if (s.has_type && s.type == kTranSalesOrder) sales_orders.insert(s.inter_id);
     }
   }
-  for (const auto& line : bill_numbers_per_line) numbers_.insert(line.begin(), line.end());
+  for (const auto& line : bill_numbers_per_line) {
+    for (const auto& n : line) numbers_.insert(FoldKey(n));
+  }
 }
 
 void DemandDates::Load(db::Connection& c) {
@@ -308,13 +313,14 @@ void DemandDates::Load(db::Connection& c) {
     return [&into](Row& r) {
       if (r[0].IsNull()) return;
       auto d = When(r[1]);
-      auto& slot = into[r[0].ToText()];
+      auto& slot = into[FoldKey(r[0].ToText())];
       if (d && (!slot || *d < *slot)) slot = d;
     };
   };
-  db::QueryIn(c, list, "select FBillNo, FBeginDate from ICMO where FBillNo in (%IDS%)",
+  const std::string folded = c.dialect().CaseFolded("FBillNo");
+  db::QueryIn(c, list, "select FBillNo, FBeginDate from ICMO where " + folded + " in (%IDS%)",
               earliest(mo_dates_));
-  db::QueryIn(c, list, "select FBillNo, FBeginDate from ICOutMO where FBillNo in (%IDS%)",
+  db::QueryIn(c, list, "select FBillNo, FBeginDate from ICOutMO where " + folded + " in (%IDS%)",
               earliest(out_mo_dates_));
 }
 
@@ -324,6 +330,7 @@ Date DemandDates::For(const std::vector<std::string>& bill_numbers) const {
   std::string quoted;
   for (size_t i = 0; i < bill_numbers.size(); ++i) quoted += (i ? "','" : "'") + bill_numbers[i];
   quoted += "'";
+  const std::string folded = FoldKey(quoted);
   std::optional<Date> earliest;
   auto take = [&](const std::optional<Date>& d) {
     if (d && (!earliest || *d < *earliest)) earliest = d;
@@ -339,8 +346,8 @@ Date DemandDates::For(const std::vector<std::string>& bill_numbers) const {
       matches.push_back(&source_by_number_.at(""));  // the empty text is in every text
       continue;
     }
-    for (size_t from = 0; from + n <= quoted.size(); ++from) {
-      auto it = source_by_number_.find(quoted.substr(from, n));
+    for (size_t from = 0; from + n <= folded.size(); ++from) {
+      auto it = source_by_number_.find(folded.substr(from, n));
       if (it != source_by_number_.end()) matches.push_back(&it->second);
     }
   }
@@ -367,7 +374,7 @@ Date DemandDates::For(const std::vector<std::string>& bill_numbers) const {
   if (type_in_hand != kTranSalesOrder) {
     const auto& tasks = type_in_hand == 85 ? mo_dates_ : out_mo_dates_;
     for (const auto& n : bill_numbers) {
-      auto it = tasks.find(n);
+      auto it = tasks.find(FoldKey(n));
       if (it != tasks.end()) take(it->second);
     }
   }
@@ -450,12 +457,16 @@ void LoadProducingAndHistory(db::Connection& c, Input& in) {
   // The demand's own bills are excluded in one statement (the sums stay the
   // engine's): as one set parameter where the engine reads one, which has
   // no limit of parameters, else as a list.
+  // Bill numbers compare as the ERP's server compares text, letter case aside.
   const std::string& set = c.dialect().TextSet();
+  std::vector<std::string> folded;
+  folded.reserve(in.demand_bill_numbers.size());
+  for (const auto& n : in.demand_bill_numbers) folded.push_back(FoldKey(n));
   db::Params numbers;
   if (!set.empty()) {
-    numbers.emplace_back(Json(in.demand_bill_numbers).dump());
+    numbers.emplace_back(Json(folded).dump());
   } else {
-    numbers.assign(in.demand_bill_numbers.begin(), in.demand_bill_numbers.end());
+    numbers.assign(folded.begin(), folded.end());
   }
   in.producing =
       Figures(c,
@@ -465,7 +476,7 @@ void LoadProducingAndHistory(db::Connection& c, Input& in) {
                   " left join ICStockBillEntry s on s.FSourceInterId = u1.FInterID"
                   " and s.FSourceEntryID = u1.FEntryID"
                   " where v1.FStatus in (1,2) and u1.FPlanQty - coalesce(s.FQty, 0) > 0"
-                  " and v1.FBillNo not in (" +
+                  " and " + c.dialect().CaseFolded("v1.FBillNo") + " not in (" +
                   (set.empty() ? db::Placeholders(numbers.size()) : set) +
                   ")"
                   " group by u1.FItemID, u1.FAuxPropID",

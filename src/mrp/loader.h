@@ -42,6 +42,8 @@ class DemandDates {
     int32_t inter_id;
     int32_t entry_id;
   };
+  // Bill numbers here are folded by FoldKey: the server matches them
+  // without regard to case.
   std::unordered_map<std::string, std::vector<Source>> source_by_number_;  // FBillNO -> rows
   std::set<size_t> number_lengths_;                                        // of the keys above
   int type_in_hand_ = 0;  // the first task type (85, 91) met, else the last type

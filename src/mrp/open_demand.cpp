@@ -58,13 +58,22 @@ std::vector<OpenDemandLine> ListOpenDemand(Connection& connection) {
   return out;
 }
 
+std::vector<OpenDemandLine> OpenDemandOf(Connection& connection,
+                                         const std::vector<std::string>& bills) {
+  std::set<std::string> wanted;
+  for (const auto& bill : bills) wanted.insert(FoldKey(bill));
+  std::vector<OpenDemandLine> out = ListOpenDemand(connection);
+  if (!wanted.empty()) {
+    std::erase_if(out, [&](const OpenDemandLine& l) { return !wanted.count(FoldKey(l.bill_no)); });
+  }
+  return out;
+}
+
 DemandSelection SelectDemand(Connection& connection, const std::vector<std::string>& bills,
                              int task_code) {
   DemandSelection out{Vector::Create(), Vector::Create()};
-  const std::set<std::string> wanted(bills.begin(), bills.end());
-  for (const auto& l : ListOpenDemand(connection)) {
+  for (const auto& l : OpenDemandOf(connection, bills)) {
     if (l.tran_type != kTranSalesOrder && l.tran_type != task_code) continue;
-    if (!wanted.empty() && !wanted.count(l.bill_no)) continue;
     auto row = Dictionary::Create();
     row->Set("Ftrantype", l.tran_type);
     row->Set("FItemID", l.item_id);

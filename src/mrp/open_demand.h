@@ -27,6 +27,11 @@ struct OpenDemandLine {
 
 // Ordered by type, bill number and line.
 std::vector<OpenDemandLine> ListOpenDemand(db::Connection& connection);
+// The open lines of the named bills, their numbers matched as the ERP's
+// server matches text (letter case aside); every open line when `bills` is
+// empty.
+std::vector<OpenDemandLine> OpenDemandOf(db::Connection& connection,
+                                         const std::vector<std::string>& bills);
 
 // What the MRP selection form hands to the report for the chosen bills: the
 // demand lines (vctListData: Ftrantype, FItemID, FinterID, FEntryID,

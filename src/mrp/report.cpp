@@ -20,6 +20,19 @@
 namespace mrpcalc::mrp {
 namespace {
 
+// Codes order as the ERP's server orders text: letters A-Z as a-z.
+inline unsigned char FoldedByte(char c) {
+  return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+}
+bool FoldedLess(const std::string& a, const std::string& b) {
+  const size_t n = std::min(a.size(), b.size());
+  for (size_t i = 0; i < n; ++i) {
+    const unsigned char x = FoldedByte(a[i]), y = FoldedByte(b[i]);
+    if (x != y) return x < y;
+  }
+  return a.size() < b.size();
+}
+
 const char* ItemPropText(const OptInt& cls) {
   if (cls && *cls == kClsPurchased) return "外购";
   if (cls && *cls == kClsAssembled) return "组装";
@@ -453,9 +466,12 @@ class Report {
   static constexpr int64_t kNull = INT64_MIN;
   static int64_t K(const OptInt& v) { return v ? *v : kNull; }
 
+  // Rows group by memo as the server groups text: memos equal but for
+  // letter case are one group, shown with the first memo met.
   int MemoId(const OptText& memo) {
     if (!memo) return -1;
-    auto [it, inserted] = memo_ids_.try_emplace(*memo, static_cast<int>(memo_texts_.size()));
+    auto [it, inserted] =
+        memo_ids_.try_emplace(FoldKey(*memo), static_cast<int>(memo_texts_.size()));
     if (inserted) memo_texts_.push_back(*memo);
     return it->second;
   }
@@ -564,14 +580,15 @@ class Report {
     return item && item->number ? &*item->number : nullptr;
   }
 
-  // One row per group, already in the report's order: by material code,
-  // rows without a code first, rows of one code in the order their groups
-  // were formed. Every later step works row by row.
+  // One row per group, already in the report's order: by material code as
+  // the server orders text (letter case aside), rows without a code first,
+  // rows of one code in the order their groups were formed. Every later
+  // step works row by row.
   void Folded() {
-    // A code's first eight bytes, read as a big-endian number (shorter
-    // codes padded with zero bytes), order two codes as the codes do
-    // whenever they differ; the whole codes are compared only when they
-    // are equal. Rows without a code sort first.
+    // A code's first eight bytes, folded and read as a big-endian number
+    // (shorter codes padded with zero bytes), order two codes as the
+    // folded codes do whenever they differ; the whole codes are compared
+    // only when they are equal. Rows without a code sort first.
     struct Place {
       uint64_t head;
       const std::string* number;
@@ -584,7 +601,7 @@ class Report {
       uint64_t head = 0;
       if (number) {
         for (size_t k = 0; k < 8; ++k) {
-          head = head << 8 | (k < number->size() ? static_cast<unsigned char>((*number)[k]) : 0);
+          head = head << 8 | (k < number->size() ? FoldedByte((*number)[k]) : 0);
         }
       }
       order.push_back({head, number, i});
@@ -593,7 +610,7 @@ class Report {
       if (!x.number) return y.number != nullptr;
       if (!y.number) return false;
       if (x.head != y.head) return x.head < y.head;
-      return *x.number < *y.number;
+      return FoldedLess(*x.number, *y.number);
     });
     rows_.clear();
     for (const auto& [head, number, index] : order) {
@@ -814,16 +831,17 @@ class Report {
       auto s = in_.suppliers.find(*item->source);
       if (s != in_.suppliers.end() && s->second.number) r.supply_number = s->second.number;
     }
-    // Name by code; should two suppliers share a code, the lower id answers.
+    // Name by code, letter case aside; should two suppliers share a code,
+    // the lower id answers.
     std::map<std::string, std::pair<int32_t, OptText>> names;
     for (const auto& [id, s] : in_.suppliers) {
       if (!s.number) continue;
-      auto [it, inserted] = names.try_emplace(*s.number, id, s.name);
+      auto [it, inserted] = names.try_emplace(FoldKey(*s.number), id, s.name);
       if (!inserted && id < it->second.first) it->second = {id, s.name};
     }
     for (auto& r : rows_) {
       if (!r.supply_number) continue;
-      auto it = names.find(*r.supply_number);
+      auto it = names.find(FoldKey(*r.supply_number));
       if (it != names.end()) r.supply_name = it->second.second;
     }
   }

@@ -39,7 +39,9 @@ bool MrpDataServer::IsBOMParent(const std::string& dsn, int32_t lItemID) {
 std::string MrpDataServer::GetSupplierNameByNumber(const std::string& dsn,
                                                    const std::string& sNumber) {
   return Run(dsn, [&](db::Connection& c) {
-    auto rs = c.Query("select FName from t_Supplier where FNumber = ? and FDeleted = 0", {sNumber});
+    auto rs = c.Query("select FName from t_Supplier where " + c.dialect().TextIs("FNumber") +
+                          " and FDeleted = 0 order by FItemID",
+                      {FoldKey(sNumber)});
     if (rs->Eof()) {
       throw Error(ErrorCategory::kNotFound, "no supplier with the code \"" + sNumber +
                                                 "\" (deleted suppliers are not found)");
@@ -51,8 +53,10 @@ std::string MrpDataServer::GetSupplierNameByNumber(const std::string& dsn,
 Variant MrpDataServer::getSysInfo(const std::string& dsn, const std::string& sCategory,
                                   const std::string& sKey) {
   return Run(dsn, [&](db::Connection& c) {
-    return c.QueryValue("select FValue from t_SystemProfile where FCategory = ? and FKey = ?",
-                        {sCategory, sKey});
+    const db::Dialect& d = c.dialect();
+    return c.QueryValue("select FValue from t_SystemProfile where " + d.TextIs("FCategory") +
+                            " and " + d.TextIs("FKey"),
+                        {FoldKey(sCategory), FoldKey(sKey)});
   });
 }
 
@@ -64,7 +68,8 @@ bool MrpDataServer::IsSupplierright(const std::string& dsn, const std::string& s
     if (!r.group_right) return false;
     if (!r.data_rights) return true;
     bool named = false;
-    c.QueryRows("select FRightUserID from t_Supplier where FNumber = ?", {sNumber},
+    c.QueryRows("select FRightUserID from t_Supplier where " + c.dialect().TextIs("FNumber"),
+                {FoldKey(sNumber)},
                 [&](std::vector<Variant>& row) {
                   named = named || RightsTextNamesUser(TextValue(row[0]), UserID);
                 });
@@ -74,9 +79,10 @@ bool MrpDataServer::IsSupplierright(const std::string& dsn, const std::string& s
 
 bool MrpDataServer::IsMustInput(const std::string& dsn) {
   return Run(dsn, [&](db::Connection& c) {
-    return !c.Query(
-                 "select FMustInput from ICTemplateEntry where FID = 'P02'"
-                 " and FFieldName = 'FAuxPropID' and FMustInput = 1")
+    const db::Dialect& d = c.dialect();
+    return !c.Query("select FMustInput from ICTemplateEntry where " + d.CaseFolded("FID") +
+                    " = 'p02' and " + d.CaseFolded("FFieldName") +
+                    " = 'fauxpropid' and FMustInput = 1")
                 ->Eof();
   });
 }

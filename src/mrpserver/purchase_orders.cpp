@@ -83,7 +83,7 @@ std::string Spelled(const std::string& label, std::initializer_list<const char*>
 
 VectorPtr MrpDataServer::GetMrpConfirmData(const std::string& dsn, const VectorPtr& vctListData) {
   return Run(dsn, [&](db::Connection& c) {
-    std::vector<PricedLine> lines = ReadPricedLines(vctListData);
+    std::vector<PricedLine> lines = ReadPricedLines(vctListData, LineIds::kQuoted);
     PricingFacts facts = PricingFacts::Load(c, lines);
     auto out = Vector::Create();
     for (auto& l : lines) {
@@ -107,9 +107,7 @@ VectorPtr MrpDataServer::GetMrpConfirmData(const std::string& dsn, const VectorP
 VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr& vctListData,
                                          int32_t BillerID, const Date& g_dteSysDate) {
   return Run(dsn, [&](db::Connection& c) -> VectorPtr {
-    const Variant base = c.QueryValue("select FValue from t_SystemProfile where FKey = 'FBWB'");
-    const int32_t currency =
-        base.IsEmpty() ? 1 : static_cast<int32_t>(Variant(TextValue(base)).ToValue());
+    const int32_t currency = OrderCurrencyId(c);
 
     std::vector<OrderLine> lines;
     LineNumbers numbers;
@@ -156,7 +154,8 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
       if (l.aux_unit_id == 0) l.aux_unit_id = l.unit_id;
     }
 
-    const Date order_date = QuotedDateValue(Variant(g_dteSysDate), "g_dteSysDate");
+    // The order date as given: without one, the zero date 1899-12-30.
+    const Date order_date = g_dteSysDate;
     auto header = c.Prepare(
         "insert into POOrder (FBrNo, FTranType, FInterID, FBillNo, FSupplyID, FDate, FCurrencyID,"
         " FExchangeRate, FBillerID, FCancellation, FPOStyle, FSettleID, FAreaPs, FSettleDate,"
@@ -201,8 +200,9 @@ RecordSetPtr MrpDataServer::getPOOrderBills(const std::string& dsn) {
 bool MrpDataServer::CheckCreditDegrees(const std::string& dsn, const VectorPtr& vctListData,
                                        std::string& strCheckType, std::string& SupplyName) {
   return Run(dsn, [&](db::Connection& c) {
-    auto rs = c.Query(
-        "select FValue from t_SystemProfile where FCategory = 'IC' and FKey = 'CreditDegreeCG'");
+    const db::Dialect& d = c.dialect();
+    auto rs = c.Query("select FValue from t_SystemProfile where " + d.CaseFolded("FCategory") +
+                      " = 'ic' and " + d.CaseFolded("FKey") + " = 'creditdegreecg'");
     if (!rs->Eof()) strCheckType = TextValue(rs->Field("FValue"));
     if (strCheckType != "1") return true;
 
@@ -269,7 +269,8 @@ VectorPtr MrpDataServer::RefreshPOOrderBill(const std::string& dsn,
 void MrpDataServer::UpdateBillStockFinishQty(const std::string& dsn, const VectorPtr& vctStockBill,
                                              const std::string&) {
   Run(dsn, [&](db::Connection& c) {
-    // Quantities per task bill number (85, 91) and per sales-order line, in row order.
+    // Quantities per task bill number (85, 91; letter case aside) and per
+    // sales-order line, in row order.
     std::map<std::string, std::vector<double>> tasks[2];
     std::map<std::pair<int32_t, int32_t>, std::vector<double>> sales;
     if (vctStockBill) {
@@ -289,7 +290,7 @@ void MrpDataServer::UpdateBillStockFinishQty(const std::string& dsn, const Vecto
                  IntValue(row.Get("FEntryID"), Where("FEntryID", n))}]
               .push_back(qty);
         } else {
-          tasks[type == 85 ? 0 : 1][TextValue(row.Get("FBillNO"))].push_back(qty);
+          tasks[type == 85 ? 0 : 1][FoldKey(TextValue(row.Get("FBillNO")))].push_back(qty);
         }
       }
     }
@@ -308,10 +309,10 @@ void MrpDataServer::UpdateBillStockFinishQty(const std::string& dsn, const Vecto
       db::QueryIn(c, bills,
                   std::string("select v.FInterID, v.FBillNo, t_M.FCoefficient from ") + tables[t] +
                       " v inner join t_MeasureUnit t_M on t_M.FMeasureUnitID = v.FUnitID"
-                      " where v.FBillNo in (%IDS%)",
+                      " where " + c.dialect().CaseFolded("v.FBillNo") + " in (%IDS%)",
                   [&](Row& r) {
                     Variant total = 0.0;
-                    for (double q : tasks[t][TextValue(r[1])]) {
+                    for (double q : tasks[t][FoldKey(TextValue(r[1]))]) {
                       const Variant part = per_unit(q, r[2]);
                       total = part.IsNull() || total.IsNull()
                                   ? Variant::Null()

@@ -27,6 +27,18 @@ struct Warehouse {
   std::string Entry() const { return number + " - " + name; }
 };
 
+// A user's stored scope of a form: the user id is text in ICMrpStockPlan,
+// and it and the sub-id compare as the server compares text (bind the
+// sub-id through FoldKey).
+std::string ScopeKey(db::Connection& c) {
+  const db::Dialect& d = c.dialect();
+  return d.TextIs("FUserID") + " and FFrmType = ? and " + d.TextIs("FSubID");
+}
+
+std::string HideColumns(db::Connection& c) {
+  return c.dialect().CaseFolded("FKey") + " = 'hidecolumns'";
+}
+
 std::vector<Warehouse> LoadWarehouses(db::Connection& c) {
   std::vector<Warehouse> out;
   c.QueryRows(
@@ -141,7 +153,8 @@ RecordSetPtr MrpDataServer::GetItemStock(const std::string& dsn, int32_t TypeID,
     c.QueryRows(
         "select a.FItemID, a.FName, a.FNumber, a.FParentID, a.FDetail, a.FDeleted, b.FTypeID,"
         " a.FRightUserID from t_Item a left join t_Stock b on a.FItemID = b.FItemID"
-        " where a.FItemClassID = ? and a.FItemID > 0 order by a.FNumber",
+        " where a.FItemClassID = ? and a.FItemID > 0 order by " +
+            c.dialect().CaseFolded("a.FNumber") + ", a.FItemID",
         {TypeID}, [&](Row& r) {
           const bool is_virtual = !r[6].IsNull() && r[6].ToLong() == kVirtualWarehouse;
           if (!IsVirtual && is_virtual) return;
@@ -176,8 +189,8 @@ bool MrpDataServer::UpdateStockInfo(const std::string& dsn, int32_t UserID,
                                     const std::string& sSubID) {
   return Run(dsn, [&](db::Connection& c) {
     const std::string user = std::to_string(UserID);
-    c.Execute("delete from ICMrpStockPlan where FUserID = ? and FFrmType = ? and FSubID = ?",
-              {user, FrmType, sSubID});
+    c.Execute("delete from ICMrpStockPlan where " + ScopeKey(c),
+              {user, FrmType, FoldKey(sSubID)});
     c.Execute(
         "insert into ICMrpStockPlan (FUserID, FStockStr, FStockKey, FStockInfo, FFrmType,"
         " FSubID) values (?, ?, ?, ?, ?, ?)",
@@ -192,15 +205,14 @@ bool MrpDataServer::GetStockInfo(const std::string& dsn, int32_t UserID, std::st
   return Run(dsn, [&](db::Connection& c) {
     const UserRights rights = RightsOf(c, UserID, kDataRightWarehouses);
     const std::string user = std::to_string(UserID);
-    const db::Params key = {user, FrmType, sSubID};
+    const db::Params key = {user, FrmType, FoldKey(sSubID)};
     // A user who lost his rights loses his stored scope.
     if (rights.SeesNothing()) {
-      c.Execute("delete from ICMrpStockPlan where FUserID = ? and FFrmType = ? and FSubID = ?",
+      c.Execute("delete from ICMrpStockPlan where " + ScopeKey(c),
                 key);
     }
     auto rs = c.Query(
-        "select FStockStr, FStockKey, FStockInfo from ICMrpStockPlan"
-        " where FUserID = ? and FFrmType = ? and FSubID = ?",
+        "select FStockStr, FStockKey, FStockInfo from ICMrpStockPlan where " + ScopeKey(c),
         key);
     auto clear = [&] { sStockStr = sStockKey = sStockInfo = ""; };
     if (rs->Eof()) {
@@ -236,14 +248,17 @@ bool MrpDataServer::UpdateVirtualStockInfo(const std::string& dsn, int32_t TypeI
   return Run(dsn, [&](db::Connection& c) {
     const std::string user = std::to_string(UserID);
     // Every stored scope of the form type goes; the one for sSubID is written again.
-    c.Execute("delete from ICMrpStockPlan where FUserID = ? and FFrmType = ?", {user, FrmType});
+    c.Execute("delete from ICMrpStockPlan where " + c.dialect().TextIs("FUserID") +
+                  " and FFrmType = ?",
+              {user, FrmType});
     const UserRights rights = RightsOf(c, UserID, kDataRightWarehouses);
     if (rights.SeesNothing()) return false;
     std::string keys, infos, names;
     c.QueryRows(
         "select a.FItemID, a.FNumber, a.FName, a.FRightUserID from t_Item a"
         " left join t_Stock b on a.FItemID = b.FItemID"
-        " where a.FItemClassID = ? and a.FItemID > 0 and b.FTypeID = ? order by a.FNumber",
+        " where a.FItemClassID = ? and a.FItemID > 0 and b.FTypeID = ? order by " +
+            c.dialect().CaseFolded("a.FNumber") + ", a.FItemID",
         {TypeID, kVirtualWarehouse}, [&](Row& r) {
           if (rights.Filtered() && !RightsTextNamesUser(TextValue(r[3]), UserID)) return;
           const std::string id = r[0].ToText();
@@ -325,7 +340,7 @@ void MrpDataServer::GetFStockStatus(const std::string& dsn, const std::string& B
                      {kSuggestionCaption, status_type_});
     FVisible = visible.IsEmpty() || visible.IsNull() ? 0 : visible.ToLong();
     auto rs = c.Query(
-        "select FValue from ICSchemeProfileEntry where FKey = 'HideColumns' and FSchemeID = ?",
+        "select FValue from ICSchemeProfileEntry where " + HideColumns(c) + " and FSchemeID = ?",
         {status_scheme_});
     if (!rs->Eof()) FValue = TextValue(rs->Field("FValue"));
   });
@@ -337,8 +352,7 @@ void MrpDataServer::SetFStockStatus(const std::string& dsn, const std::string&, 
     c.Execute("update ICChatBillTitle set FVisible = ? where FColCaption = ? and FTypeID = ?",
               {FVisible, kSuggestionCaption, status_type_});
     c.Execute(
-        "update ICSchemeProfileEntry set FValue = ? where FKey = 'HideColumns'"
-        " and FSchemeID = ?",
+        "update ICSchemeProfileEntry set FValue = ? where " + HideColumns(c) + " and FSchemeID = ?",
         {FValue, status_scheme_});
   });
 }
@@ -352,7 +366,7 @@ void MrpDataServer::UpdateFStockStatus(const std::string& dsn, const std::string
     // Shows the stock-status column: its entry leaves the hidden columns.
     c.Execute(
         "update ICSchemeProfileEntry set FValue = replace(FValue, ?, '')"
-        " where FKey = 'HideColumns' and FSchemeID = ?",
+        " where " + HideColumns(c) + " and FSchemeID = ?",
         {kStockStatusEntry, status_scheme_});
   });
 }

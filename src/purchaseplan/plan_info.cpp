@@ -5,6 +5,7 @@
 #include "purchaseplan/purchase_plan.h"
 #include "record/column_value.h"
 #include "record/text.h"
+#include "services/purchase_lines.h"
 #include "services/rights.h"
 
 namespace mrpcalc {
@@ -91,18 +92,20 @@ VectorPtr PurchasePlanInfo::GetRptData(const std::string& dsn, const DictionaryP
   return Run(dsn, [&](db::Connection& c) {
     const bool restricted = !IsAdministrator(c, UserID) && host_.data_rights &&
                             host_.data_rights->Applies(UserID, kDataRightSuppliers);
+    const db::Dialect& d = c.dialect();
     std::string sql = kReportSelect;
     db::Params params;
     const std::string bill_no = Trim(StrPurchasePlanBillNo);
     if (!bill_no.empty()) {
-      sql += " and u1.FBillNo = ?";
-      params.emplace_back(bill_no);
+      sql += " and " + d.TextIs("u1.FBillNo");
+      params.emplace_back(FoldKey(bill_no));
     } else if (Filter) {
-      auto text = [&](const char* key, const char* condition) {
+      // Codes and numbers compare as the server compares them.
+      auto text = [&](const char* key, const char* column, const char* op) {
         const Variant* v = Filter->Find(key);
         if (!v || TextValue(*v).empty()) return;
-        sql += condition;
-        params.emplace_back(TextValue(*v));
+        sql += " and " + d.CaseFolded(column) + op + "?";
+        params.emplace_back(FoldKey(TextValue(*v)));
       };
       if (const Variant* v = Filter->Find("BDate")) {
         sql += " and v1.FDate >= ?";
@@ -112,14 +115,15 @@ VectorPtr PurchasePlanInfo::GetRptData(const std::string& dsn, const DictionaryP
         sql += " and v1.FDate <= ?";
         params.emplace_back(QuotedDateValue(*v, "Filter \"EDate\"").StartOfDay());
       }
-      text("BItemNumber", " and C.FNumber >= ?");
-      text("EItemNumber", " and C.FNumber <= ?");
-      text("BBillNo", " and u1.FBillNo >= ?");
-      text("EBillNo", " and u1.FBillNo <= ?");
+      text("BItemNumber", "C.FNumber", " >= ");
+      text("EItemNumber", "C.FNumber", " <= ");
+      text("BBillNo", "u1.FBillNo", " >= ");
+      text("EBillNo", "u1.FBillNo", " <= ");
       if (const Variant* v = Filter->Find("Closed"); v && v->ToValue() == 1)
         sql += " and u1.FClosed = 0";
     }
-    sql += " order by v1.FDate, v1.FBillNo, C.FNumber";
+    sql += " order by v1.FDate, " + d.CaseFolded("v1.FBillNo") + ", " + d.CaseFolded("C.FNumber") +
+           ", u1.FInterID, u1.FEntryID";
 
     auto out = Vector::Create();
     std::set<int32_t> plans;
@@ -191,9 +195,9 @@ VectorPtr PurchasePlanInfo::GetRptData(const std::string& dsn, const DictionaryP
 int32_t PurchasePlanInfo::GetSupplierID(const std::string& dsn, const std::string& sNumber,
                                         double& dblValueAddRate) {
   return Run(dsn, [&](db::Connection& c) {
-    auto rs =
-        c.Query("select FItemID, FValueAddRate from t_Supplier where FNumber = ? and FDeleted = 0",
-                {sNumber});
+    auto rs = c.Query("select FItemID, FValueAddRate from t_Supplier where " +
+                          c.dialect().TextIs("FNumber") + " and FDeleted = 0 order by FItemID",
+                      {FoldKey(sNumber)});
     if (rs->Eof()) return 0;
     const Variant& rate = rs->Field("FValueAddRate");
     dblValueAddRate = rate.IsNull() ? 0 : rate.ToDouble();
@@ -207,11 +211,16 @@ double PurchasePlanInfo::GetPurchasePlanPrice(const std::string& dsn, int32_t lS
     auto first = [](const Variant& v) { return v.IsEmpty() || v.IsNull() ? 0.0 : v.ToDouble(); };
     // The quantity as the statement carried it: 15 significant digits.
     const double qty = NumberValue(Variant(dblQty), "dblQty");
-    double price = first(
-        c.QueryValue(c.dialect().SelectTop(1, "FPrice",
-                                           "from t_SupplyEntry where FItemID = ? and ? between"
-                                           " FStartQty and FEndQty order by FSupID, FEntryID"),
-                     {lItemID, qty}));
+    std::vector<PriceBand> bands;
+    c.QueryRows(
+        "select FSupID, FPrice, FStartQty, FEndQty from t_SupplyEntry where FItemID = ?"
+        " and ? between FStartQty and FEndQty",
+        {lItemID, qty}, [&](Row& r) {
+          auto num = [](const Variant& v) { return v.IsNull() ? OptNum() : OptNum(v.ToDouble()); };
+          bands.push_back({r[0].IsNull() ? 0 : r[0].ToLong(), num(r[1]), num(r[2]), num(r[3])});
+        });
+    SortBands(bands);
+    double price = bands.empty() ? 0.0 : bands.front().price.value_or(0);
     if (price == 0) {
       price = first(c.QueryValue(
           c.dialect().SelectTop(1, "u1.FTaxPrice",
@@ -230,8 +239,9 @@ double PurchasePlanInfo::GetPurchasePlanPrice(const std::string& dsn, int32_t lS
 std::string PurchasePlanInfo::GetBillDate(const std::string& dsn,
                                           const std::string& StrPurchasePlanBillNo) {
   return Run(dsn, [&](db::Connection& c) -> std::string {
-    const Variant d = c.QueryValue("select FDate from PurchasePlan where FBillNo = ?",
-                                   {Trim(StrPurchasePlanBillNo)});
+    const Variant d = c.QueryValue(
+        "select FDate from PurchasePlan where " + c.dialect().TextIs("FBillNo") + " order by FInterID",
+        {FoldKey(Trim(StrPurchasePlanBillNo))});
     if (d.IsEmpty() || d.IsNull()) return {};
     return DateText(d.ToDate());
   });

@@ -39,17 +39,21 @@ std::string Where(const char* key, const std::string& row) {
 }
 
 // Reads the lines and their plan parts as the working tables hold them.
+// A value the working table could not take fails the call before anything
+// is written: a merge flag or merged quantity that is not a number, a line
+// without its plan lines.
 void ReadPushLines(const VectorPtr& rows, std::vector<PushLine>& lines,
                    std::vector<PlanPart>& parts) {
-  std::set<std::string> keys;
+  std::set<std::string> keys;  // as the server compares them, without regard to case
   if (!rows) return;
   for (size_t i = 0; i < rows->rows().size(); ++i) {
     const Dictionary& row = *rows->rows()[i];
     const std::string at = "vctListData row " + std::to_string(i + 1);
     PushLine l;
     l.key = TextValue(row.Get("FKey"));
-    if (!keys.insert(l.key).second) {
-      ThrowInvalid(at + " repeats the key \"" + l.key + "\": each order line needs its own FKey");
+    if (!keys.insert(FoldKey(l.key)).second) {
+      ThrowInvalid(at + " repeats the key \"" + l.key +
+                   "\" (letter case aside): each order line needs its own FKey");
     }
     l.supply_id = IntValue(row.Get("FSupplyID"), Where("FSupplyID", at));
     l.item_id = IntValue(row.Get("FItemID"), Where("FItemID", at));
@@ -65,8 +69,14 @@ void ReadPushLines(const VectorPtr& rows, std::vector<PushLine>& lines,
     l.note = TextValue(row.Get("FMemo"));
     l.date = QuotedDateValue(row.Get("FFinishDate"), Where("FFinishDate", at));
     l.plan_numbers = TextValue(row.Get("FBillNo"));
+    NumberValue(row.Get("FIsMerge"), Where("FIsMerge", at));
+    NumberValue(row.Get("FMergeSumQty"), Where("FMergeSumQty", at));
     const VectorPtr entries = row.Get("EntryDataVct").AsVector();
-    if (entries) {
+    if (!entries) {
+      ThrowInvalid(at + " has no \"EntryDataVct\": give the plan lines behind the order line"
+                        " (an empty list when there are none)");
+    }
+    {
       for (size_t k = 0; k < entries->rows().size(); ++k) {
         const Dictionary& e = *entries->rows()[k];
         const std::string in = "EntryDataVct row " + std::to_string(k + 1) + " of " + at;
@@ -120,44 +130,82 @@ void PurchaseUnits(db::Connection& c, std::vector<PushLine>& lines) {
   }
 }
 
-// Fills the user-defined fields of the new order that the bill template
-// "P02" relates to base data: a relation "x,col,table2,key2,col2,table3,
-// key3,value" copies table3.value where key3 equals table2.col2 of the
-// row whose key2 is the order's col. Every name is checked before use.
-void CopyTemplateRelations(db::Connection& c, int32_t order_id) {
-  const char* filter =
-      " where FID = 'P02' and FDefaultCtl = 0 and FCtlType = 30 and FNeedSave = 1"
-      " and FRelationID <> '' and FAction like '%A3%'";
+// A user-defined field of new orders that the bill template "P02" relates
+// to base data: a relation "x,col,table2,key2,col2,table3,key3,value"
+// copies table3.value where key3 equals table2.col2 of the row whose key2
+// is the order's col. Every name is checked before use.
+struct TemplateRelation {
+  bool lines;  // of ICTemplateEntry: a field of the order lines
+  std::string field;
+  std::vector<std::string> parts;  // [1] .. [7] as above
+};
+
+// The template's relations, read once for the whole push.
+std::vector<TemplateRelation> LoadTemplateRelations(db::Connection& c) {
+  const db::Dialect& d = c.dialect();
+  const std::string filter = " where " + d.CaseFolded("FID") +
+                             " = 'p02' and FDefaultCtl = 0 and FCtlType = 30 and FNeedSave = 1"
+                             " and FRelationID <> '' and " +
+                             d.CaseFolded("FAction") + " like '%a3%'";
+  std::vector<TemplateRelation> out;
   for (const char* table : {"ICTemplate", "ICTemplateEntry"}) {
     const bool lines = std::string(table) == "ICTemplateEntry";
-    std::vector<std::pair<std::string, std::string>> relations;
     c.QueryRows(std::string("select FFieldName, FRelationID from ") + table + filter, {},
-                [&](Row& r) { relations.emplace_back(TextValue(r[0]), TextValue(r[1])); });
-    for (const auto& [field, relation] : relations) {
-      std::vector<std::string> parts;
-      std::string rest = relation;
-      while (!rest.empty()) parts.push_back(SplitFirst(rest, ","));
-      if (parts.size() <= 1) continue;
-      if (parts.size() < 8) {
-        ThrowInvalid(std::string(table) + " relation \"" + relation + "\" of field " + field +
-                     " names fewer than the seven parts a relation needs");
-      }
-      const std::string what = std::string("a name in the ") + table + " relation of " + field;
-      db::CheckIdentifier(field, what);
-      for (size_t k = 1; k <= 7; ++k) db::CheckIdentifier(parts[k], what);
-      const std::string target = lines ? "POOrderEntry" : "POOrder";
-      const std::string own =
-          lines ? "(select e." + parts[1] +
+                [&](Row& r) {
+                  const std::string field = TextValue(r[0]), relation = TextValue(r[1]);
+                  std::vector<std::string> parts;
+                  std::string rest = relation;
+                  while (!rest.empty()) parts.push_back(SplitFirst(rest, ","));
+                  if (parts.size() <= 1) return;
+                  if (parts.size() < 8) {
+                    ThrowInvalid(std::string(table) + " relation \"" + relation + "\" of field " +
+                                 field + " names fewer than the seven parts a relation needs");
+                  }
+                  const std::string what =
+                      std::string("a name in the ") + table + " relation of " + field;
+                  db::CheckIdentifier(field, what);
+                  for (size_t k = 1; k <= 7; ++k) db::CheckIdentifier(parts[k], what);
+                  out.push_back({lines, field, std::move(parts)});
+                });
+  }
+  return out;
+}
+
+// Copies the related values into the new order. The database takes one
+// value per field and refuses a relation step that finds more than one
+// row; such a relation fails the push with the order, line and field.
+void CopyTemplateRelations(db::Connection& c, const std::vector<TemplateRelation>& relations,
+                           int32_t order_id, int32_t supplier) {
+  for (const TemplateRelation& t : relations) {
+    const auto& p = t.parts;
+    const std::string target = t.lines ? "POOrderEntry" : "POOrder";
+    const std::string own =
+        t.lines ? "(select e." + p[1] +
                       " from POOrderEntry e where e.FInterID = POOrderEntry.FInterID"
                       " and e.FEntryID = POOrderEntry.FEntryID)"
-                : "(select " + parts[1] +
-                      " from POOrder where FInterID = " + std::to_string(order_id) + ")";
-      c.Execute("update " + target + " set " + field + " = (select coalesce(" + parts[7] +
-                    ", '') from " + parts[5] + " where " + parts[6] + " = (select " + parts[4] +
-                    " from " + parts[2] + " where " + parts[3] + " = " + own +
-                    ")) where FInterID = ?",
-                {order_id});
+                : "(select " + p[1] + " from POOrder where FInterID = " +
+                      std::to_string(order_id) + ")";
+    const std::string middle_rows = " from " + p[2] + " where " + p[3] + " = " + own;
+    const std::string middle = "select " + p[4] + middle_rows;
+    const std::string value_rows = " from " + p[5] + " where " + p[6] + " = (" + middle + ")";
+    const std::string value = "select coalesce(" + p[7] + ", '')" + value_rows;
+    for (const auto& [step, rows] : {std::pair{p[2], middle_rows}, std::pair{p[5], value_rows}}) {
+      const std::string counted = "(select count(*)" + rows + ")";
+      c.QueryRows("select " + std::string(t.lines ? "FEntryID" : "0") + ", " + counted +
+                      " from " + target + " where FInterID = ?",
+                  {order_id}, [&](Row& r) {
+                    const int64_t rows = r[1].ToLong();
+                    if (rows <= 1) return;
+                    ThrowInvalid(
+                        "the template relation of " + target + "." + t.field + " finds " +
+                        std::to_string(rows) + " rows in " + step + " for the order of supplier " +
+                        std::to_string(supplier) +
+                        (t.lines ? ", line " + std::to_string(r[0].ToLong()) : std::string()) +
+                        "; the field takes one value: correct the relation or the base data");
+                  });
     }
+    c.Execute("update " + target + " set " + t.field + " = (" + value + ") where FInterID = ?",
+              {order_id});
   }
 }
 
@@ -167,9 +215,7 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
                                        int32_t BillerID, std::string& StrOutInterids,
                                        const Date& SysDate) {
   return Run(dsn, [&](db::Connection& c) -> VectorPtr {
-    const Variant base = c.QueryValue("select FValue from t_SystemProfile where FKey = 'FBWB'");
-    const int32_t currency =
-        base.IsEmpty() ? 1 : static_cast<int32_t>(Variant(TextValue(base)).ToValue());
+    const int32_t currency = OrderCurrencyId(c);
     const int scale = BaseCurrencyScale(c);
     int32_t style = kDefaultPurchaseStyle;
     std::string style_name = host_.ini ? host_.ini->Get("frmBill", "DefaultCGStyle") : "";
@@ -177,8 +223,9 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
                    [](unsigned char ch) { return static_cast<char>(std::toupper(ch)); });
     if (!style_name.empty()) {
       const Variant found =
-          c.QueryValue("select FInterID from t_SubMessage where FTypeID = ? and FID = ?",
-                       {kPurchaseStyleType, style_name});
+          c.QueryValue("select FInterID from t_SubMessage where FTypeID = ? and " +
+                           c.dialect().TextIs("FID"),
+                       {kPurchaseStyleType, FoldKey(style_name)});
       if (!found.IsEmpty() && !found.IsNull()) style = found.ToLong();
     }
 
@@ -200,7 +247,8 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
                                     static_cast<int32_t>(r[2].ToValue()));
                 });
 
-    const Date order_date = QuotedDateValue(Variant(SysDate), "SysDate");
+    // The order date as given: without one, the zero date 1899-12-30.
+    const Date order_date = SysDate;
     auto header = c.Prepare(
         "insert into POOrder (FBrNo, FTranType, FInterID, FBillNo, FSupplyID, FDate, FCurrencyID,"
         " FExchangeRate, FBillerID, FCancellation, FPOStyle, FAreaPs, FSettleDate, FEmpID,"
@@ -210,6 +258,7 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
     auto link = c.Prepare(
         "insert into PurchasePlanOrder (FInterID, FItemID, FPurchasePlanKey, FPurchasePlanInterID,"
         " FPurchasePlanEntryID, FQty) values (?, ?, ?, ?, ?, ?)");
+    const std::vector<TemplateRelation> relations = LoadTemplateRelations(c);
     std::vector<int32_t> made;
     for (int32_t supplier : suppliers) {
       const std::string bill_no = host_.numbering->NewBillNumber(c, "71", Date::Now());
@@ -227,12 +276,12 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
                      l.aux_price, l.discount_rate, l.tax_rate, l.note, l.plan_numbers, l.key},
                     scale);
         for (const PlanPart& p : parts) {
-          if (p.key == l.key) {
+          if (EqualsIgnoringCase(p.key, l.key)) {
             link->Execute({order, p.item_id, p.key, p.plan_inter_id, p.plan_entry_id, p.qty});
           }
         }
       }
-      CopyTemplateRelations(c, order);
+      CopyTemplateRelations(c, relations, order, supplier);
     }
 
     // The plan lines take what was pushed; every fully purchased line of

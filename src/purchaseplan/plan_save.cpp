@@ -32,12 +32,16 @@ PlanNumber NextPlanNumber(db::Connection& c) {
   const Date today = c.QueryValue("select " + c.dialect().Now()).ToDate();
   char prefix[16];
   std::snprintf(prefix, sizeof prefix, "CJ%04d%02d%02d", today.year(), today.month(), today.day());
+  // The day's numbers and their serials compare as the server compares
+  // text, without regard to case.
+  const std::string folded_prefix = FoldKey(prefix);
   std::string largest;
   bool any = false;
-  c.QueryRows("select FBillNo from PurchasePlan where FBillNo like ?", {std::string(prefix) + "%"},
-              [&](Row& r) {
-                const std::string no = TextValue(r[0]);
-                if (no.compare(0, 10, prefix) != 0) return;
+  c.QueryRows("select FBillNo from PurchasePlan where " + c.dialect().CaseFolded("FBillNo") +
+                  " like ?",
+              {folded_prefix + "%"}, [&](Row& r) {
+                const std::string no = FoldKey(TextValue(r[0]));
+                if (no.compare(0, 10, folded_prefix) != 0) return;
                 const std::string tail = no.size() > 3 ? no.substr(no.size() - 3) : no;
                 if (!any || tail > largest) largest = tail;
                 any = true;
@@ -56,8 +60,8 @@ void InsertLinks(db::Connection& c, const std::vector<plan::SourceLine>& lines,
   std::set<std::string> bills[2];
   for (size_t i = 0; i < lines.size(); ++i) {
     const auto& l = lines[i];
-    if (l.type == plan::kProductionTask) bills[0].insert(l.bill_no);
-    if (l.type == plan::kOutsourcingTask) bills[1].insert(l.bill_no);
+    if (l.type == plan::kProductionTask) bills[0].insert(FoldKey(l.bill_no));
+    if (l.type == plan::kOutsourcingTask) bills[1].insert(FoldKey(l.bill_no));
     if (l.type != plan::kProductionTask && l.type != plan::kOutsourcingTask &&
         l.type != plan::kSalesOrder) {
       ThrowInvalid("vctStockBill row " + std::to_string(i + 1) + " has source type " +
@@ -66,13 +70,13 @@ void InsertLinks(db::Connection& c, const std::vector<plan::SourceLine>& lines,
                    "tasks (91) only");
     }
   }
-  std::multimap<std::string, int32_t> tasks[2];
+  std::multimap<std::string, int32_t> tasks[2];  // by the folded bill number
   const char* tables[] = {"ICMO", "ICOutMO"};
   for (int t = 0; t < 2; ++t) {
     db::QueryIn(c, std::vector<std::string>(bills[t].begin(), bills[t].end()),
-                std::string("select FBillNo, FInterID from ") + tables[t] +
-                    " where FBillNo in (%IDS%) order by FInterID",
-                [&](Row& r) { tasks[t].emplace(TextValue(r[0]), r[1].ToLong()); });
+                std::string("select FBillNo, FInterID from ") + tables[t] + " where " +
+                    c.dialect().CaseFolded("FBillNo") + " in (%IDS%) order by FInterID",
+                [&](Row& r) { tasks[t].emplace(FoldKey(TextValue(r[0])), r[1].ToLong()); });
   }
   auto insert = c.Prepare(
       "insert into PurchaseLink (FBillNo, FInterID, FEntryID, FSourceTranType, FSourceInterId,"
@@ -85,7 +89,8 @@ void InsertLinks(db::Connection& c, const std::vector<plan::SourceLine>& lines,
           {plan.bill_no, plan.inter_id, position, l.type, l.inter_id, l.entry_id, l.qty});
       continue;
     }
-    const auto range = tasks[l.type == plan::kProductionTask ? 0 : 1].equal_range(l.bill_no);
+    const auto range =
+        tasks[l.type == plan::kProductionTask ? 0 : 1].equal_range(FoldKey(l.bill_no));
     for (auto it = range.first; it != range.second; ++it) {
       insert->Execute({plan.bill_no, plan.inter_id, position, l.type, it->second, 0, l.qty});
     }
@@ -104,6 +109,9 @@ std::string PurchasePlanUpdate::UpdatePurchasePlan(const std::string& dsn,
   return Run(dsn, [&](db::Connection& c) -> std::string {
     const std::vector<plan::SourceLine> sources =
         plan::ReadSourceLines(vctStockBill, "vctStockBill");
+    // The lines are read before a number is drawn: a line the plan could
+    // not take fails the save with nothing written.
+    ReadPricedLines(vctListData, LineIds::kBare);
     // Saves queue here: the next one reads the maximum after this one ends.
     HoldLock(c, "PurchasePlan");
     const PlanNumber plan = NextPlanNumber(c);
@@ -121,7 +129,7 @@ std::string PurchasePlanUpdate::UpdatePurchasePlan(const std::string& dsn,
 void PurchasePlanUpdate::InsertPurchasePlanEntry(db::Connection& c, const VectorPtr& vctListData,
                                                  int32_t lMaxFInterID,
                                                  const std::string& strMaxFBillNo) {
-  std::vector<PricedLine> lines = ReadPricedLines(vctListData);
+  std::vector<PricedLine> lines = ReadPricedLines(vctListData, LineIds::kBare);
   PricingFacts facts = PricingFacts::Load(c, lines);
   // The price source after the price list, from the ERP's INI settings.
   const int setting =

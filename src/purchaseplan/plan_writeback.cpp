@@ -6,7 +6,7 @@
 // The ERP's statements update a plan line from a join with its links: a
 // line matched by several links takes one of them (the first here), and
 // the statement for a deleted order line runs once per link of that line.
-// Both are kept.
+// Both are kept. Keys match as the server matches text, letter case aside.
 #include <map>
 #include <set>
 
@@ -33,7 +33,7 @@ struct Link {
   LineKey line;
   double qty = 0;
   bool Of(int32_t o, int32_t i, const std::string& k) const {
-    return order == o && item == i && key == k;
+    return order == o && item == i && EqualsIgnoringCase(key, k);
   }
 };
 
@@ -63,6 +63,18 @@ void WritePlanLines(db::Connection& c, const std::map<LineKey, PlanLine>& lines)
   for (const auto& [key, p] : lines) {
     if (p.dirty) update->Execute({p.finished, p.closed, key.first, key.second});
   }
+}
+
+// An order line's link by its key: "<order line> = <link>" over key columns.
+std::string SameKey(const db::Dialect& d, const char* line, const char* link) {
+  return d.CaseFolded(line) + " = " + d.CaseFolded(link);
+}
+
+std::string Orphans(const db::Dialect& d, const char* links) {
+  return std::string(" and not exists (select 1 from POOrderEntry PE where PE.FInterID = ") +
+         links + ".FInterID and " +
+         SameKey(d, "PE.FPurchasePlanKey", (std::string(links) + ".FPurchasePlanKey").c_str()) +
+         " and PE.FItemID = " + links + ".FItemID)";
 }
 
 std::vector<Link> LinksOfOrder(db::Connection& c, int32_t order,
@@ -98,9 +110,6 @@ void TakeBack(const std::vector<Link>& links, int32_t order, int32_t item, const
   }
 }
 
-const char* kOrphans =
-    " and not exists (select 1 from POOrderEntry PE where PE.FInterID = PPO.FInterID"
-    " and PE.FPurchasePlanKey = PPO.FPurchasePlanKey and PE.FItemID = PPO.FItemID)";
 
 }  // namespace
 
@@ -109,13 +118,16 @@ void PurchasePlanUpdate::UpdatePurchasePlanQtyOfCancelBill(const std::string& ds
                                                            bool blnIsCancel) {
   Run(dsn, [&](db::Connection& c) {
     std::map<LineKey, double> taken;  // each plan line's first link
+    const db::Dialect& d = c.dialect();
     c.QueryRows(
         "select PPE.FInterID, PPE.FEntryID, PPO.FQty from PurchasePlanEntry PPE"
         " inner join PurchasePlanOrder PPO on PPO.FPurchasePlanInterID = PPE.FInterID"
         " and PPO.FPurchasePlanEntryID = PPE.FEntryID"
         " inner join POOrderEntry POE on PPO.FInterID = POE.FInterID"
-        " and PPO.FItemID = POE.FItemID and PPO.FPurchasePlanKey = POE.FPurchasePlanKey"
-        " where POE.FInterID = ? order by PPO.FPurchasePlanKey",
+        " and PPO.FItemID = POE.FItemID and " +
+            SameKey(d, "PPO.FPurchasePlanKey", "POE.FPurchasePlanKey") +
+            " where POE.FInterID = ? order by " + d.CaseFolded("PPO.FPurchasePlanKey") +
+            ", PPO.FPurchasePlanInterID, PPO.FPurchasePlanEntryID",
         {lOrderInterID}, [&](Row& r) {
           taken.try_emplace({r[0].ToLong(), r[1].ToLong()}, r[2].IsNull() ? 0 : r[2].ToDouble());
         });
@@ -134,17 +146,14 @@ void PurchasePlanUpdate::UpdatePurchasePlanQtyOfCancelBill(const std::string& ds
 void PurchasePlanUpdate::UpdatePurchasePlanQtyOfDeleteRow(const std::string& dsn,
                                                           int32_t lOrderInterID) {
   Run(dsn, [&](db::Connection& c) {
-    const std::vector<Link> orphans = LinksOfOrder(c, lOrderInterID, kOrphans);
+    const std::vector<Link> orphans = LinksOfOrder(c, lOrderInterID, Orphans(c.dialect(), "PPO"));
     if (orphans.empty()) return;
     std::map<LineKey, PlanLine> lines = LoadPlanLines(c, orphans);
     for (const Link& o : orphans) TakeBack(orphans, o.order, o.item, o.key, lines);
     WritePlanLines(c, lines);
-    c.Execute(
-        "delete from PurchasePlanOrder where FInterID = ? and not exists (select 1"
-        " from POOrderEntry PE where PE.FInterID = PurchasePlanOrder.FInterID"
-        " and PE.FPurchasePlanKey = PurchasePlanOrder.FPurchasePlanKey"
-        " and PE.FItemID = PurchasePlanOrder.FItemID)",
-        {lOrderInterID});
+    c.Execute("delete from PurchasePlanOrder where FInterID = ?" +
+                  Orphans(c.dialect(), "PurchasePlanOrder"),
+              {lOrderInterID});
   });
 }
 
@@ -156,14 +165,18 @@ VectorPtr PurchasePlanUpdate::UpdatePurchasePlanQty(const std::string& dsn, int3
       double order_qty;
     };
     std::vector<Changed> changed;
+    const db::Dialect& d = c.dialect();
+    // The links grouped by key as the server groups text, letter case aside.
     c.QueryRows(
         "select PPO.FPurchasePlanKey, T.FNumber, PPO.FItemID, PPO.FInterID, PE.FQty"
-        " from POOrderEntry PE inner join (select FPurchasePlanKey, FItemID, FInterID,"
-        " sum(FQty) as FQty from PurchasePlanOrder group by FPurchasePlanKey, FItemID,"
-        " FInterID) PPO on PE.FPurchasePlanKey = PPO.FPurchasePlanKey"
-        " and PE.FItemID = PPO.FItemID and PE.FInterID = PPO.FInterID"
-        " inner join t_ICItem T on PE.FItemID = T.FItemID"
-        " where PE.FQty <> PPO.FQty and PE.FInterID = ? order by PE.FEntryID",
+        " from POOrderEntry PE inner join (select min(FPurchasePlanKey) as FPurchasePlanKey,"
+        " FItemID, FInterID, sum(FQty) as FQty from PurchasePlanOrder group by " +
+            d.CaseFolded("FPurchasePlanKey") +
+            ", FItemID, FInterID) PPO on " +
+            SameKey(d, "PE.FPurchasePlanKey", "PPO.FPurchasePlanKey") +
+            " and PE.FItemID = PPO.FItemID and PE.FInterID = PPO.FInterID"
+            " inner join t_ICItem T on PE.FItemID = T.FItemID"
+            " where PE.FQty <> PPO.FQty and PE.FInterID = ? order by PE.FEntryID",
         {lOrderInterID}, [&](Row& r) {
           changed.push_back({TextValue(r[0]), TextValue(r[1]), r[2].ToLong(), r[3].ToLong(),
                              r[4].IsNull() ? 0 : r[4].ToDouble()});
@@ -175,7 +188,8 @@ VectorPtr PurchasePlanUpdate::UpdatePurchasePlanQty(const std::string& dsn, int3
     auto result = Vector::Create();
     auto order_line = c.Prepare(
         "update POOrderEntry set FPurchasePlanBillNo = ?, FPurchasePlanKey = ?"
-        " where FInterID = ? and FItemID = ? and FPurchasePlanKey = ?");
+        " where FInterID = ? and FItemID = ? and " +
+        d.TextIs("FPurchasePlanKey"));
     for (const Changed& line : changed) {
       TakeBack(links, line.order, line.item, line.key, lines);
       // The links with each plan line's open quantity, read before the walk.
@@ -223,7 +237,7 @@ VectorPtr PurchasePlanUpdate::UpdatePurchasePlanQty(const std::string& dsn, int3
       if (bills.empty()) continue;
       bills.pop_back();
       key.pop_back();
-      order_line->Execute({bills, key, line.order, line.item, line.key});
+      order_line->Execute({bills, key, line.order, line.item, FoldKey(line.key)});
       for (Link& l : links)
         if (l.Of(line.order, line.item, line.key)) l.key = key;
       auto row = Dictionary::Create();

@@ -47,7 +47,7 @@ class Sources {
     for (const auto& l : lines) {
       if (l.type == kProductionTask || l.type == kOutsourcingTask) {
         const int t = l.type == kProductionTask ? 0 : 1;
-        bills[t].insert(l.bill_no);
+        bills[t].insert(FoldKey(l.bill_no));
         ids[t].insert(l.inter_id);
       } else if (l.type == kSalesOrder) {
         orders.insert(l.inter_id);
@@ -65,7 +65,7 @@ class Sources {
         tasks_[t].try_emplace(r[0].ToLong(), std::move(s));
       };
       db::QueryIn(c, std::vector<std::string>(bills[t].begin(), bills[t].end()),
-                  select + " where v.FBillNo in (%IDS%)", take);
+                  select + " where " + c.dialect().CaseFolded("v.FBillNo") + " in (%IDS%)", take);
       db::QueryIn(c, std::vector<int32_t>(ids[t].begin(), ids[t].end()),
                   select + " where v.FInterID in (%IDS%)", take);
     }
@@ -80,11 +80,12 @@ class Sources {
                 });
   }
 
-  // The task rows of a type whose bill number, or interior id, is given.
+  // The task rows of a type whose bill number (letter case aside), or
+  // interior id, is given.
   template <class F>
   void TasksByBill(int32_t type, const std::string& bill, F&& f) {
     for (auto& [id, s] : tasks_[type == kProductionTask ? 0 : 1])
-      if (s.bill_no == bill) f(s);
+      if (EqualsIgnoringCase(s.bill_no, bill)) f(s);
   }
   template <class F>
   void TaskById(int32_t type, int32_t id, F&& f) {
@@ -142,8 +143,9 @@ void Complete(Source& s, const SourceLine& l, Sign sign) {
   s.dirty = true;
 }
 
+// The lists are searched and cut as the server does it: letter case aside.
 void Add(Source& s, const std::string& plan_no) {
-  if (!s.list || s.list->find(plan_no) != std::string::npos) return;
+  if (!s.list || FindIgnoringCase(*s.list, plan_no) != std::string::npos) return;
   s.list = AddPlanNumber(*s.list, plan_no);
   s.dirty = true;
 }
@@ -151,7 +153,7 @@ void Add(Source& s, const std::string& plan_no) {
 // The three removal statements, one at a time.
 void CutNumber(Source& s, const std::string& plan_no) {
   if (!s.list) return;
-  s.list = ReplaceAll(ReplaceAll(*s.list, plan_no, ""), ",,", ",");
+  s.list = ReplaceAll(ReplaceAllIgnoringCase(*s.list, plan_no, ""), ",,", ",");
   s.dirty = true;
 }
 void CutLeadingComma(Source& s) {
@@ -168,12 +170,12 @@ void ClearWhenUncovered(Source& s) {
 }  // namespace
 
 std::string AddPlanNumber(const std::string& list, const std::string& plan_no) {
-  if (list.find(plan_no) != std::string::npos) return list;
+  if (FindIgnoringCase(list, plan_no) != std::string::npos) return list;
   return list.empty() ? plan_no : list + "," + plan_no;
 }
 
 std::string RemovePlanNumber(const std::string& list, const std::string& plan_no) {
-  const std::string cut = ReplaceAll(ReplaceAll(list, plan_no, ""), ",,", ",");
+  const std::string cut = ReplaceAll(ReplaceAllIgnoringCase(list, plan_no, ""), ",,", ",");
   return ReplaceAll("," + cut, ",,", "");
 }
 

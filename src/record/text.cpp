@@ -25,6 +25,41 @@ std::string ReplaceAll(std::string_view text, std::string_view from, std::string
   return out;
 }
 
+namespace {
+
+// The letters A-Z as a-z; the length stays, so places in it are places in
+// the text.
+std::string Folded(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return out;
+}
+
+}  // namespace
+
+size_t FindIgnoringCase(std::string_view text, std::string_view what) {
+  return Folded(text).find(Folded(what));
+}
+
+std::string ReplaceAllIgnoringCase(std::string_view text, std::string_view from,
+                                   std::string_view to) {
+  if (from.empty()) return std::string(text);
+  const std::string folded = Folded(text), wanted = Folded(from);
+  std::string out;
+  size_t pos = 0;
+  while (true) {
+    const size_t hit = folded.find(wanted, pos);
+    if (hit == std::string::npos) break;
+    out.append(text.substr(pos, hit - pos));
+    out.append(to);
+    pos = hit + from.size();
+  }
+  out.append(text.substr(pos));
+  return out;
+}
+
 std::string SplitFirst(std::string& text, std::string_view delimiter) {
   if (text.empty()) return {};
   const size_t hit = delimiter.empty() ? std::string::npos : text.find(delimiter);

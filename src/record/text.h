@@ -28,4 +28,10 @@ std::string Trim(std::string_view text);
 // Replaces every occurrence of from (non-empty) by to.
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
 
+// Find and replace as the ERP's server does them on text: the letters A-Z
+// match a-z. Returns npos when `what` is not in `text`.
+size_t FindIgnoringCase(std::string_view text, std::string_view what);
+std::string ReplaceAllIgnoringCase(std::string_view text, std::string_view from,
+                                   std::string_view to);
+
 }  // namespace mrpcalc

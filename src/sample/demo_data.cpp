@@ -10,22 +10,20 @@
 #include "sample/demo_data.h"
 
 #include "record/date.h"
+#include "sample/row_inserter.h"
 
 namespace mrpcalc::sample {
 
 using db::Connection;
 using db::Params;
-using db::Placeholders;
 using db::Transaction;
 
 namespace {
 
 void Insert(Connection& c, const std::string& table, const std::string& columns,
             std::initializer_list<Params> rows) {
-  size_t n = 1;
-  for (char ch : columns) n += ch == ',';
-  auto stmt = c.Prepare("insert into " + table + " (" + columns + ") values (" + Placeholders(n) + ")");
-  for (const auto& row : rows) stmt->Execute(row);
+  RowInserter insert(c, table, columns);
+  for (const auto& row : rows) insert.Insert(row);
 }
 
 Variant D(const char* text) { return Variant(*Date::Parse(text)); }

@@ -2,6 +2,7 @@
 // statements reveal them (decimal(23,10) quantities, varchar codes).
 #include "schema/erp_schema.h"
 
+#include <algorithm>
 #include <unordered_map>
 
 #include "record/error.h"
@@ -59,10 +60,12 @@ std::vector<TableDef> BuildErpTables() {
         Small("FDeleted", "0"), Rate("FValueAddRate"), Money("FCreditDegree"),
         Int("FDepartment", "0"), Int("FEmployee", "0")},
        {"FItemID"}},
+      // Bands are looked up by item; the line number is init's own.
       {"t_SupplyEntry",
        {Int("FSupID"), Int("FEntryID"), Int("FItemID"), Qty("FPrice"), Qty("FStartQty"),
         Qty("FEndQty")},
-       {"FSupID", "FEntryID"}},
+       {},
+       {{"FItemID"}}},
       {"t_Currency",
        {Int("FCurrencyID"), Str("FNumber", 30), Str("FName", 80), Small("FScale", "2")},
        {"FCurrencyID"}},
@@ -260,6 +263,37 @@ std::vector<TableDef> BuildErpTables() {
   };
 }
 
+// The init-only columns of each ERP table.
+void MarkInitOnly(std::vector<TableDef>& tables) {
+  static const std::unordered_map<std::string, std::vector<std::string>> kInitOnly = {
+      {"t_MeasureUnit", {"FUnitGroupID"}},
+      {"t_ICItem", {"FDeleted"}},
+      {"t_AuxItem", {"FNumber", "FItemClassID"}},
+      {"t_SupplyEntry", {"FEntryID"}},
+      {"t_Currency", {"FNumber", "FName"}},
+      {"t_Settle", {"FNumber"}},
+      {"t_SubMessage", {"FName"}},
+      {"t_SystemProfile", {"FDescription"}},
+      {"t_User", {"FName"}},
+      {"t_GroupAccess", {"FSubSys"}},
+      {"ICBOM", {"FBOMNumber", "FUnitID"}},
+      {"SEOrder", {"FDate", "FCustID"}},
+      {"ICMO", {"FDate"}},
+      {"ICMOEntry", {"FUnitID"}},
+      {"ICOutMO", {"FDate"}},
+      {"ICOutMOEntry", {"FUnitID"}},
+      {"ICInventory", {"FBatchNo"}},
+      {"ICStockBill", {"FBillNo"}},
+      {"ICStockBillEntry", {"FPrice"}},
+      {"POOrder", {"FCheckerID"}},
+      {"ICPurchase", {"FBillNo", "FTranType"}},
+      {"ICPurchaseEntry", {"FQty", "FPrice"}},
+  };
+  for (auto& table : tables) {
+    if (auto it = kInitOnly.find(table.name); it != kInitOnly.end()) table.init_only = it->second;
+  }
+}
+
 std::vector<TableDef> BuildOwnTables() {
   return {
       // Next interior id per bill table, for engines without the ERP's
@@ -279,12 +313,14 @@ std::vector<TableDef> BuildOwnTables() {
   };
 }
 
-// Result labels that our own queries produce besides table columns.
-
 }  // namespace
 
 const std::vector<TableDef>& ErpTables() {
-  static const std::vector<TableDef> tables = BuildErpTables();
+  static const std::vector<TableDef> tables = [] {
+    auto built = BuildErpTables();
+    MarkInitOnly(built);
+    return built;
+  }();
   return tables;
 }
 
@@ -294,27 +330,51 @@ const std::vector<TableDef>& OwnTables() {
 }
 
 
-void CreateErpSchema(Connection& connection, bool replace) {
+namespace {
+
+// The table as the ERP has it: its own columns only, no keys or indexes.
+TableDef ErpColumnsOnly(const TableDef& table) {
+  TableDef erp{table.name, {}, {}};
+  for (const auto& column : table.columns) {
+    if (std::find(table.init_only.begin(), table.init_only.end(), column.name) !=
+        table.init_only.end()) {
+      continue;
+    }
+    db::ColumnDef c = column;
+    // The branch number is text in some ERP databases and a number in others.
+    if (c.name == "FBrNo") c = {"FBrNo", ColumnType::kInt, 0, "0"};
+    erp.columns.push_back(std::move(c));
+  }
+  return erp;
+}
+
+}  // namespace
+
+void CreateErpSchema(Connection& connection, bool replace, SchemaForm form) {
   Transaction tx(connection);
-  for (const auto* list : {&ErpTables(), &OwnTables()}) {
-    for (const auto& table : *list) {
-      if (connection.TableExists(table.name)) {
-        if (!replace) {
-          throw Error(ErrorCategory::kInvalidInput,
-                      "table " + table.name +
-                          " already exists; use --replace to drop and create the ERP tables again");
-        }
-        connection.Execute("drop table " + table.name);
+  std::vector<TableDef> tables;
+  for (const auto& table : ErpTables()) {
+    tables.push_back(form == SchemaForm::kInit ? table : ErpColumnsOnly(table));
+  }
+  if (form == SchemaForm::kInit) tables.insert(tables.end(), OwnTables().begin(), OwnTables().end());
+  for (const auto& table : tables) {
+    if (connection.TableExists(table.name)) {
+      if (!replace) {
+        throw Error(ErrorCategory::kInvalidInput,
+                    "table " + table.name +
+                        " already exists; use --replace to drop and create the ERP tables again");
       }
-      connection.Execute(connection.dialect().CreateTable(table.name, table.columns, table.primary_key));
-      for (const auto& columns : table.indexes) {
-        std::string name = "IX_" + table.name, list;
-        for (const auto& column : columns) {
-          name += "_" + column;
-          list += (list.empty() ? "" : ", ") + column;
-        }
-        connection.Execute("create index " + name + " on " + table.name + " (" + list + ")");
+      connection.Execute("drop table " + table.name);
+    }
+    connection.Execute(
+        connection.dialect().CreateTable(table.name, table.columns, table.primary_key));
+    for (const auto& columns : table.indexes) {
+      std::string name = "IX_" + table.name, list;
+      for (const auto& column : columns) {
+        name += "_" + column;
+        list += (list.empty() ? "" : ", ") + column;
       }
+      connection.Execute("create index " + name + " on " + table.name + " (" + list + ")");
     }
   }
   tx.Commit();

@@ -1,7 +1,8 @@
 // The ERP tables and columns that mrpcalc reads or writes, and the tables it
-// owns. mrpcalc works on any database holding these columns, whatever their
-// declared types and with extra columns allowed; `mrpcalc init` creates them
-// for a database that has nothing yet.
+// owns. mrpcalc works on any database holding the ERP's own columns, whatever
+// their declared types and with extra columns allowed; `mrpcalc init` creates
+// them, with a few columns and keys of its own, for a database that has
+// nothing yet.
 #pragma once
 
 #include <string>
@@ -18,6 +19,20 @@ struct TableDef {
   // Secondary indexes, each a list of columns, as the ERP keeps them for
   // the lookups mrpcalc makes.
   std::vector<std::vector<std::string>> indexes = {};
+  // Columns that `init` adds for its own databases (line numbers, names the
+  // demo data carries). The ERP's table may lack them: nothing reads them.
+  std::vector<std::string> init_only = {};
+};
+
+// How much of the schema to create.
+enum class SchemaForm {
+  // What `init` makes: the ERP tables with keys, indexes and the init-only
+  // columns, and mrpcalc's own tables.
+  kInit,
+  // The ERP's tables as the ERP database has them: exactly the ERP's
+  // columns, no keys, no indexes, "FBrNo" a number, none of mrpcalc's own
+  // tables. What a buyer's database looks like before mrpcalc first runs.
+  kErpColumnsOnly,
 };
 
 // Every ERP table the component touches, in creation order.
@@ -27,7 +42,8 @@ const std::vector<TableDef>& OwnTables();
 
 // Creates every ERP table and owned table in one transaction. Throws when a
 // table already exists, unless `replace` drops it first.
-void CreateErpSchema(db::Connection& connection, bool replace);
+void CreateErpSchema(db::Connection& connection, bool replace,
+                     SchemaForm form = SchemaForm::kInit);
 // Creates the owned tables that are missing; safe to call on every start.
 void EnsureOwnTables(db::Connection& connection);
 

@@ -1,6 +1,7 @@
 // System profile (t_SystemProfile) and the base currency's amount scale.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "db/connection.h"
@@ -13,6 +14,10 @@ std::string GetSystemProfile(db::Connection& connection, const std::string& cate
                              const std::string& key, const std::string& fallback);
 
 inline constexpr int kDefaultAmountScale = 2;
+
+// The currency of new purchase orders: the base currency's id (profile key
+// FBWB in any category, its text read as a number), 1 without a profile row.
+int32_t OrderCurrencyId(db::Connection& connection);
 
 // Decimals of the base currency (system profile GL/FBWB); 2 when the
 // profile or the currency row is missing.

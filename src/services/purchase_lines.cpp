@@ -1,7 +1,9 @@
 // Pricing of purchase lines.
 #include "services/purchase_lines.h"
 
+#include <algorithm>
 #include <set>
+#include <tuple>
 
 #include "record/column_value.h"
 #include "record/error.h"
@@ -84,7 +86,10 @@ DictionaryPtr PricedLine::ToRow() const {
   return row;
 }
 
-std::vector<PricedLine> ReadPricedLines(const VectorPtr& rows) {
+std::vector<PricedLine> ReadPricedLines(const VectorPtr& rows, LineIds ids) {
+  auto id = [ids](const Variant& v, const std::string& what) {
+    return ids == LineIds::kBare ? IntValue(v, what) : QuotedIntValue(v, what);
+  };
   if (!rows) ThrowInvalid("vctListData is Nothing: give the lines to price");
   std::vector<PricedLine> lines;
   for (size_t i = 0; i < rows->rows().size(); ++i) {
@@ -96,11 +101,11 @@ std::vector<PricedLine> ReadPricedLines(const VectorPtr& rows) {
     l.number = TextValue(row.Get("FItemNumber"));
     l.name = TextValue(row.Get("FItemName"));
     l.model = TextValue(row.Get("FItemModel"));
-    l.aux_prop_id = QuotedIntValue(row.Get("FAuxPropID"), Where("FAuxPropID", n));
+    l.aux_prop_id = id(row.Get("FAuxPropID"), Where("FAuxPropID", n));
     l.aux_prop_name = TextValue(row.Get("FAuxProp"));
     l.supply_number = TextValue(row.Get("FSupplyNumber"));
     l.supply_name = TextValue(row.Get("FSupplyName"));
-    l.unit_id = QuotedIntValue(row.Get("FUnitID"), Where("FUnitID", n));
+    l.unit_id = id(row.Get("FUnitID"), Where("FUnitID", n));
     l.unit_name = TextValue(row.Get("FUnitName"));
     l.qty = RoundDecimal(NumberValue(row.Get("FQty"), Where("FQty", n)));
     l.note = TextValue(row.Get("FMemo"));
@@ -108,6 +113,13 @@ std::vector<PricedLine> ReadPricedLines(const VectorPtr& rows) {
     lines.push_back(std::move(l));
   }
   return lines;
+}
+
+void SortBands(std::vector<PriceBand>& bands) {
+  std::stable_sort(bands.begin(), bands.end(), [](const PriceBand& a, const PriceBand& b) {
+    return std::tie(a.supplier, a.start, a.end, a.price) <
+           std::tie(b.supplier, b.start, b.end, b.price);
+  });
 }
 
 bool PricingFacts::Document::Newer(const Document& o) const {
@@ -122,7 +134,7 @@ PricingFacts PricingFacts::Load(db::Connection& c, const std::vector<PricedLine>
   std::set<std::string> suppliers;
   for (const auto& l : lines) {
     items.insert(l.item_id);
-    suppliers.insert(l.supply_number);
+    suppliers.insert(FoldKey(l.supply_number));
     units.insert(l.unit_id);
   }
   f.item_ids_.assign(items.begin(), items.end());
@@ -133,20 +145,22 @@ PricingFacts PricingFacts::Load(db::Connection& c, const std::vector<PricedLine>
                 f.items_.emplace(r[0].ToLong(),
                                  Item{Int(r[1]), Num(r[2]), Num(r[3]), Int(r[4]), Int(r[5])});
               });
-  // Supplier by code (the first of equal codes) and each supplier's tax rate.
+  // Supplier by code (the first of codes equal but for letter case) and
+  // each supplier's tax rate.
   db::QueryIn(c, std::vector<std::string>(suppliers.begin(), suppliers.end()),
-              "select FNumber, FItemID, FValueAddRate from t_Supplier"
-              " where FNumber in (%IDS%) order by FItemID",
+              "select FNumber, FItemID, FValueAddRate from t_Supplier where " +
+                  c.dialect().CaseFolded("FNumber") + " in (%IDS%) order by FItemID",
               [&](Row& r) {
-                f.supplier_by_code_.emplace(TextValue(r[0]), r[1].ToLong());
+                f.supplier_by_code_.emplace(FoldKey(TextValue(r[0])), r[1].ToLong());
                 f.supplier_tax_.emplace(r[1].ToLong(), Num(r[2]));
               });
   db::QueryIn(c, f.item_ids_,
               "select FItemID, FSupID, FPrice, FStartQty, FEndQty from t_SupplyEntry"
-              " where FItemID in (%IDS%) order by FSupID, FEntryID",
+              " where FItemID in (%IDS%)",
               [&](Row& r) {
                 f.bands_[r[0].ToLong()].push_back({r[1].ToLong(), Num(r[2]), Num(r[3]), Num(r[4])});
               });
+  for (auto& [item, bands] : f.bands_) SortBands(bands);
   std::set<int32_t> order_units;
   for (const auto& [id, item] : f.items_) {
     if (item.order_unit) order_units.insert(*item.order_unit);
@@ -164,14 +178,14 @@ PricingFacts PricingFacts::Load(db::Connection& c, const std::vector<PricedLine>
 
 void PricingFacts::ResolveUnitAndSupplier(PricedLine& l) const {
   if (auto it = items_.find(l.item_id); it != items_.end()) l.aux_unit_id = it->second.order_unit;
-  if (auto s = supplier_by_code_.find(l.supply_number); s != supplier_by_code_.end())
+  if (auto s = supplier_by_code_.find(FoldKey(l.supply_number)); s != supplier_by_code_.end())
     l.supply_id = s->second;
 }
 
 void PricingFacts::PriceFromAnyBand(PricedLine& l) const {
   auto it = bands_.find(l.item_id);
   if (it == bands_.end()) return;
-  for (const Band& b : it->second) {
+  for (const PriceBand& b : it->second) {
     if (b.Holds(l.qty)) {
       l.price = b.price;
       return;
@@ -182,7 +196,7 @@ void PricingFacts::PriceFromAnyBand(PricedLine& l) const {
 void PricingFacts::PriceFromOwnBand(PricedLine& l) const {
   auto it = bands_.find(l.item_id);
   if (it == bands_.end() || !l.supply_id) return;
-  for (const Band& b : it->second) {
+  for (const PriceBand& b : it->second) {
     if (b.supplier == *l.supply_id && b.Holds(l.qty)) {
       l.price = b.price;
       return;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <optional>
@@ -43,11 +44,29 @@ struct PricedLine {
   DictionaryPtr ToRow() const;
 };
 
+// How the working table takes a line's "FAuxPropID" and "FUnitID": as
+// quoted texts (blanks read as 0) when an MRP result is confirmed, as bare
+// numbers (a blank is refused) when a plan is saved.
+enum class LineIds { kQuoted, kBare };
+
 // Reads MRP result rows ("FBomItemID", "FItemNumber", "FItemName",
 // "FItemModel", "FAuxPropID", "FAuxProp", "FSupplyNumber", "FSupplyName",
 // "FUnitID", "FUnitName", "FQty", "FMemo", "FDate"). A row's "FMemo" has
-// its apostrophes replaced by "｀", in the row too.
-std::vector<PricedLine> ReadPricedLines(const VectorPtr& rows);
+// its apostrophes replaced by "｀", in the row too. A value the working
+// table could not take throws invalid input naming the row and the key.
+std::vector<PricedLine> ReadPricedLines(const VectorPtr& rows, LineIds ids);
+
+// A price-list band (t_SupplyEntry) of an item.
+struct PriceBand {
+  int32_t supplier = 0;
+  OptNum price, start, end;
+  bool Holds(double qty) const { return start && end && qty >= *start && qty <= *end; }
+};
+// Where several bands hold a quantity the ERP leaves the choice to the
+// database; ours is made from the price list's own columns: the lowest
+// supplier id, then the band that starts and ends first, then the lower
+// price (a missing value first).
+void SortBands(std::vector<PriceBand>& bands);
 
 // Where the last purchase price of an item from a supplier is read.
 enum class LastPriceSource {
@@ -86,11 +105,6 @@ class PricingFacts {
     OptNum order_price, tax_rate;
     OptInt qty_decimal, price_decimal;
   };
-  struct Band {
-    int32_t supplier;
-    OptNum price, start, end;
-    bool Holds(double qty) const { return start && end && qty >= *start && qty <= *end; }
-  };
   struct Document {
     OptNum price;
     OptNum unit_coefficient;  // of the document line's unit
@@ -101,9 +115,9 @@ class PricingFacts {
 
   std::vector<int32_t> item_ids_;
   std::map<int32_t, Item> items_;
-  std::map<std::string, int32_t> supplier_by_code_;
+  std::map<std::string, int32_t> supplier_by_code_;  // by the code folded by FoldKey
   std::map<int32_t, OptNum> supplier_tax_;
-  std::map<int32_t, std::vector<Band>> bands_;           // by item, (supplier, line) order
+  std::map<int32_t, std::vector<PriceBand>> bands_;           // by item, (supplier, line) order
   std::map<int32_t, OptNum> purchase_unit_coefficient_;  // by t_MeasureUnit.FItemID
   std::map<int32_t, OptNum> unit_coefficient_;           // by FMeasureUnitID
   std::map<LastPriceSource, std::map<std::pair<int32_t, int32_t>, Document>> last_;
