@@ -15,6 +15,8 @@
 #include "mrp/open_demand.h"
 #include "record/date.h"
 #include "record/json.h"
+#include "sample/demo_data.h"
+#include "schema/erp_schema.h"
 
 namespace mrpcalc::testing {
 namespace {
@@ -37,15 +39,24 @@ Outcome Cli(const std::string& arguments) {
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
 }
 
-class Command : public ::testing::Test {
+// Each test twice: on the demo database `init` makes, and on the demo data
+// in tables with exactly the ERP's columns (a buyer's database).
+class Command : public ::testing::TestWithParam<std::string> {
  protected:
   void SetUp() override {
+    std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    std::replace(name.begin(), name.end(), '/', '-');
     dir_ = std::filesystem::temp_directory_path() /
-           ("mrpcalc-cli-" + std::to_string(::getpid()) + "-" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+           ("mrpcalc-cli-" + std::to_string(::getpid()) + "-" + name);
     std::filesystem::remove_all(dir_);
     std::filesystem::create_directories(dir_);
     dsn_ = "sqlite:" + (dir_ / "demo.db").string();
+    if (GetParam() == "erp") {
+      auto c = db::Open(dsn_);
+      schema::CreateErpSchema(*c, false, schema::SchemaForm::kErpColumnsOnly);
+      sample::LoadDemoData(*c);
+      return;
+    }
     const Outcome init = Cli("init --dsn '" + dsn_ + "' --demo");
     ASSERT_EQ(init.status, 0) << init.out;
   }
@@ -55,7 +66,10 @@ class Command : public ::testing::Test {
   std::string dsn_;
 };
 
-TEST_F(Command, ReportFormatsAndTheAutomationRouteAgree) {
+INSTANTIATE_TEST_SUITE_P(Schemas, Command, ::testing::Values("init", "erp"),
+                         [](const auto& info) { return info.param; });
+
+TEST_P(Command, ReportFormatsAndTheAutomationRouteAgree) {
   const std::string bills = "--bills SEORD000001,WORK000001";
   const Outcome json = Cli("mrp --dsn '" + dsn_ + "' " + bills + " --format json");
   ASSERT_EQ(json.status, 0) << json.out;
@@ -90,7 +104,7 @@ TEST_F(Command, ReportFormatsAndTheAutomationRouteAgree) {
 
 // A text that is not UTF-8 fails the whole answer before any of it is
 // printed: the output is the error object alone.
-TEST_F(Command, AnAnswerWithABadTextIsAnErrorNotHalfAnAnswer) {
+TEST_P(Command, AnAnswerWithABadTextIsAnErrorNotHalfAnAnswer) {
   auto c = db::Open(dsn_);
   c->Execute(
       "update t_ICItem set FName = cast(x'4bff' as text) where FItemID = "
@@ -111,7 +125,7 @@ TEST_F(Command, AnAnswerWithABadTextIsAnErrorNotHalfAnAnswer) {
 
 // The benchmark's commands: a synthetic factory, its request file, and a
 // call on it as the benchmark times it.
-TEST_F(Command, BenchmarkRequestRunsThroughTheCallCommand) {
+TEST_P(Command, BenchmarkRequestRunsThroughTheCallCommand) {
   const std::string bench = "sqlite:" + (dir_ / "bench.db").string();
   ASSERT_EQ(Cli("bench generate --dsn '" + bench + "' --scale 0.05").status, 0);
   const Outcome request =
@@ -135,7 +149,7 @@ TEST_F(Command, BenchmarkRequestRunsThroughTheCallCommand) {
 // One process, one object per ProgID: the stock-status option remembered by
 // the first call is the one the second call writes; a failing call in the
 // middle does not stop the script, but makes its exit code 1.
-TEST_F(Command, CallsKeepOneObjectAcrossTheScript) {
+TEST_P(Command, CallsKeepOneObjectAcrossTheScript) {
   auto c = db::Open(dsn_);
   c->Execute(
       "insert into ICSchemeProfile (FSchemeID, FStatus, FTranType, FUserID) values (7, 2, 36, 16)");
@@ -169,7 +183,7 @@ TEST_F(Command, CallsKeepOneObjectAcrossTheScript) {
 
 // A buyer's whole path through the commands: demand, MRP, confirmation,
 // credit check, orders, and the list of them.
-TEST_F(Command, BuyersPathFromDemandToOrders) {
+TEST_P(Command, BuyersPathFromDemandToOrders) {
   const std::string db = " --dsn '" + dsn_ + "'";
   Outcome r = Cli("demand" + db + " --warehouses 11,12,20 --net --format csv");
   ASSERT_EQ(r.status, 0) << r.out;
@@ -231,7 +245,7 @@ TEST_F(Command, BuyersPathFromDemandToOrders) {
 }
 
 // The plan stage through the commands: save, list, push, close, delete refused.
-TEST_F(Command, PlanStageFromSaveToARefusedDeletion) {
+TEST_P(Command, PlanStageFromSaveToARefusedDeletion) {
   const std::string db = " --dsn '" + dsn_ + "'";
   const std::string report = (dir_ / "report.json").string();
   ASSERT_EQ(Cli("mrp" + db +
@@ -267,7 +281,7 @@ TEST_F(Command, PlanStageFromSaveToARefusedDeletion) {
   EXPECT_NE(r.status, 0);
 }
 
-TEST_F(Command, RefusalsExitNonZeroAndSayWhy) {
+TEST_P(Command, RefusalsExitNonZeroAndSayWhy) {
   // Tables exist: init leaves them alone without --replace.
   Outcome r = Cli("init --dsn '" + dsn_ + "'");
   EXPECT_NE(r.status, 0);

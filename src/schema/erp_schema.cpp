@@ -266,7 +266,8 @@ std::vector<TableDef> BuildErpTables() {
 // The init-only columns of each ERP table.
 void MarkInitOnly(std::vector<TableDef>& tables) {
   static const std::unordered_map<std::string, std::vector<std::string>> kInitOnly = {
-      {"t_MeasureUnit", {"FUnitGroupID"}},
+      {"t_MeasureUnit", {"FNumber", "FUnitGroupID"}},
+      {"t_Stock", {"FNumber", "FName"}},
       {"t_ICItem", {"FDeleted"}},
       {"t_AuxItem", {"FNumber", "FItemClassID"}},
       {"t_SupplyEntry", {"FEntryID"}},
