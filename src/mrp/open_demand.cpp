@@ -9,24 +9,26 @@ using db::Connection;
 
 namespace {
 
-constexpr const char* kOpenSalesLines =
-    "select v.FBillNo, u.FInterID, u.FEntryID, u.FItemID, i.FNumber, i.FName,"
+// Bill numbers order as the ERP's server orders text, letter case aside.
+std::string OpenSalesLines(const db::Dialect& d) {
+  return "select v.FBillNo, u.FInterID, u.FEntryID, u.FItemID, i.FNumber, i.FName,"
     " u.FQty - u.FCommitQty, m.FName, u.FDate"
     " from SEOrderEntry u inner join SEOrder v on u.FInterID = v.FInterID"
     " inner join t_ICItem i on u.FItemID = i.FItemID"
     " left join t_MeasureUnit m on i.FUnitID = m.FMeasureUnitID"
     " where v.FStatus in (1,2) and u.FQty > u.FCommitQty"
-    " order by v.FBillNo, u.FEntryID";
+    " order by " + d.CaseFolded("v.FBillNo") + ", u.FInterID, u.FEntryID";
+}
 
 // The task tables share one layout; the table name comes from code only.
-std::string OpenTasks(const char* table) {
+std::string OpenTasks(const db::Dialect& d, const char* table) {
   return std::string(
              "select t.FBillNo, t.FInterID, 0, t.FItemID, i.FNumber, i.FName,"
              " t.FQty - t.FStockFinishQty, m.FName, t.FBeginDate from ") +
          table +
          " t inner join t_ICItem i on t.FItemID = i.FItemID"
          " left join t_MeasureUnit m on i.FUnitID = m.FMeasureUnitID"
-         " where t.FStatus in (1,2) order by t.FBillNo";
+         " where t.FStatus in (1,2) order by " + d.CaseFolded("t.FBillNo") + ", t.FInterID";
 }
 
 void Collect(Connection& c, const std::string& sql, int tran_type,
@@ -52,9 +54,10 @@ void Collect(Connection& c, const std::string& sql, int tran_type,
 
 std::vector<OpenDemandLine> ListOpenDemand(Connection& connection) {
   std::vector<OpenDemandLine> out;
-  Collect(connection, kOpenSalesLines, kTranSalesOrder, out);
-  Collect(connection, OpenTasks("ICMO"), kTranProductionTask, out);
-  Collect(connection, OpenTasks("ICOutMO"), kTranOutsourcingTask, out);
+  const db::Dialect& d = connection.dialect();
+  Collect(connection, OpenSalesLines(d), kTranSalesOrder, out);
+  Collect(connection, OpenTasks(d, "ICMO"), kTranProductionTask, out);
+  Collect(connection, OpenTasks(d, "ICOutMO"), kTranOutsourcingTask, out);
   return out;
 }
 
