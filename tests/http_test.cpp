@@ -38,7 +38,9 @@ class Http : public DemoDbTest {
     options.dsn = dsn();
     options.port = 0;
     options.max_body = 64 * 1024;
-    service_ = std::make_unique<http::Service>(options, MakeStandaloneHost(HostConfig{}));
+    HostConfig config;
+    config.data_rights = {{17, 4}};  // user 17 sees only the warehouses that name him
+    service_ = std::make_unique<http::Service>(options, MakeStandaloneHost(config));
     port_ = service_->Bind();
     thread_ = std::thread([this] { service_->Listen(); });
   }
@@ -114,17 +116,99 @@ TEST_P(Http, EachRefusalHasItsStatus) {
   EXPECT_EQ(Call("PurchasePlanInfo", "GetRptData", {Json::object(), 1}, planner_)->status, 403);
   EXPECT_EQ(Call("PurchasePlanInfo", "GetRptData", {Json::object(), 16}, planner_)->status, 200);
   EXPECT_EQ(Call("PurchasePlanInfo", "GetRptData", {Json::object(), 16}, admin_)->status, 200);
-  EXPECT_EQ(Post("/api/calls",
-                 Json::array({{{"progid", "ZUVMMrpCalculate.MrpDataServer"},
-                               {"method", "MakePOOrderBill"},
-                               {"args", {Json::array(), 1}}}})
-                     .dump(),
-                 planner_)
-                ->status,
-            403);
+  // In a script the refused call answers in its place.
+  r = Post("/api/calls",
+           Json::array({{{"progid", "ZUVMMrpCalculate.MrpDataServer"},
+                         {"method", "MakePOOrderBill"},
+                         {"args", {Json::array(), 1}}}})
+               .dump(),
+           planner_);
+  EXPECT_EQ(r->status, 200);
+  EXPECT_NE(Json::parse(r->body)[0].at("error").at("description").get<std::string>().find(
+                "BillerID names user 1"),
+            std::string::npos)
+      << r->body;
   // A revoked token no longer signs in.
   ASSERT_TRUE(http::RevokeToken(conn(), planner_));
   EXPECT_EQ(Call("MrpDataServer", "getSysInfo", sys, planner_)->status, 401);
+}
+
+// A planner (user 16) names user 1, or 2, 0, -1, in every form a JSON
+// argument can take: through the single call, the script and the report,
+// each is refused, and nothing of another user is written. The same forms
+// naming himself are his own calls.
+TEST_P(Http, APlannerActsOnlyForHimselfWhateverTheForm) {
+  const std::vector<Json> others = {
+      1, 1.0, 1.4, 0.6, 1.5, 2.5, 2, 0, -1, 1e0, -0.0, true, false,
+      "1", " 1", "1 ", "+1", "1.0", "1e0", "01", "\t1", "\n1", "1.", "0001", "1.4", "0.6",
+      "1.5", "2.5", "-0", "0", "-1", "true", "false", "True", "0x1", "1,0", "１", "1\u0000",
+      "", "  ", Json::array({1}), Json::array({Json::object({{"UserID", 1}})}),
+      Json::object({{"UserID", 1}}), Json::array({Json::array({1})}), nullptr};
+  auto count = [&](const char* sql) { return conn().QueryValue(sql).ToLong(); };
+  const int32_t scopes = count("select count(*) from ICMrpStockPlan");
+  const int32_t orders = count("select count(*) from POOrder");
+  const Json order_line = Json::array({{{"FSupplyID", 1}, {"FItemID", 3001}, {"FAuxQty", 1},
+                                        {"FQty", 50}, {"FPrice", 18.9}, {"FCoefficient", 50},
+                                        {"FPriceDecimal", 2}, {"FDiscountRate", 0},
+                                        {"FTaxRate", 13}, {"FUnitID", 3}, {"FAuxPropID", 0},
+                                        {"FNote", ""}, {"FDate", "2026-12-01"}}});
+  int refused = 0;
+  for (const Json& user : others) {
+    SCOPED_TRACE(user.dump());
+    const Json scope = {user, "01 - x", "11", "11", 1, "SC"};
+    auto r = Call("MrpDataServer", "UpdateStockInfo", scope, planner_);
+    ASSERT_TRUE(r);
+    EXPECT_TRUE(r->status == 403 || r->status == 422) << r->status << " " << r->body;
+    refused += r->status == 403;
+    r = Call("MrpDataServer", "MakePOOrderBill", {order_line, user}, planner_);
+    EXPECT_TRUE(r->status == 403 || r->status == 422) << r->status << " " << r->body;
+    r = Post("/api/calls",
+             Json::array({{{"progid", "ZUVMMrpCalculate.MrpDataServer"},
+                           {"method", "UpdateStockInfo"},
+                           {"args", scope}},
+                          {{"progid", "ZUVMMrpCalculate.PurchasePlanUpdate"},
+                           {"method", "UpdatePurchasePlan"},
+                           {"args", {Json::array(), Json::array(), user}}}})
+                 .dump(),
+             planner_);
+    ASSERT_EQ(r->status, 200);
+    for (const auto& answer : Json::parse(r->body)) EXPECT_TRUE(answer.contains("error")) << r->body;
+    r = Post("/api/report", Json{{"bills", {"SEORD000001"}}, {"user", user}}.dump(), planner_);
+    EXPECT_TRUE(r->status == 403 || r->status == 422) << r->status << " " << r->body;
+  }
+  EXPECT_GE(refused, 30);  // most forms convert, and are refused as another user
+  EXPECT_EQ(count("select count(*) from ICMrpStockPlan"), scopes);
+  EXPECT_EQ(count("select count(*) from POOrder"), orders);
+  EXPECT_EQ(count("select count(*) from PurchasePlan"), 0);
+
+  for (const Json& self : {Json(16), Json("16"), Json(" 16"), Json(16.0), Json("1.6e1")}) {
+    SCOPED_TRACE(self.dump());
+    EXPECT_EQ(Call("MrpDataServer", "UpdateStockInfo", {self, "01 - x", "11", "11", 1, "SC"},
+                   planner_)->status,
+              200);
+  }
+  EXPECT_EQ(count("select count(*) from ICMrpStockPlan where FUserID = '16'"), 1);
+  // Left out, the user is the caller; an administrator names anyone.
+  EXPECT_EQ(Call("MrpDataServer", "GetStockInfo", Json::array(), planner_)->status,
+            422);  // FrmType missing
+  auto r = Call("PurchasePlanInfo", "GetRptData", Json::array({Json::object()}), planner_);
+  EXPECT_EQ(r->status, 200) << r->body;
+  EXPECT_EQ(Call("MrpDataServer", "UpdateStockInfo", {"1", "01 - x", "11", "11", 1, "SC"}, admin_)
+                ->status,
+            200);
+}
+
+// What depends on the caller sees the token's user, not the service's login:
+// user 17's data rights hide the virtual warehouse that names only 16.
+TEST_P(Http, TheTokensUserIsTheCaller) {
+  const std::string buyer = http::CreateToken(conn(), 17);
+  auto stock = [&](const std::string& token) {
+    auto r = Call("MrpDataServer", "GetVirtualStock", Json::array(), token);
+    EXPECT_EQ(r->status, 200) << r->body;
+    return Json::parse(r->body).at("result").get<std::string>();
+  };
+  EXPECT_EQ(stock(planner_), "30");
+  EXPECT_EQ(stock(buyer), "");
 }
 
 TEST_P(Http, ScriptsReportsAndExports) {

@@ -41,7 +41,8 @@ std::string ErrorAnswerText(long number, const std::string& description, int ind
 }
 
 std::string RunCallScript(CallSession& session, const Json& script, const std::string& dsn,
-                          bool& failed) {
+                          bool& failed,
+                          const std::function<std::string(const Error&, int)>& error_answer) {
   if (!script.is_array()) ThrowInvalid("the script must be a JSON array of calls");
   failed = false;
   std::string out = "[";
@@ -63,7 +64,7 @@ std::string RunCallScript(CallSession& session, const Json& script, const std::s
                                            step["method"].get<std::string>(), args, dsn),
                               2);
     } catch (const Error& e) {
-      answer = ErrorAnswerText(e.number(), e.what(), 2);
+      answer = error_answer ? error_answer(e, 2) : ErrorAnswerText(e.number(), e.what(), 2);
       failed = true;
     } catch (const std::exception& e) {
       answer = ErrorAnswerText(-1, e.what(), 2);

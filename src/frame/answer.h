@@ -25,7 +25,10 @@ std::string ErrorAnswerText(long number, const std::string& description, int ind
 // the session's objects; every call runs whatever came before. Returns the
 // array of answers; `failed` tells whether any call failed. Throws invalid
 // input when the script is not an array.
-std::string RunCallScript(CallSession& session, const Json& script, const std::string& dsn,
-                          bool& failed);
+// `error_answer` lays out a failed call's answer (by default the error's
+// number and description).
+std::string RunCallScript(
+    CallSession& session, const Json& script, const std::string& dsn, bool& failed,
+    const std::function<std::string(const Error&, int indent)>& error_answer = {});
 
 }  // namespace mrpcalc

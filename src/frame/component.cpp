@@ -119,13 +119,18 @@ CallResult CallSession::Call(const std::string& prog_id, const std::string& meth
   for (size_t i = first; i < m->params.size(); ++i) {
     const ParamSpec& p = m->params[i];
     const size_t k = i - first;
+    const bool user = host_.caller && NamesUser(p.name);
     if (k < args.size() && !args[k].IsEmpty()) {
       call[i] = Convert(args[k], p);
+    } else if (user) {
+      call[i] = Convert(Variant(host_.caller->user), p);  // the caller himself
     } else if (p.optional) {
       call[i] = p.default_value;
     } else {
       ThrowInvalid(m->name + ": argument " + p.name + " is required");
     }
+    // Checked on the value the method will see, whatever form it came in.
+    if (user) EnsureMayActFor(host_, p.name, call[i].IsNull() ? 0 : call[i].ToLong());
   }
 
   ComponentObject* object = nullptr;
@@ -144,6 +149,19 @@ CallResult CallSession::Call(const std::string& prog_id, const std::string& meth
   }
   if (host_.messages) out.messages = host_.messages->messages();
   return out;
+}
+
+bool NamesUser(const std::string& parameter) {
+  const std::string name = FoldKey(parameter);
+  return name == "userid" || name == "billerid";
+}
+
+void EnsureMayActFor(const Host& host, const std::string& argument, int32_t user) {
+  if (!host.caller || user == host.caller->user) return;
+  if (host.caller->is_administrator && host.caller->is_administrator()) return;
+  throw Error(ErrorCategory::kRefused,
+              argument + " names user " + std::to_string(user) + ", not you (user " +
+                  std::to_string(host.caller->user) + "); only an administrator may act for another user");
 }
 
 CallResult Invoke(const Registry& registry, const Host& host, const std::string& prog_id,

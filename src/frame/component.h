@@ -130,11 +130,20 @@ class CallSession {
   std::vector<std::pair<const ClassSpec*, std::unique_ptr<ComponentObject>>> objects_;
 };
 
+// Arguments that name a user: "UserID", "BillerID" (letter case aside).
+bool NamesUser(const std::string& parameter);
+// The one rights rule for callers a service signed in: a caller who is not
+// an administrator may name only himself. Throws a refusal naming the
+// argument otherwise; does nothing without a caller.
+void EnsureMayActFor(const Host& host, const std::string& argument, int32_t user);
+
 // Creates an instance of prog_id and calls method. `args` are the arguments
 // after sDsn in published order; omitted trailing optionals take their
 // defaults. Arguments are converted to the declared types (strings to Dates
 // where a parameter is a Date); a missing required argument, one too many,
-// or one that does not convert is refused as invalid input.
+// or one that does not convert is refused as invalid input. Where the host
+// has a caller, an omitted argument that names a user is the caller, and
+// every one, once converted, must pass EnsureMayActFor.
 CallResult Invoke(const Registry& registry, const Host& host, const std::string& prog_id,
                   const std::string& method, const std::vector<Variant>& args,
                   const std::string& dsn);

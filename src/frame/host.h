@@ -72,6 +72,15 @@ class IniSettings {
   virtual std::string Get(const std::string& section, const std::string& key) = 0;
 };
 
+// Who calls, where a service acts for callers it signed in: the caller's
+// user, and whether that user is an administrator (asked at most once, and
+// only when an argument names another user). The command line has none: it
+// acts with the rights of whoever runs it.
+struct Caller {
+  int32_t user = 0;
+  std::function<bool()> is_administrator;
+};
+
 // Everything an instance of a public class takes from its host.
 struct Host {
   std::function<std::unique_ptr<TransContext>()> make_context;
@@ -81,6 +90,7 @@ struct Host {
   std::shared_ptr<Numbering> numbering;
   std::shared_ptr<IniSettings> ini;
   std::shared_ptr<MessageSink> messages;
+  std::shared_ptr<Caller> caller;  // none: no caller to keep apart
 };
 
 }  // namespace mrpcalc

@@ -31,20 +31,27 @@ thread_local std::chrono::steady_clock::time_point request_started;
 thread_local int32_t request_user = 0;
 thread_local std::string request_language;  // "en" or "zh" from Accept-Language, else ""
 
-// The login of one request: the service's, with the language the caller
-// asked for in front (the first "Language" of a property string wins).
+// The login of one request: the service's, with the token's user and the
+// language the caller asked for in front (the first of a name in a
+// property string wins), so that whatever reads the login's user reads the
+// caller, never the service's own login.
 class RequestLogin : public LoginProperties {
  public:
-  RequestLogin(std::shared_ptr<LoginProperties> base, std::string language)
-      : base_(std::move(base)), language_(std::move(language)) {}
+  RequestLogin(std::shared_ptr<LoginProperties> base, int32_t user, std::string language)
+      : base_(std::move(base)), user_(user), language_(std::move(language)) {}
   std::optional<std::string> GetProperty(const std::string& name) override {
     std::optional<std::string> value = base_ ? base_->GetProperty(name) : std::nullopt;
-    if (EqualsIgnoringCase(name, "PropsString")) return "Language=" + language_ + ";" + value.value_or("");
+    if (EqualsIgnoringCase(name, "PropsString")) {
+      std::string front = "UserID=" + std::to_string(user_) + ";";
+      if (!language_.empty()) front += "Language=" + language_ + ";";
+      return front + value.value_or("");
+    }
     return value;
   }
 
  private:
   std::shared_ptr<LoginProperties> base_;
+  int32_t user_;
   std::string language_;
 };
 
@@ -57,7 +64,33 @@ void Refuse(httplib::Response& res, int status, const std::string& why) {
   Answer(res, status, ErrorAnswerText(-status, why));
 }
 
-int StatusOf(const Error& e) { return e.category() == ErrorCategory::kNotFound ? 404 : 422; }
+// The one table from an error's category to the answer's status. Database
+// and internal failures are the service's business: their text goes to
+// the log, the caller learns only that the service failed.
+int StatusOf(ErrorCategory category) {
+  switch (category) {
+    case ErrorCategory::kInvalidInput: return 422;
+    case ErrorCategory::kNotFound: return 404;
+    case ErrorCategory::kRefused: return 403;
+    case ErrorCategory::kNotImplemented: return 501;
+    case ErrorCategory::kDatabase:
+    case ErrorCategory::kInternal: return 500;
+  }
+  return 500;
+}
+
+// What a caller is told of an error, and the log line of a failure.
+std::string ErrorAnswerFor(const Error& e, int indent = 0) {
+  if (StatusOf(e.category()) < 500) return ErrorAnswerText(e.number(), e.what(), indent);
+  std::fprintf(stderr, "%s error (%s): %s%s%s\n", Date::Now().ToString().c_str(),
+               CategoryName(e.category()), e.what(), e.context().empty() ? "" : "\n",
+               e.context().c_str());
+  return ErrorAnswerText(e.number(), "the service failed; its log says why", indent);
+}
+
+void AnswerError(httplib::Response& res, const Error& e) {
+  Answer(res, StatusOf(e.category()), ErrorAnswerFor(e));
+}
 
 // The body as JSON, or a 400 answer.
 bool ParseBody(const httplib::Request& req, httplib::Response& res, Json& body) {
@@ -84,10 +117,6 @@ class PooledSession {
   std::string dsn_;
   db::ConnectionPtr connection_;
 };
-
-bool IsUserParameter(const std::string& name) {
-  return EqualsIgnoringCase(name, "UserID") || EqualsIgnoringCase(name, "BillerID");
-}
 
 }  // namespace
 
@@ -124,8 +153,15 @@ void Service::Stop() { server_->stop(); }
 Host Service::RequestHost() const {
   Host host = host_;
   host.messages = std::make_shared<MessageSink>();
-  if (!request_language.empty()) host.login = std::make_shared<RequestLogin>(host.login, request_language);
+  host.login = std::make_shared<RequestLogin>(host.login, request_user, request_language);
   host.make_context = [pool = pool_] { return std::make_unique<StandaloneContext>(db::OpenOptions{}, pool); };
+  auto caller = std::make_shared<Caller>();
+  caller->user = request_user;
+  caller->is_administrator = [pool = pool_, dsn = options_.dsn, user = request_user] {
+    PooledSession c(*pool, dsn);
+    return IsAdministrator(*c, user);
+  };
+  host.caller = std::move(caller);
   return host;
 }
 
@@ -221,44 +257,20 @@ void Service::Routes() {
       R"(/api/call/([^/]+)/([^/]+))", [this](const httplib::Request& req, httplib::Response& res) {
         Json body;
         if (!ParseBody(req, res, body)) return;
-        std::vector<Variant> args;
-        if (body.is_object() && body.contains("args")) {
-          if (!body["args"].is_array()) return Refuse(res, 400, "\"args\" must be an array");
-          for (const auto& a : body["args"]) args.push_back(FromJson(a));
-        } else if (!body.is_object()) {
-          return Refuse(res, 400, "the body must be an object {\"args\": [...]}");
-        }
         const std::string prog_id = req.matches[1], method = req.matches[2];
-        const ClassSpec* cls = PublicClasses().Find(prog_id);
-        const MethodSpec* m = cls ? cls->FindMethod(method) : nullptr;
-        if (!m)
-          return Refuse(res, 404,
-                        (cls ? cls->prog_id + " has no method " : "no class with ProgID ") +
-                            (cls ? method : prog_id));
-        // A user-id argument naming someone else needs an administrator.
-        const size_t first = m->TakesDsn() ? 1 : 0;
-        for (size_t i = first; i < m->params.size(); ++i) {
-          const size_t k = i - first;
-          if (!IsUserParameter(m->params[i].name) || k >= args.size() || args[k].IsEmpty() ||
-              args[k].IsNull()) {
-            continue;
-          }
-          if (args[k].ToValue() != request_user) {
-            PooledSession c(*pool_, options_.dsn);
-            if (!IsAdministrator(*c, request_user)) {
-              return Refuse(res, 403,
-                            m->params[i].name + " names another user; only an administrator may");
-            }
-          }
-        }
         try {
+          std::vector<Variant> args;
+          if (body.is_object() && body.contains("args")) {
+            if (!body["args"].is_array()) return Refuse(res, 400, "\"args\" must be an array");
+            for (const auto& a : body["args"]) args.push_back(FromJson(a));
+          } else if (!body.is_object()) {
+            return Refuse(res, 400, "the body must be an object {\"args\": [...]}");
+          }
           const CallResult r =
               Invoke(PublicClasses(), RequestHost(), prog_id, method, args, options_.dsn);
           Answer(res, 200, CallAnswerText(r));
         } catch (const Error& e) {
-          Answer(res, StatusOf(e), ErrorAnswerText(e.number(), e.what()));
-        } catch (const std::exception& e) {
-          Answer(res, 422, ErrorAnswerText(-1, e.what()));
+          AnswerError(res, e);
         }
       });
 
@@ -267,32 +279,10 @@ void Service::Routes() {
     if (!ParseBody(req, res, body)) return;
     const Json& script = body.is_object() && body.contains("calls") ? body["calls"] : body;
     if (!script.is_array()) return Refuse(res, 400, "the body must be an array of calls");
-    bool admin = false;
-    {
-      PooledSession c(*pool_, options_.dsn);
-      admin = IsAdministrator(*c, request_user);
-    }
-    for (const auto& step : script) {
-      if (!step.is_object() || !step.contains("progid") || !step.contains("method") ||
-          !step["progid"].is_string() || !step["method"].is_string()) {
-        continue;  // reported in its place by the script
-      }
-      const ClassSpec* cls = PublicClasses().Find(step["progid"].get<std::string>());
-      const MethodSpec* m = cls ? cls->FindMethod(step["method"].get<std::string>()) : nullptr;
-      if (!m || admin || !step.contains("args") || !step["args"].is_array()) continue;
-      const size_t first = m->TakesDsn() ? 1 : 0;
-      for (size_t i = first; i < m->params.size() && i - first < step["args"].size(); ++i) {
-        const Json& a = step["args"][i - first];
-        if (IsUserParameter(m->params[i].name) && a.is_number() &&
-            a.get<double>() != request_user) {
-          return Refuse(res, 403,
-                        m->params[i].name + " names another user; only an administrator may");
-        }
-      }
-    }
+    // A call of the script that names another user is refused in its place.
     CallSession session(PublicClasses(), RequestHost());
     bool failed = false;
-    Answer(res, 200, RunCallScript(session, script, options_.dsn, failed));
+    Answer(res, 200, RunCallScript(session, script, options_.dsn, failed, ErrorAnswerFor));
   });
 
   s.Post("/api/report", [this](const httplib::Request& req, httplib::Response& res) {
@@ -321,14 +311,10 @@ void Service::Routes() {
         filter->Set(key, int32_t{switches.value(key, false) ? 1 : 0});
       }
       const int form = body.value("form", 1);
-      const int32_t user = body.value("user", request_user);
-      if (user != request_user) {
-        PooledSession c2(*pool_, options_.dsn);
-        if (!IsAdministrator(*c2, request_user)) {
-          return Refuse(res, 403, "user names another user; only an administrator may");
-        }
-      }
       const Host host = RequestHost();
+      const int32_t user = body.contains("user") ? Variant(FromJson(body["user"])).ToLong()
+                                                 : request_user;
+      EnsureMayActFor(host, "user", user);
       MrpDataInfo info(host);
       const auto report =
           info.GetMrpReportPegged(options_.dsn, selection.lines, filter,
@@ -348,7 +334,7 @@ void Service::Routes() {
       w.Flush();
       Answer(res, 200, out);
     } catch (const Error& e) {
-      Answer(res, StatusOf(e), ErrorAnswerText(e.number(), e.what()));
+      AnswerError(res, e);
     } catch (const Json::exception& e) {
       Refuse(res, 400, e.what());
     }

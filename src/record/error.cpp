@@ -7,6 +7,7 @@ const char* CategoryName(ErrorCategory category) {
   switch (category) {
     case ErrorCategory::kInvalidInput: return "invalid input";
     case ErrorCategory::kNotFound: return "not found";
+    case ErrorCategory::kRefused: return "refused";
     case ErrorCategory::kDatabase: return "database";
     case ErrorCategory::kNotImplemented: return "not implemented";
     case ErrorCategory::kInternal: return "internal";

@@ -9,6 +9,7 @@ namespace mrpcalc {
 enum class ErrorCategory {
   kInvalidInput,    // the caller's arguments are malformed or out of range
   kNotFound,        // a named thing (class, method, table, key) does not exist
+  kRefused,         // the caller may not do this (another user's data, without the right)
   kDatabase,        // the database refused a statement or the connection failed
   kNotImplemented,  // a published method whose behaviour is not built yet
   kInternal,        // a broken invariant inside mrpcalc
