@@ -183,7 +183,7 @@ void PrintRows(const VectorPtr& rows, const std::string& format, const std::vect
 }
 
 VectorPtr ReadRowsFile(const std::string& path) {
-  const Variant v = FromJson(Json::parse(ReadFile(path)));
+  const Variant v = FromJson(ParseJsonText(ReadFile(path), path));
   VectorPtr rows = v.AsVector();
   if (!rows) ThrowInvalid(path + " must hold a JSON array of rows");
   return rows;

@@ -402,12 +402,7 @@ std::string ReadArgs(const std::string& args) {
 std::vector<Variant> ParseCallArgs(const std::string& text) {
   std::vector<Variant> args;
   if (text.empty()) return args;
-  JsonArguments parsed;
-  try {
-    parsed = ReadJsonArguments(text, kJsonSplitFrom, text.capacity() - text.size());
-  } catch (const Json::parse_error& e) {
-    ThrowInvalid(std::string("--args is not valid JSON: ") + e.what());
-  }
+  JsonArguments parsed = ReadJsonArguments(text, kJsonSplitFrom, text.capacity() - text.size());
   if (!parsed.is_array) ThrowInvalid("--args must be a JSON array of the arguments after sDsn");
   return std::move(parsed.values);
 }
@@ -449,12 +444,7 @@ int RunCall(const std::string& prog_id, const std::string& method, const std::st
 // form one JSON array, each element what `call` prints for it.
 int RunCalls(const std::string& dsn, const std::string& script_arg) {
   try {
-    Json script;
-    try {
-      script = Json::parse(ReadArgs(script_arg));
-    } catch (const Json::parse_error& e) {
-      ThrowInvalid(std::string("--script is not valid JSON: ") + e.what());
-    }
+    const Json script = ParseJsonText(ReadArgs(script_arg), "--script");
     if (!script.is_array()) ThrowInvalid("--script must be a JSON array of calls");
     WidenStdoutPipe();
     const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
@@ -465,6 +455,9 @@ int RunCalls(const std::string& dsn, const std::string& script_arg) {
     return failed ? 1 : 0;
   } catch (const Error& e) {
     std::cout << ErrorAnswerText(e.number(), e.what()) << "\n";
+    return 1;
+  } catch (const std::exception& e) {
+    std::cout << ErrorAnswerText(-1, e.what()) << "\n";
     return 1;
   }
 }

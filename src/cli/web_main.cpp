@@ -79,7 +79,7 @@ int Run(int argc, char** argv) {
     std::ifstream in(argv[2]);
     std::stringstream text;
     text << in.rdbuf();
-    const VectorPtr rows = FromJson(Json::parse(text.str())).AsVector();
+    const VectorPtr rows = FromJson(ParseJsonText(text.str(), "the rows")).AsVector();
     WriteXlsx(rows ? rows : Vector::Create(), argv[3], argv[4]);
     return 0;
   }

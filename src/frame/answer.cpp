@@ -34,7 +34,9 @@ std::string CallAnswerText(const CallResult& r, int indent) {
 
 std::string ErrorAnswerText(long number, const std::string& description, int indent) {
   Json err = {{"error", {{"number", number}, {"description", description}}}};
-  std::string text = err.dump(2);
+  // A description may quote a caller's bad bytes: they show as U+FFFD
+  // rather than fail the answer.
+  std::string text = err.dump(2, ' ', false, Json::error_handler_t::replace);
   if (indent > 0)
     text = ReplaceAll(text, "\n", "\n" + std::string(static_cast<size_t>(indent), ' '));
   return text;

@@ -3,6 +3,9 @@
 
 #include <httplib.h>
 
+#include <sys/socket.h>
+
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <mutex>
@@ -95,10 +98,10 @@ void AnswerError(httplib::Response& res, const Error& e) {
 // The body as JSON, or a 400 answer.
 bool ParseBody(const httplib::Request& req, httplib::Response& res, Json& body) {
   try {
-    body = Json::parse(req.body);
+    body = ParseJsonText(req.body, "the body");
     return true;
-  } catch (const Json::parse_error& e) {
-    Refuse(res, 400, std::string("the body is not valid JSON: ") + e.what());
+  } catch (const Error& e) {
+    Refuse(res, 400, e.what());
     return false;
   }
 }
@@ -140,7 +143,8 @@ int Service::Bind() {
                        ? server_->bind_to_any_port(options_.bind)
                        : (server_->bind_to_port(options_.bind, options_.port) ? options_.port : -1);
   if (port < 0) {
-    ThrowInvalid("cannot listen on " + options_.bind + ":" + std::to_string(options_.port));
+    ThrowInvalid("cannot listen on " + options_.bind + ":" + std::to_string(options_.port) +
+                 " (is another service on that port?)");
   }
   return port;
 }
@@ -168,6 +172,18 @@ Host Service::RequestHost() const {
 void Service::Routes() {
   httplib::Server& s = *server_;
   s.set_payload_max_length(options_.max_body);
+  // One service a port: the address may be taken again after a restart
+  // (SO_REUSEADDR), but not shared with a second listener (no SO_REUSEPORT,
+  // which the library would set and which splits requests between two).
+  s.set_socket_options([](socket_t sock) {
+    int yes = 1;
+    ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
+  const size_t workers = std::max<size_t>(options_.workers, 4);
+  s.new_task_queue = [workers] { return new httplib::ThreadPool(workers); };
+  s.set_read_timeout(options_.read_timeout_seconds, 0);
+  s.set_write_timeout(options_.write_timeout_seconds, 0);
+  s.set_keep_alive_timeout(options_.keep_alive_seconds);
   s.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
     request_started = std::chrono::steady_clock::now();
     request_user = 0;
@@ -175,8 +191,12 @@ void Service::Routes() {
     const std::string accept = req.get_header_value("Accept-Language");
     request_language = accept.rfind("en", 0) == 0 ? "en" : accept.rfind("zh", 0) == 0 ? "zh" : "";
     if (req.path.rfind("/api/", 0) != 0) return httplib::Server::HandlerResponse::Unhandled;
+    // The scheme's name is read without regard to case (RFC 9110).
     const std::string header = req.get_header_value("Authorization");
-    const std::string token = header.rfind("Bearer ", 0) == 0 ? Trim(header.substr(7)) : "";
+    const std::string token =
+        header.size() > 7 && EqualsIgnoringCase(header.substr(0, 7), "Bearer ")
+            ? Trim(header.substr(7))
+            : "";
     std::optional<int32_t> user;
     try {
       PooledSession c(*pool_, options_.dsn);
@@ -347,7 +367,12 @@ void Service::Routes() {
     if (!body.is_object() || !body.contains("rows") || !body["rows"].is_array()) {
       return Refuse(res, 400, "the body must be {\"rows\": [...]}");
     }
-    const VectorPtr rows = FromJson(body["rows"]).AsVector();
+    VectorPtr rows;
+    try {
+      rows = FromJson(body["rows"]).AsVector();
+    } catch (const Error& e) {
+      return Refuse(res, 400, std::string("the rows: ") + e.what());
+    }
     const std::string name = req.matches[1], kind = req.matches[2];
     res.set_header("Content-Disposition", "attachment; filename=\"" + name + "." + kind + "\"");
     if (kind == "csv") {

@@ -14,10 +14,14 @@
 // Every /api/ request needs "Authorization: Bearer TOKEN" (401 without a
 // live one). A call naming another user in a user-id argument (UserID,
 // BillerID) is refused with 403 unless the token's user is an
-// administrator. The database is always the service's own: a body cannot
-// name another. Answers: 200; 422 with the error object when the method
-// fails; 404 for an unknown class or method; 400 for a body that is not
-// JSON; 413 for a body over the limit. "Accept-Language: en" (or zh)
+// administrator; the dispatcher decides it on the converted arguments.
+// The database is always the service's own: a body cannot name another.
+// Answers: 200; 422 with the error object when the method refuses its
+// arguments; 403 when it may not act for the user named; 404 for an
+// unknown class or method; 500 when the database or the service failed
+// (the reason goes to the log, not to the caller); 400 for a body that is
+// not JSON, not UTF-8, holds a number beyond a double or nests deeper than
+// 64 levels; 413 for a body over the limit. "Accept-Language: en" (or zh)
 // chooses the language of the service's messages.
 #pragma once
 
@@ -43,6 +47,14 @@ struct ServeOptions {
   std::string bind = "127.0.0.1";
   int port = 8080;
   size_t max_body = 16u << 20;  // bytes
+  // Connections served at once; more wait for a free worker. Slow or idle
+  // clients hold one each, so there are many more than cores.
+  size_t workers = 64;
+  // A client that sends or takes nothing for this long loses its
+  // connection; an idle kept-alive connection closes after `keep_alive`.
+  int read_timeout_seconds = 10;
+  int write_timeout_seconds = 10;
+  int keep_alive_seconds = 2;
 };
 
 class Service {

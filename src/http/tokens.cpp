@@ -1,6 +1,8 @@
 // Tokens: random bytes from OpenSSL, SHA-256 hashes in mrpcalc_Token.
 #include "http/tokens.h"
 
+#include <cstdio>
+
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 
@@ -42,25 +44,46 @@ std::string CreateToken(db::Connection& c, int32_t user_id) {
     throw Error(ErrorCategory::kInternal, "no random bytes for a token");
   }
   const std::string token = "mrp_" + Hex(bytes, sizeof bytes);
+  if (c.Query("select FUserID from t_User where FUserID = ?", {user_id})->Eof()) {
+    throw Error(ErrorCategory::kNotFound,
+                "no user " + std::to_string(user_id) + " in t_User: a token signs in a user of the ERP");
+  }
   EnsureTable(c);
   c.Execute(
       "insert into mrpcalc_Token (FTokenHash, FUserID, FCreated, FRevoked) values (?, ?, ?, 0)",
       {Sha256Hex(token), user_id, Date::Now()});
+  // The log names the user, never the token.
+  std::fprintf(stderr, "%s token created for user %d\n", Date::Now().ToString().c_str(), user_id);
   return token;
 }
 
 bool RevokeToken(db::Connection& c, const std::string& token) {
   EnsureTable(c);
-  return c.Execute("update mrpcalc_Token set FRevoked = 1 where FTokenHash = ? and FRevoked = 0",
-                   {Sha256Hex(token)}) > 0;
+  const Variant user = c.QueryValue(
+      "select FUserID from mrpcalc_Token where FTokenHash = ? and FRevoked = 0", {Sha256Hex(token)});
+  const bool revoked =
+      c.Execute("update mrpcalc_Token set FRevoked = 1 where FTokenHash = ? and FRevoked = 0",
+                {Sha256Hex(token)}) > 0;
+  if (revoked) {
+    std::fprintf(stderr, "%s token revoked of user %d\n", Date::Now().ToString().c_str(),
+                 user.IsEmpty() || user.IsNull() ? 0 : user.ToLong());
+  }
+  return revoked;
 }
 
 int64_t RevokeUserTokens(db::Connection& c, int32_t user_id) {
   EnsureTable(c);
-  return c.Execute("update mrpcalc_Token set FRevoked = 1 where FUserID = ? and FRevoked = 0",
-                   {user_id});
+  const int64_t n =
+      c.Execute("update mrpcalc_Token set FRevoked = 1 where FUserID = ? and FRevoked = 0",
+                {user_id});
+  std::fprintf(stderr, "%s %lld token(s) revoked of user %d\n", Date::Now().ToString().c_str(),
+               static_cast<long long>(n), user_id);
+  return n;
 }
 
+// The token is looked up by its SHA-256: what the database compares is a
+// hash of the caller's text, so how long a comparison takes tells nothing
+// about a stored token.
 std::optional<int32_t> UserOfToken(db::Connection& c, const std::string& token) {
   if (token.empty() || !c.TableExists("mrpcalc_Token")) return std::nullopt;
   const Variant user =

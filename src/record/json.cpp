@@ -130,6 +130,29 @@ Variant FromJsonFloat(double d) {
 // become a Dictionary in order. Errors of meaning are kept until the whole
 // text has parsed, so that a syntax error anywhere is what is reported, as
 // when the document is built first.
+bool IsValidUtf8(std::string_view s);
+
+[[noreturn]] void TooDeep(std::string_view what) {
+  ThrowInvalid(std::string(what) + " nest arrays and objects deeper than " +
+               std::to_string(kMaxJsonDepth) + " levels");
+}
+
+// The library's message about a caller's text, safe to put in an answer:
+// bytes that are not UTF-8 (the library quotes what it last read) shown
+// as "?", control characters as blanks.
+std::string MessageOf(const Json::exception& e) {
+  std::string text = e.what();
+  for (char& c : text) {
+    if (static_cast<unsigned char>(c) < 0x20) c = ' ';
+  }
+  if (!IsValidUtf8(text)) {
+    for (char& c : text) {
+      if (static_cast<unsigned char>(c) >= 0x80) c = '?';
+    }
+  }
+  return text;
+}
+
 class ArgumentReader {
  public:
   explicit ArgumentReader(JsonArguments& out) : out_(out) {}
@@ -143,7 +166,10 @@ class ArgumentReader {
     }
     return Done(Variant::FromInt64(static_cast<int64_t>(v)));
   }
-  bool number_float(double v, const std::string&) { return Done(FromJsonFloat(v)); }
+  bool number_float(double v, const std::string& text) {
+    if (!std::isfinite(v)) ThrowInvalid("the number " + text + " is beyond a double's range");
+    return Done(FromJsonFloat(v));
+  }
   bool string(std::string& v) { return Done(Variant(std::move(v))); }
   bool binary(Json::binary_t&) { return Unsupported(); }
 
@@ -267,6 +293,7 @@ class ArgumentReader {
   // Open containers, frames_[0 .. depth_); the frames above stay for reuse.
   Frame& Top() { return frames_[depth_ - 1]; }
   Frame& Push(Frame::Kind kind) {
+    if (depth_ >= static_cast<size_t>(kMaxJsonDepth)) TooDeep("the arguments");
     if (depth_ == frames_.size()) frames_.emplace_back();
     Frame& f = frames_[depth_++];
     f.kind = kind;
@@ -446,9 +473,32 @@ JsonArguments ReadJsonArguments(std::string_view text, size_t split_from, size_t
   }
   JsonArguments out;
   ArgumentReader reader(out);
-  Json::sax_parse(text, &reader);
+  try {
+    Json::sax_parse(text, &reader);
+  } catch (const Json::exception& e) {
+    ThrowInvalid("the arguments are not valid JSON: " + MessageOf(e));
+  }
   reader.Finish();
   return out;
+}
+
+Json ParseJsonText(std::string_view text, std::string_view what) {
+  // The library reads nested values with a stack of its own; the callback
+  // stops a text that goes deeper than the limit as soon as it opens one
+  // level too many.
+  const auto limit = [&](int depth, Json::parse_event_t event, Json&) {
+    if ((event == Json::parse_event_t::object_start ||
+         event == Json::parse_event_t::array_start) &&
+        depth >= kMaxJsonDepth) {
+      TooDeep(what);
+    }
+    return true;
+  };
+  try {
+    return Json::parse(text, limit);
+  } catch (const Json::exception& e) {
+    ThrowInvalid(std::string(what) + " is not valid JSON: " + MessageOf(e));
+  }
 }
 
 void CheckJsonString(std::string_view text) {

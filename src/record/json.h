@@ -33,13 +33,25 @@ using Json = nlohmann::ordered_json;
 Json ToJson(const Variant& value);
 Variant FromJson(const Json& json);
 
+// JSON read from a caller nests at most this many arrays and objects: the
+// argument lists, scripts and bodies of real calls take a handful, and
+// every reader and writer of values stays within a small, fixed depth.
+constexpr int kMaxJsonDepth = 64;
+
+// A caller's JSON text as a document. Text that is not JSON, that is not
+// valid UTF-8, that holds a number beyond a double's range or nests deeper
+// than kMaxJsonDepth is refused as invalid input naming `what` ("the
+// body", "--script").
+Json ParseJsonText(std::string_view text, std::string_view what);
+
 // An argument list: the elements of a top-level JSON array, each read as
 // FromJson reads it, without building a document first.
 struct JsonArguments {
   bool is_array = false;  // false: the text holds some other value, nothing read
   std::vector<Variant> values;
 };
-// Throws Json::parse_error (the library's own message) on malformed text,
+// Throws invalid input on malformed text (with the library's own message),
+// invalid UTF-8, a number beyond a double or nesting beyond kMaxJsonDepth,
 // before anything else is judged; then invalid input, as FromJson does, for
 // an array nested in the list that holds anything but objects. A text of
 // `split_from` bytes or more is read by two threads. A text followed by
