@@ -3,6 +3,13 @@
 // one object, the report with pegging, exports, and concurrent clients.
 #include <httplib.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <set>
@@ -11,6 +18,7 @@
 #include "db_fixture.h"
 #include "http/server.h"
 #include "http/tokens.h"
+#include "record/error.h"
 #include "record/json.h"
 #include "services/host_config.h"
 
@@ -43,6 +51,7 @@ class Http : public DemoDbTest {
     service_ = std::make_unique<http::Service>(options, MakeStandaloneHost(config));
     port_ = service_->Bind();
     thread_ = std::thread([this] { service_->Listen(); });
+    while (!service_->Listening()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   void TearDown() override {
     if (service_) {
@@ -211,6 +220,96 @@ TEST_P(Http, TheTokensUserIsTheCaller) {
   EXPECT_EQ(stock(buyer), "");
 }
 
+// Bodies meant to crash or exhaust the service are refused with 400 and
+// the service goes on: nesting tens of thousands deep (in every door),
+// bytes that are not UTF-8, a number beyond a double, malformed rows.
+TEST_P(Http, HostileBodiesAreRefusedAndTheServiceGoesOn) {
+  const std::string deep = std::string(20000, '[') + std::string(20000, ']');
+  std::string objects;
+  for (int i = 0; i < 9000; ++i) objects += "{\"a\":";
+  objects += "1" + std::string(9000, '}');
+  const std::string call = "/api/call/ZUVMMrpCalculate.MrpDataServer/getSysInfo";
+  for (const std::string& body :
+       {"{\"args\": [\"IC\", " + objects + "]}", "{\"args\": [\"IC\", " + deep + "]}",
+        std::string("{\"args\": [\"IC\", \"\xff\xfe\"]}"), std::string("{\"args\": [\"IC\", 1e400]}"),
+        std::string("{\"args\": [\"IC\", -1e999]}")}) {
+    auto r = Post(call, body, planner_);
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->status, 400) << r->body.substr(0, 300);
+    EXPECT_TRUE(Json::parse(r->body).at("error").contains("description"));
+  }
+  EXPECT_EQ(Post("/api/calls", "[{\"progid\": \"x\", \"method\": \"y\", \"args\": [" + objects + "]}]",
+                 planner_)->status,
+            400);
+  EXPECT_EQ(Post("/api/report", "{\"bills\": [], \"switches\": " + objects + "}", planner_)->status,
+            400);
+  EXPECT_EQ(Post("/api/export/x.csv", "{\"rows\": " + deep + "}", planner_)->status, 400);
+  EXPECT_EQ(Post("/api/export/x.csv", "{\"rows\": [1, 2]}", planner_)->status, 400);
+  // 64 levels are read; what comes back grows no faster than what went in.
+  std::string nested = "1";
+  for (int i = 0; i < 62; ++i) nested = "{\"a\": " + nested + "}";
+  auto r = Post("/api/call/ZUVMMrpCalculate.MrpDataInfo/GetMrpReportData",
+                "{\"args\": [[], " + nested + "]}", planner_);
+  EXPECT_EQ(r->status, 422) << r->body.substr(0, 200);  // the filter names no SubID
+  // Still serving; the scheme's name in any case; a NUL shows in the message.
+  httplib::Client client("127.0.0.1", port_);
+  auto me = client.Get("/api/me", {{"Authorization", "bearer " + planner_}});
+  ASSERT_TRUE(me);
+  EXPECT_EQ(me->status, 200);
+  r = Call("MrpDataServer", "RefreshPOOrderBill", {std::string("1,a\0b", 6)}, planner_);
+  EXPECT_EQ(r->status, 422);
+  EXPECT_NE(Json::parse(r->body).at("error").at("description").get<std::string>().find("a\\0b"),
+            std::string::npos)
+      << r->body;
+}
+
+// A second service cannot take the first one's port.
+TEST_P(Http, OneServiceAPort) {
+  http::ServeOptions options;
+  options.dsn = dsn();
+  options.port = port_;
+  http::Service second(options, MakeStandaloneHost(HostConfig{}));
+  EXPECT_THROW(second.Bind(), mrpcalc::Error);
+}
+
+// Eight clients that send a header byte a second, and eight that connect
+// and say nothing, while another client's calls are answered at once.
+TEST_P(Http, SlowClientsDoNotStallTheOthers) {
+  if (engine() != "sqlite") GTEST_SKIP() << "the engine plays no part";
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> slow;
+  for (int k = 0; k < 16; ++k) {
+    slow.emplace_back([&, k] {
+      httplib::Client c("127.0.0.1", port_);
+      const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+      sockaddr_in addr{};
+      addr.sin_family = AF_INET;
+      addr.sin_port = htons(static_cast<uint16_t>(port_));
+      addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+      if (::connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) return;
+      const std::string request = "POST /api/calls HTTP/1.1\r\nHost: x\r\nX-Slow: ";
+      for (size_t i = 0; !stop && i < 60; ++i) {
+        if (k % 2 == 0) ::send(fd, request.data() + (i % request.size()), 1, MSG_NOSIGNAL);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      }
+      ::close(fd);
+    });
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  const std::string body = Json{{"args", {"IC", "BOMType"}}}.dump();
+  for (int i = 0; i < 5; ++i) {
+    const auto start = std::chrono::steady_clock::now();
+    auto r = Post("/api/call/ZUVMMrpCalculate.MrpDataServer/getSysInfo", body, planner_);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    ASSERT_TRUE(r);
+    EXPECT_EQ(r->status, 200);
+    EXPECT_LT(seconds, 2.0);  // answered in milliseconds; nowhere near a client timing out
+  }
+  stop = true;
+  for (auto& t : slow) t.join();
+}
+
 TEST_P(Http, ScriptsReportsAndExports) {
   conn().Execute(
       "insert into ICSchemeProfile (FSchemeID, FStatus, FTranType, FUserID) values (7, 2, 36, 16)");
@@ -251,6 +350,11 @@ TEST_P(Http, ScriptsReportsAndExports) {
   EXPECT_EQ(r->body.substr(0, 2), "PK");  // a zip: the workbook
   r = Post("/api/export/report.csv", rows, planner_);
   EXPECT_EQ(r->body.rfind("FItemID,FBOMItemID,", 0), 0u) << r->body.substr(0, 60);
+  // A text a spreadsheet would take for a formula is neutralised; numbers stay.
+  r = Post("/api/export/x.csv",
+           R"({"rows": [{"a": "=1+2", "b": "+x", "c": "-y", "d": "@z", "e": -5, "f": "ok"}]})",
+           planner_);
+  EXPECT_EQ(r->body, "a,b,c,d,e,f\n'=1+2,'+x,'-y,'@z,-5,ok\n");
   EXPECT_EQ(Post("/api/export/report.pdf", rows, planner_)->status, 404);
 
   // Messages in the language the caller asks for; Chinese by default.

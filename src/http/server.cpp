@@ -150,6 +150,7 @@ int Service::Bind() {
 }
 
 void Service::Listen() { server_->listen_after_bind(); }
+bool Service::Listening() const { return server_->is_running(); }
 void Service::Stop() { server_->stop(); }
 
 // The host of one request: the service's, with messages of its own and

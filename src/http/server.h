@@ -65,6 +65,9 @@ class Service {
   int Bind();
   // Serves until Stop().
   void Listen();
+  // True once Listen() accepts connections: Stop() stops only a service
+  // that listens (one that has yet to start would go on).
+  bool Listening() const;
   void Stop();
 
  private:

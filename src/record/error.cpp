@@ -15,9 +15,28 @@ const char* CategoryName(ErrorCategory category) {
   return "internal";
 }
 
+namespace {
+
+// A description is read as a C string (what()): a NUL in it, from a
+// caller's text, would cut it short, so it shows as "\0".
+std::string Readable(const std::string& description) {
+  if (description.find('\0') == std::string::npos) return description;
+  std::string out;
+  for (char c : description) {
+    if (c == '\0') {
+      out += "\\0";
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
 Error::Error(ErrorCategory category, const std::string& description, long number,
              std::string native_state, long native_code)
-    : std::runtime_error(description),
+    : std::runtime_error(Readable(description)),
       category_(category),
       number_(number),
       native_state_(std::move(native_state)),

@@ -133,8 +133,8 @@ Variant FromJsonFloat(double d) {
 bool IsValidUtf8(std::string_view s);
 
 [[noreturn]] void TooDeep(std::string_view what) {
-  ThrowInvalid(std::string(what) + " nest arrays and objects deeper than " +
-               std::to_string(kMaxJsonDepth) + " levels");
+  ThrowInvalid(std::string(what) + ": arrays and objects nested more than " +
+               std::to_string(kMaxJsonDepth) + " levels deep");
 }
 
 // The library's message about a caller's text, safe to put in an answer:
