@@ -281,6 +281,34 @@ TEST_P(Command, PlanStageFromSaveToARefusedDeletion) {
   EXPECT_NE(r.status, 0);
 }
 
+// Inputs meant to crash the command line get a JSON error and exit 1:
+// bytes that are not UTF-8, a number beyond a double, arguments nested
+// fifty thousand deep, in `call` and in `calls`.
+TEST_P(Command, HostileArgumentsGetAJsonError) {
+  if (GetParam() == "erp") GTEST_SKIP() << "the tables play no part";
+  std::string deep;
+  for (int i = 0; i < 50000; ++i) deep += "{\"a\":";
+  deep += "1" + std::string(50000, '}');
+  const std::string args[] = {"[\"IC\", \"\xff\xfe\"]", "[\"IC\", 1e400]", "[\"IC\", " + deep + "]",
+                              "[\"IC\", " + std::string(50000, '[') + std::string(50000, ']') + "]"};
+  int n = 0;
+  for (const std::string& a : args) {
+    const std::string file = (dir_ / ("args" + std::to_string(n++) + ".json")).string();
+    std::ofstream(file) << a;
+    std::ofstream(file + ".script")
+        << "[{\"progid\": \"ZUVMMrpCalculate.MrpDataServer\", \"method\": \"getSysInfo\","
+           " \"args\": "
+        << a << "}]";
+    for (const std::string& command :
+         {"call ZUVMMrpCalculate.MrpDataServer getSysInfo --dsn '" + dsn_ + "' --args @" + file,
+          "calls --dsn '" + dsn_ + "' --script @" + file + ".script"}) {
+      const Outcome r = Cli(command);
+      EXPECT_EQ(r.status, 1) << command.substr(0, 60) << ": " << r.out.substr(0, 300);
+      EXPECT_TRUE(Json::parse(r.out).at("error").contains("description")) << r.out.substr(0, 300);
+    }
+  }
+}
+
 TEST_P(Command, RefusalsExitNonZeroAndSayWhy) {
   // Tables exist: init leaves them alone without --replace.
   Outcome r = Cli("init --dsn '" + dsn_ + "'");
