@@ -2,12 +2,17 @@
 # Installs the Debian 12 packages mrpcalc builds and tests with. Safe to run
 # again: it only asks apt for what is missing.
 #   scripts/install-deps.sh          build and run
-#   scripts/install-deps.sh --test   also the test framework and PostgreSQL
+#   scripts/install-deps.sh --test   also the test framework, PostgreSQL and clang
+#   scripts/install-deps.sh --fuzz   also clang, for the fuzz target
 set -euo pipefail
 
 packages=(build-essential cmake pkg-config libsqlite3-dev unixodbc-dev odbc-postgresql tdsodbc
           nlohmann-json3-dev libsimdjson-dev libcli11-dev libfmt-dev libinih-dev libcpp-httplib-dev
           libxlsxwriter-dev libssl-dev)
+if [[ "${1:-}" == "--test" || "${1:-}" == "--fuzz" ]]; then
+  # The fuzz target is built with clang and its libFuzzer.
+  packages+=(clang libclang-rt-14-dev)
+fi
 if [[ "${1:-}" == "--test" ]]; then
   # The browser test drives Debian's Chromium from Node.js (fonts for the
   # Chinese pages in its screenshots).

@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh --test
 (cd tests/browser && npm ci --no-audit --no-fund --loglevel=error)
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DMRPCALC_BUILD_TESTS=ON \
-      -DMRPCALC_BROWSER_TESTS=ON >/dev/null
+      -DMRPCALC_BROWSER_TESTS=ON -DMRPCALC_FUZZ_TESTS=ON >/dev/null
 cmake --build build -j"$(nproc)"
 
 source scripts/postgres.sh

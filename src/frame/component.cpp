@@ -98,16 +98,12 @@ Variant Convert(const Variant& value, const ParamSpec& p) {
 
 }  // namespace
 
-CallResult CallSession::Call(const std::string& prog_id, const std::string& method,
-                             const std::vector<Variant>& args, const std::string& dsn) {
-  const ClassSpec* cls = registry_.Find(prog_id);
-  if (!cls) throw Error(ErrorCategory::kNotFound, "no class with ProgID " + prog_id);
-  const MethodSpec* m = cls->FindMethod(method);
-  if (!m) throw Error(ErrorCategory::kNotFound, cls->prog_id + " has no method " + method);
-
+Args ConvertArguments(const ClassSpec& cls, const MethodSpec& method,
+                      const std::vector<Variant>& args, const std::string& dsn, const Host& host) {
+  const MethodSpec* m = &method;
   const size_t first = m->TakesDsn() ? 1 : 0;
   if (first == 1 && dsn.empty()) {
-    ThrowInvalid(cls->prog_id + "." + m->name + " needs a database: give --dsn");
+    ThrowInvalid(cls.prog_id + "." + m->name + " needs a database: give --dsn");
   }
   const size_t declared = m->params.size() - first;
   if (args.size() > declared) {
@@ -119,19 +115,31 @@ CallResult CallSession::Call(const std::string& prog_id, const std::string& meth
   for (size_t i = first; i < m->params.size(); ++i) {
     const ParamSpec& p = m->params[i];
     const size_t k = i - first;
-    const bool user = host_.caller && NamesUser(p.name);
+    const bool user = host.caller && NamesUser(p.name);
     if (k < args.size() && !args[k].IsEmpty()) {
       call[i] = Convert(args[k], p);
     } else if (user) {
-      call[i] = Convert(Variant(host_.caller->user), p);  // the caller himself
+      call[i] = Convert(Variant(host.caller->user), p);  // the caller himself
     } else if (p.optional) {
       call[i] = p.default_value;
     } else {
       ThrowInvalid(m->name + ": argument " + p.name + " is required");
     }
     // Checked on the value the method will see, whatever form it came in.
-    if (user) EnsureMayActFor(host_, p.name, call[i].IsNull() ? 0 : call[i].ToLong());
+    if (user) EnsureMayActFor(host, p.name, call[i].IsNull() ? 0 : call[i].ToLong());
   }
+  return call;
+}
+
+CallResult CallSession::Call(const std::string& prog_id, const std::string& method,
+                             const std::vector<Variant>& args, const std::string& dsn) {
+  const ClassSpec* cls = registry_.Find(prog_id);
+  if (!cls) throw Error(ErrorCategory::kNotFound, "no class with ProgID " + prog_id);
+  const MethodSpec* m = cls->FindMethod(method);
+  if (!m) throw Error(ErrorCategory::kNotFound, cls->prog_id + " has no method " + method);
+
+  Args call = ConvertArguments(*cls, *m, args, dsn, host_);
+  const size_t first = m->TakesDsn() ? 1 : 0;
 
   ComponentObject* object = nullptr;
   for (auto& [made_for, o] : objects_) {

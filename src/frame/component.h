@@ -130,6 +130,13 @@ class CallSession {
   std::vector<std::pair<const ClassSpec*, std::unique_ptr<ComponentObject>>> objects_;
 };
 
+// The arguments of one call as the method receives them: sDsn first where
+// the method takes it, the rest converted to the declared types, omitted
+// optionals at their defaults; with a caller, user arguments filled and
+// checked as Invoke says. Throws invalid input (or a refusal) as Invoke does.
+Args ConvertArguments(const ClassSpec& cls, const MethodSpec& method,
+                      const std::vector<Variant>& args, const std::string& dsn, const Host& host);
+
 // Arguments that name a user: "UserID", "BillerID" (letter case aside).
 bool NamesUser(const std::string& parameter);
 // The one rights rule for callers a service signed in: a caller who is not

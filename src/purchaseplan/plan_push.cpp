@@ -189,8 +189,9 @@ void CopyTemplateRelations(db::Connection& c, const std::vector<TemplateRelation
     const std::string middle = "select " + p[4] + middle_rows;
     const std::string value_rows = " from " + p[5] + " where " + p[6] + " = (" + middle + ")";
     const std::string value = "select coalesce(" + p[7] + ", '')" + value_rows;
-    for (const auto& [step, rows] : {std::pair{p[2], middle_rows}, std::pair{p[5], value_rows}}) {
-      const std::string counted = "(select count(*)" + rows + ")";
+    for (const auto& looked_up : {std::pair{p[2], middle_rows}, std::pair{p[5], value_rows}}) {
+      const std::string& step = looked_up.first;  // a plain name: the lambda below uses it
+      const std::string counted = "(select count(*)" + looked_up.second + ")";
       c.QueryRows("select " + std::string(t.lines ? "FEntryID" : "0") + ", " + counted +
                       " from " + target + " where FInterID = ?",
                   {order_id}, [&](Row& r) {

@@ -241,8 +241,9 @@ void PricingFacts::Decimals(PricedLine& l) const {
 }
 
 OptNum PricingFacts::LastPrice(db::Connection& c, LastPriceSource source, const PricedLine& l) {
-  auto [cache, fresh] = last_.try_emplace(source);
-  if (fresh) {
+  const auto made = last_.try_emplace(source);
+  const auto cache = made.first;  // a plain name: lambdas below capture it
+  if (made.second) {
     const DocumentQuery q = QueryOf(source);
     db::QueryIn(c, item_ids_,
                 std::string("select u1.FItemID, v1.FSupplyID, ") + q.price +
