@@ -20,20 +20,6 @@
 namespace mrpcalc::testing {
 namespace {
 
-DictionaryPtr OrderLine(int supplier, int item, double qty) {
-  return Row({{"FSupplyID", supplier}, {"FItemID", item}, {"FAuxQty", qty}, {"FQty", qty},
-              {"FPrice", 10}, {"FCoefficient", 1}, {"FPriceDecimal", 2}, {"FDiscountRate", 0},
-              {"FTaxRate", 13}, {"FUnitID", 1}, {"FAuxPropID", 0}, {"FNote", ""},
-              {"FDate", "2026-12-01"}});
-}
-
-DictionaryPtr PlanLine(int item, const char* supplier, double qty, int unit) {
-  return Row({{"FBomItemID", item}, {"FItemNumber", ""}, {"FItemName", ""}, {"FItemModel", ""},
-              {"FAuxPropID", 0}, {"FAuxProp", ""}, {"FSupplyNumber", supplier},
-              {"FSupplyName", ""}, {"FUnitID", unit}, {"FUnitName", ""}, {"FQty", qty},
-              {"FMemo", ""}, {"FDate", "2026-12-01"}});
-}
-
 // The buyer's work, over and over: orders from a confirmation, a plan, its
 // lines pushed into orders.
 [[noreturn]] void WriteForever(const std::string& dsn) {
@@ -42,7 +28,7 @@ DictionaryPtr PlanLine(int item, const char* supplier, double qty, int unit) {
   PurchasePlanUpdate update(host);
   auto c = db::Open(dsn);
   for (;;) {
-    server.MakePOOrderBill(dsn, Rows({OrderLine(1, 3001, 10), OrderLine(2, 3002, 100)}), 16,
+    server.MakePOOrderBill(dsn, Rows({OrderLine(1, 3001, 10, 10, 13), OrderLine(2, 3002, 100, 10, 13)}), 16,
                            *Date::Parse("2026-11-22"));
     const std::string plan = update.UpdatePurchasePlan(
         dsn, Rows({}), Rows({PlanLine(3001, "S001", 150, 3), PlanLine(3004, "S002", 3, 1)}), 16);
@@ -53,14 +39,9 @@ DictionaryPtr PlanLine(int item, const char* supplier, double qty, int unit) {
         "select FEntryID, FItemID, FSupplyID, FQty from PurchasePlanEntry where FInterID = ?",
         {id}, [&](std::vector<Variant>& r) {
           const std::string key = std::to_string(id) + "_" + r[0].ToText();
-          push->Add(Row({{"FKey", key}, {"FSupplyID", r[2]}, {"FItemID", r[1]},
-                         {"FAuxPropID", 0}, {"FUnitID", 1}, {"FPushQty", r[3]}, {"FPrice", 10},
-                         {"FDiscountRate", 0}, {"FTaxRate", 13}, {"FMemo", ""},
-                         {"FFinishDate", "2026-12-01"}, {"FBillNo", plan}, {"FIsMerge", 0},
-                         {"FStartKey", ""}, {"FEndKey", ""}, {"FMergeSumQty", 0},
-                         {"EntryDataVct", Rows({Row({{"FKey", key}, {"FInterID", id},
-                                                     {"FEntryID", r[0]}, {"FItemID", r[1]},
-                                                     {"FBillNo", plan}, {"FPushQty", r[3]}})})}}));
+          const int entry = r[0].ToLong(), item = r[1].ToLong();
+          push->Add(PushLine(key, r[2].ToLong(), item, r[3].ToDouble(), 10, 0, 13,
+                             {{id, entry, r[3].ToDouble()}}));
         });
     std::string ids;
     update.PushBill(dsn, push, 16, ids, *Date::Parse("2026-11-22"));
@@ -132,7 +113,7 @@ TEST_P(Crash, AKilledWriterLeavesEverythingWholeOrAbsent) {
   // And the next generation goes on from there.
   MrpDataServer server(MakeStandaloneHost(HostConfig{}));
   const int64_t before = Count("select count(*) from POOrder");
-  VectorPtr made = server.MakePOOrderBill(dsn(), Rows({OrderLine(1, 3001, 10)}), 16,
+  VectorPtr made = server.MakePOOrderBill(dsn(), Rows({OrderLine(1, 3001, 10, 10, 13)}), 16,
                                           *Date::Parse("2026-11-22"));
   ASSERT_EQ(made->Count(), 1);
   EXPECT_EQ(Count("select count(*) from POOrder"), before + 1);

@@ -8,6 +8,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "db/connection.h"
@@ -56,6 +57,76 @@ inline VectorPtr Rows(std::initializer_list<DictionaryPtr> rows) {
   auto v = Vector::Create();
   for (const auto& r : rows) v->Add(r);
   return v;
+}
+
+// Rows of the buyer's methods, as the ERP's forms fill them.
+// A line to buy, from an MRP result (a plan's or a confirmation's line).
+inline DictionaryPtr PlanLine(int item, const char* supplier, double qty, int unit,
+                       const char* memo = "") {
+  return Row({{"FBomItemID", item},
+              {"FItemNumber", ""},
+              {"FItemName", ""},
+              {"FItemModel", ""},
+              {"FAuxPropID", 0},
+              {"FAuxProp", ""},
+              {"FSupplyNumber", supplier},
+              {"FSupplyName", ""},
+              {"FUnitID", unit},
+              {"FUnitName", ""},
+              {"FQty", qty},
+              {"FMemo", memo},
+              {"FDate", "2026-12-01"}});
+}
+
+// A confirmed line to order (MakePOOrderBill).
+inline DictionaryPtr OrderLine(int supplier, int item, double qty, double price, double tax,
+                        double coefficient = 1, int decimals = 2, int unit = 1) {
+  return Row({{"FSupplyID", supplier},
+              {"FItemID", item},
+              {"FAuxQty", qty / coefficient},
+              {"FQty", qty},
+              {"FPrice", price},
+              {"FCoefficient", coefficient},
+              {"FPriceDecimal", decimals},
+              {"FDiscountRate", 0},
+              {"FTaxRate", tax},
+              {"FUnitID", unit},
+              {"FAuxPropID", 0},
+              {"FNote", "it's urgent"},
+              {"FDate", "2026-12-01"},
+              {"FPushQty", qty}});
+}
+
+// One order line of a push: the plan parts behind it as (plan, line, qty).
+inline DictionaryPtr PushLine(const std::string& key, int supplier, int item, double qty, double price,
+                       double discount, double tax, std::vector<std::tuple<int, int, double>> parts,
+                       int unit = 1) {
+  auto entries = Vector::Create();
+  for (auto [plan, line, q] : parts) {
+    entries->Add(Row({{"FKey", key},
+                      {"FInterID", plan},
+                      {"FEntryID", line},
+                      {"FItemID", item},
+                      {"FBillNo", "CJ"},
+                      {"FPushQty", q}}));
+  }
+  return Row({{"FKey", key},
+              {"FSupplyID", supplier},
+              {"FItemID", item},
+              {"FAuxPropID", 0},
+              {"FUnitID", unit},
+              {"FPushQty", qty},
+              {"FPrice", price},
+              {"FDiscountRate", discount},
+              {"FTaxRate", tax},
+              {"FMemo", "m"},
+              {"FFinishDate", "2026-12-01"},
+              {"FBillNo", "CJ"},
+              {"FIsMerge", 0},
+              {"FStartKey", ""},
+              {"FEndKey", ""},
+              {"FMergeSumQty", 0},
+              {"EntryDataVct", entries}});
 }
 
 class DbTest : public ::testing::TestWithParam<std::string> {

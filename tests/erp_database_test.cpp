@@ -14,39 +14,10 @@
 namespace mrpcalc::testing {
 namespace {
 
-DictionaryPtr PlanLine(int item, const char* supplier, double qty, int unit) {
-  return Row({{"FBomItemID", item},   {"FItemNumber", ""}, {"FItemName", ""},
-              {"FItemModel", ""},     {"FAuxPropID", 0},   {"FAuxProp", ""},
-              {"FSupplyNumber", supplier}, {"FSupplyName", ""}, {"FUnitID", unit},
-              {"FUnitName", ""},      {"FQty", qty},       {"FMemo", ""},
-              {"FDate", "2026-12-01"}});
-}
-
-// One order line of a push, from one plan line.
-DictionaryPtr PushLine(const std::string& key, int supplier, int item, double qty, int plan,
-                       int line) {
-  return Row({{"FKey", key},
-              {"FSupplyID", supplier},
-              {"FItemID", item},
-              {"FAuxPropID", 0},
-              {"FUnitID", 1},
-              {"FPushQty", qty},
-              {"FPrice", 10},
-              {"FDiscountRate", 0},
-              {"FTaxRate", 13},
-              {"FMemo", ""},
-              {"FFinishDate", "2026-12-01"},
-              {"FBillNo", "CJ"},
-              {"FIsMerge", 0},
-              {"FStartKey", ""},
-              {"FEndKey", ""},
-              {"FMergeSumQty", 0},
-              {"EntryDataVct", Rows({Row({{"FKey", key},
-                                          {"FInterID", plan},
-                                          {"FEntryID", line},
-                                          {"FItemID", item},
-                                          {"FBillNo", "CJ"},
-                                          {"FPushQty", qty}})})}});
+// One order line of a push at 10 with 13 % tax, from one plan line.
+DictionaryPtr PushOf(const std::string& key, int supplier, int item, double qty, int plan,
+                     int line) {
+  return PushLine(key, supplier, item, qty, 10, 0, 13, {{plan, line, qty}});
 }
 
 class ErpDatabase : public DemoDbTest {
@@ -155,7 +126,7 @@ TEST_P(ErpDatabase, TextComparesWithoutRegardToCase) {
       " FAction) values ('p02', 'FPOOrdBillNo', 0, 30, 1,"
       " 'x,FSupplyID,t_Supplier,FItemID,FItemID,t_Supplier,FItemID,FName', 'a1,a3')");
   std::string ids;
-  update.PushBill(dsn(), Rows({PushLine("k1", 1, 3001, 10, 1000, 1)}), 16, ids,
+  update.PushBill(dsn(), Rows({PushOf("k1", 1, 3001, 10, 1000, 1)}), 16, ids,
                   *Date::Parse("2026-11-22"));
   EXPECT_EQ(Text("select FPOOrdBillNo from POOrder where FInterID = " + ids), "华东铝业有限公司");
 
@@ -179,8 +150,8 @@ TEST_P(ErpDatabase, KeysEqualButForCaseAreRefused) {
   ExpectRefused(
       [&] {
         update.PushBill(dsn(),
-                        Rows({PushLine("Key", 1, 3001, 10, 1000, 1),
-                              PushLine("KEY", 2, 3004, 3, 1000, 2)}),
+                        Rows({PushOf("Key", 1, 3001, 10, 1000, 1),
+                              PushOf("KEY", 2, 3004, 3, 1000, 2)}),
                         16, ids, *Date::Parse("2026-11-22"));
       },
       {"vctListData row 2", "\"KEY\""});
@@ -193,17 +164,12 @@ TEST_P(ErpDatabase, OrdersWithoutADateTakeTheZeroDate) {
   const Date zero;
   ASSERT_EQ(zero.ToString(), "1899-12-30 00:00:00");
   MrpDataServer server(host);
-  VectorPtr made = server.MakePOOrderBill(
-      dsn(),
-      Rows({Row({{"FSupplyID", 1}, {"FItemID", 3001}, {"FAuxQty", 1}, {"FQty", 50},
-                 {"FPrice", 18.9}, {"FCoefficient", 50}, {"FPriceDecimal", 2},
-                 {"FDiscountRate", 0}, {"FTaxRate", 13}, {"FUnitID", 3}, {"FAuxPropID", 0},
-                 {"FNote", ""}, {"FDate", "2026-12-01"}})}),
-      16, Date());
+  VectorPtr made =
+      server.MakePOOrderBill(dsn(), Rows({OrderLine(1, 3001, 50, 18.9, 13, 50, 2, 3)}), 16, Date());
   PurchasePlanUpdate update(host);
   update.UpdatePurchasePlan(dsn(), Rows({}), Rows({PlanLine(3004, "S002", 3, 1)}), 16);
   std::string pushed;
-  update.PushBill(dsn(), Rows({PushLine("1000_1", 2, 3004, 3, 1000, 1)}), 16, pushed, Date());
+  update.PushBill(dsn(), Rows({PushOf("1000_1", 2, 3004, 3, 1000, 1)}), 16, pushed, Date());
   for (const int32_t id : {static_cast<int32_t>(made->Item(1)->Get("FInterID").ToLong()),
                            static_cast<int32_t>(std::stol(pushed))}) {
     auto rs = conn().Query("select FDate, FSettleDate from POOrder where FInterID = ?", {id});
@@ -239,39 +205,40 @@ TEST_P(ErpDatabase, RowsTheDatabaseWouldRefuseChangeNothing) {
   std::string ids;
   auto push = [&](const DictionaryPtr& line) {
     return [&, line] {
-      update.PushBill(dsn(), Rows({PushLine("1000_1", 1, 3001, 10, 1000, 1), line}), 16, ids,
+      update.PushBill(dsn(), Rows({PushOf("1000_1", 1, 3001, 10, 1000, 1), line}), 16, ids,
                       *Date::Parse("2026-11-22"));
     };
   };
   // A push line's merged quantity is a bare number; its plan lines must be there.
-  auto no_sum = PushLine("1000_2", 2, 3004, 3, 1000, 2);
+  auto no_sum = PushOf("1000_2", 2, 3004, 3, 1000, 2);
   no_sum->Set("FMergeSumQty", "");
   ExpectRefused(push(no_sum), {"vctListData row 2", "FMergeSumQty"});
-  auto no_entries = PushLine("1000_2", 2, 3004, 3, 1000, 2);
+  auto no_entries = PushOf("1000_2", 2, 3004, 3, 1000, 2);
   no_entries->Remove("EntryDataVct");
   ExpectRefused(push(no_entries), {"vctListData row 2", "EntryDataVct"});
 
-  // A template relation whose value query finds two rows: two suppliers
-  // share the name that the relation looks up by.
+  // A template relation whose value query finds two rows: on the order,
+  // two suppliers share the name that the relation looks up by; on its
+  // lines, two items.
+  auto relate = [&](const char* table, const char* field, const char* relation) {
+    conn().Execute("delete from ICTemplate");
+    conn().Execute("delete from ICTemplateEntry");
+    conn().Execute(std::string("insert into ") + table +
+                       " (FID, FFieldName, FDefaultCtl, FCtlType, FNeedSave, FRelationID, FAction)"
+                       " values ('P02', ?, 0, 30, 1, ?, 'A3')",
+                   {field, relation});
+  };
   conn().Execute("update t_Supplier set FName = 'same' where FItemID in (1, 2)");
-  conn().Execute(
-      "insert into ICTemplate (FID, FFieldName, FDefaultCtl, FCtlType, FNeedSave, FRelationID,"
-      " FAction) values ('P02', 'FPOOrdBillNo', 0, 30, 1,"
-      " 'x,FSupplyID,t_Supplier,FItemID,FName,t_Supplier,FName,FNumber', 'A3')");
-  ExpectRefused(push(PushLine("1000_2", 2, 3004, 3, 1000, 2)),
+  relate("ICTemplate", "FPOOrdBillNo", "x,FSupplyID,t_Supplier,FItemID,FName,t_Supplier,FName,FNumber");
+  ExpectRefused(push(PushOf("1000_2", 2, 3004, 3, 1000, 2)),
                 {"POOrder.FPOOrdBillNo", "2 rows", "t_Supplier"});
-  // The same on an order line: each line's item code through its name.
-  conn().Execute("delete from ICTemplate");
   conn().Execute("update t_ICItem set FName = 'same' where FItemID in (3001, 3004)");
-  conn().Execute(
-      "insert into ICTemplateEntry (FID, FFieldName, FDefaultCtl, FCtlType, FNeedSave,"
-      " FRelationID, FAction) values ('P02', 'FNote', 0, 30, 1,"
-      " 'x,FItemID,t_ICItem,FItemID,FName,t_ICItem,FName,FNumber', 'A3')");
-  ExpectRefused(push(PushLine("1000_2", 2, 3004, 3, 1000, 2)),
+  relate("ICTemplateEntry", "FNote", "x,FItemID,t_ICItem,FItemID,FName,t_ICItem,FName,FNumber");
+  ExpectRefused(push(PushOf("1000_2", 2, 3004, 3, 1000, 2)),
                 {"POOrderEntry.FNote", "line 1", "t_ICItem"});
   // With one row the relation fills the field.
   conn().Execute("update t_ICItem set FName = 'other' where FItemID = 3004");
-  push(PushLine("1000_2", 2, 3004, 3, 1000, 2))();
+  push(PushOf("1000_2", 2, 3004, 3, 1000, 2))();
   EXPECT_EQ(Text("select FNote from POOrderEntry where FItemID = 3004"), "3.04");
 }
 

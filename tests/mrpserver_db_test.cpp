@@ -225,24 +225,6 @@ TEST_P(Server, ConfirmationPricesUnitsAndTax) {
   EXPECT_THROW(s.GetMrpConfirmData(dsn(), Rows({words})), Error);
 }
 
-DictionaryPtr OrderLine(int supplier, int item, double qty, double price, double tax,
-                        double coefficient = 1, int decimals = 2, int unit = 1) {
-  return Row({{"FSupplyID", supplier},
-              {"FItemID", item},
-              {"FAuxQty", qty / coefficient},
-              {"FQty", qty},
-              {"FPrice", price},
-              {"FCoefficient", coefficient},
-              {"FPriceDecimal", decimals},
-              {"FDiscountRate", 0},
-              {"FTaxRate", tax},
-              {"FUnitID", unit},
-              {"FAuxPropID", 0},
-              {"FNote", "it's urgent"},
-              {"FDate", "2026-12-01"},
-              {"FPushQty", qty}});
-}
-
 TEST_P(Server, PurchaseOrdersOnePerSupplier) {
   auto s = Make();
   const Date today = *Date::Parse("2026-11-22");

@@ -13,23 +13,6 @@
 namespace mrpcalc::testing {
 namespace {
 
-DictionaryPtr PlanLine(int item, const char* supplier, double qty, int unit,
-                       const char* memo = "") {
-  return Row({{"FBomItemID", item},
-              {"FItemNumber", ""},
-              {"FItemName", ""},
-              {"FItemModel", ""},
-              {"FAuxPropID", 0},
-              {"FAuxProp", ""},
-              {"FSupplyNumber", supplier},
-              {"FSupplyName", ""},
-              {"FUnitID", unit},
-              {"FUnitName", ""},
-              {"FQty", qty},
-              {"FMemo", memo},
-              {"FDate", "2026-12-01"}});
-}
-
 DictionaryPtr Task(int type, const char* bill, int inter_id, double qty) {
   return Row({{"Ftrantype", type}, {"FBillNO", bill}, {"FInterID", inter_id}, {"FQty", qty}});
 }
@@ -40,38 +23,6 @@ DictionaryPtr SalesLine(int inter_id, int entry_id, double qty) {
               {"FInterID", inter_id},
               {"FEntryID", entry_id},
               {"FQty", qty}});
-}
-
-// One order line of a push: the plan parts behind it as (plan, line, qty).
-DictionaryPtr PushLine(const std::string& key, int supplier, int item, double qty, double price,
-                       double discount, double tax, std::vector<std::tuple<int, int, double>> parts,
-                       int unit = 1) {
-  auto entries = Vector::Create();
-  for (auto [plan, line, q] : parts) {
-    entries->Add(Row({{"FKey", key},
-                      {"FInterID", plan},
-                      {"FEntryID", line},
-                      {"FItemID", item},
-                      {"FBillNo", "CJ"},
-                      {"FPushQty", q}}));
-  }
-  return Row({{"FKey", key},
-              {"FSupplyID", supplier},
-              {"FItemID", item},
-              {"FAuxPropID", 0},
-              {"FUnitID", unit},
-              {"FPushQty", qty},
-              {"FPrice", price},
-              {"FDiscountRate", discount},
-              {"FTaxRate", tax},
-              {"FMemo", "m"},
-              {"FFinishDate", "2026-12-01"},
-              {"FBillNo", "CJ"},
-              {"FIsMerge", 0},
-              {"FStartKey", ""},
-              {"FEndKey", ""},
-              {"FMergeSumQty", 0},
-              {"EntryDataVct", entries}});
 }
 
 class Plans : public DemoDbTest {

@@ -10,21 +10,6 @@ std::string Trim(std::string_view text) {
   return std::string(text.substr(b, e - b));
 }
 
-std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {
-  std::string out;
-  if (from.empty()) return std::string(text);
-  size_t pos = 0;
-  while (true) {
-    const size_t hit = text.find(from, pos);
-    if (hit == std::string_view::npos) break;
-    out.append(text.substr(pos, hit - pos));
-    out.append(to);
-    pos = hit + from.size();
-  }
-  out.append(text.substr(pos));
-  return out;
-}
-
 namespace {
 
 // The letters A-Z as a-z; the length stays, so places in it are places in
@@ -37,7 +22,29 @@ std::string Folded(std::string_view text) {
   return out;
 }
 
+// Replaces each place where `from` is found in `searched` (the text, or a
+// form of it of the same length) by `to`.
+std::string ReplaceFound(std::string_view text, std::string_view searched, std::string_view from,
+                         std::string_view wanted, std::string_view to) {
+  if (from.empty()) return std::string(text);
+  std::string out;
+  size_t pos = 0;
+  while (true) {
+    const size_t hit = searched.find(wanted, pos);
+    if (hit == std::string_view::npos) break;
+    out.append(text.substr(pos, hit - pos));
+    out.append(to);
+    pos = hit + from.size();
+  }
+  out.append(text.substr(pos));
+  return out;
+}
+
 }  // namespace
+
+std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to) {
+  return ReplaceFound(text, text, from, from, to);
+}
 
 size_t FindIgnoringCase(std::string_view text, std::string_view what) {
   return Folded(text).find(Folded(what));
@@ -45,19 +52,7 @@ size_t FindIgnoringCase(std::string_view text, std::string_view what) {
 
 std::string ReplaceAllIgnoringCase(std::string_view text, std::string_view from,
                                    std::string_view to) {
-  if (from.empty()) return std::string(text);
-  const std::string folded = Folded(text), wanted = Folded(from);
-  std::string out;
-  size_t pos = 0;
-  while (true) {
-    const size_t hit = folded.find(wanted, pos);
-    if (hit == std::string::npos) break;
-    out.append(text.substr(pos, hit - pos));
-    out.append(to);
-    pos = hit + from.size();
-  }
-  out.append(text.substr(pos));
-  return out;
+  return ReplaceFound(text, Folded(text), from, Folded(from), to);
 }
 
 std::string SplitFirst(std::string& text, std::string_view delimiter) {
