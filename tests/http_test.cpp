@@ -251,8 +251,14 @@ TEST_P(Http, HostileBodiesAreRefusedAndTheServiceGoesOn) {
   auto r = Post("/api/call/ZUVMMrpCalculate.MrpDataInfo/GetMrpReportData",
                 "{\"args\": [[], " + nested + "]}", planner_);
   EXPECT_EQ(r->status, 422) << r->body.substr(0, 200);  // the filter names no SubID
-  // Still serving; the scheme's name in any case; a NUL shows in the message.
+  // A form's body is not read: the caller is told to send JSON.
   httplib::Client client("127.0.0.1", port_);
+  auto form = client.Post(call, {{"Authorization", "Bearer " + planner_}},
+                          "{\"args\": [\"" + std::string(9000, 'x') + "\"]}",
+                          "application/x-www-form-urlencoded");
+  ASSERT_TRUE(form);
+  EXPECT_EQ(form->status, 415);
+  // Still serving; the scheme's name in any case; a NUL shows in the message.
   auto me = client.Get("/api/me", {{"Authorization", "bearer " + planner_}});
   ASSERT_TRUE(me);
   EXPECT_EQ(me->status, 200);

@@ -192,6 +192,15 @@ void Service::Routes() {
     const std::string accept = req.get_header_value("Accept-Language");
     request_language = accept.rfind("en", 0) == 0 ? "en" : accept.rfind("zh", 0) == 0 ? "zh" : "";
     if (req.path.rfind("/api/", 0) != 0) return httplib::Server::HandlerResponse::Unhandled;
+    // Bodies are JSON. A form's body would be read by the library under a
+    // limit of its own (8 KB), and answered 413 however small the service's
+    // limit is: such a request is told what to send instead.
+    const std::string type = FoldKey(req.get_header_value("Content-Type"));
+    if (type.rfind("application/x-www-form-urlencoded", 0) == 0 ||
+        type.rfind("multipart/form-data", 0) == 0) {
+      Refuse(res, 415, "send the body as JSON (Content-Type: application/json)");
+      return httplib::Server::HandlerResponse::Handled;
+    }
     // The scheme's name is read without regard to case (RFC 9110).
     const std::string header = req.get_header_value("Authorization");
     const std::string token =
