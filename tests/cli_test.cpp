@@ -85,7 +85,7 @@ TEST_P(Command, ReportFormatsAndTheAutomationRouteAgree) {
   // The same demand through the published method, as the ERP's form calls it.
   auto c = db::Open(dsn_);
   const auto demand =
-      mrp::SelectDemand(*c, {"SEORD000001", "WORK000001"}, mrp::kTranProductionTask);
+      mrp::SelectDemand(*c, {"SEORD000001", "WORK000001"}, kTranProductionTask);
   c.reset();
   Json filter = {{"SubID", "SC"}, {"Expand", 1}, {"SourceData", ToJson(Variant(demand.source))}};
   const Json args = Json::array({ToJson(Variant(demand.lines)), filter, "", "", 1, 0});
@@ -109,7 +109,7 @@ TEST_P(Command, AnAnswerWithABadTextIsAnErrorNotHalfAnAnswer) {
   c->Execute(
       "update t_ICItem set FName = cast(x'4bff' as text) where FItemID = "
       "(select max(FItemID) from t_ICItem)");
-  const auto demand = mrp::SelectDemand(*c, {}, mrp::kTranProductionTask);
+  const auto demand = mrp::SelectDemand(*c, {}, kTranProductionTask);
   c.reset();
   Json filter = {{"SubID", "SC"}, {"Expand", 1}, {"SourceData", ToJson(Variant(demand.source))}};
   std::ofstream(dir_ / "args.json")

@@ -347,7 +347,7 @@ TEST_P(Database, DemoDatabaseHoldsEveryCase) {
   EXPECT_EQ(demand[1].bill_no, "SEORD000001");
   EXPECT_EQ(demand[1].entry_id, 2);
   EXPECT_DOUBLE_EQ(demand[1].open_qty, 6.0);  // 10 ordered, 4 delivered
-  EXPECT_EQ(demand.back().tran_type, mrp::kTranOutsourcingTask);
+  EXPECT_EQ(demand.back().tran_type, kTranOutsourcingTask);
   EXPECT_EQ(demand.back().item_name, "车轮组件");
 
   schema::CreateErpSchema(conn(), true);  // --replace starts again from empty tables

@@ -374,7 +374,7 @@ TEST_P(MrpSynthetic, SameReportAsOnSqlite) {
   }
   const Host host = MakeStandaloneHost(HostConfig{});
   auto report = [&](const std::string& dsn, int expand) {
-    auto demand = mrp::SelectDemand(*db::Open(dsn), {}, mrp::kTranProductionTask);
+    auto demand = mrp::SelectDemand(*db::Open(dsn), {}, kTranProductionTask);
     auto filter = Dictionary::Create();
     filter->Set("SubID", "SC");
     filter->Set("Expand", expand);

@@ -29,7 +29,7 @@ int RunHttpBench(const std::string& dsn, int clients, int requests) {
     db::Transaction tx(*c);
     token = http::CreateToken(*c, 1);
     tx.Commit();
-    const auto demand = mrp::SelectDemand(*c, {}, mrp::kTranProductionTask);
+    const auto demand = mrp::SelectDemand(*c, {}, kTranProductionTask);
     Json filter = {{"SubID", "SC"}, {"Expand", 1}, {"SourceData", ToJson(Variant(demand.source))}};
     for (const char* key : {"NowStock", "SaveStock", "Moving", "UnSale", "Producing", "Produc"})
       filter[key] = 1;

@@ -42,11 +42,11 @@ using namespace mrpcalc;
 
 const char* TranTypeName(int tran_type) {
   switch (tran_type) {
-    case mrp::kTranSalesOrder:
+    case kTranSalesOrder:
       return "sales order";
-    case mrp::kTranProductionTask:
+    case kTranProductionTask:
       return "production task";
-    case mrp::kTranOutsourcingTask:
+    case kTranOutsourcingTask:
       return "outsourcing task";
   }
   return "other";
@@ -89,7 +89,7 @@ struct MrpOptions {
 
 // The demand of the named bills, as the MRP selection form hands it over.
 std::pair<VectorPtr, VectorPtr> DemandOf(db::Connection& c, const MrpOptions& o) {
-  const int task_code = o.sub_id == "WW" ? mrp::kTranOutsourcingTask : mrp::kTranProductionTask;
+  const int task_code = o.sub_id == "WW" ? kTranOutsourcingTask : kTranProductionTask;
   auto selection = mrp::SelectDemand(c, o.bills, task_code);
   return {selection.lines, selection.source};
 }
@@ -210,7 +210,7 @@ struct BenchRequest {
 BenchRequest MakeBenchRequest(const std::string& dsn, int form) {
   BenchRequest r;
   auto connection = db::Open(dsn);
-  auto selection = mrp::SelectDemand(*connection, {}, mrp::kTranProductionTask);
+  auto selection = mrp::SelectDemand(*connection, {}, kTranProductionTask);
   r.lines = selection.lines;
   r.form = form;
   r.filter = Dictionary::Create();

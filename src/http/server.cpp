@@ -328,7 +328,7 @@ void Service::Routes() {
       {
         PooledSession c(*pool_, options_.dsn);
         selection = mrp::SelectDemand(
-            *c, bills, sub_id == "WW" ? mrp::kTranOutsourcingTask : mrp::kTranProductionTask);
+            *c, bills, sub_id == "WW" ? kTranOutsourcingTask : kTranProductionTask);
       }
       if (selection.lines->Count() == 0) ThrowInvalid("no open demand matches the bills given");
       auto filter = Dictionary::Create();

@@ -13,8 +13,8 @@
 namespace mrpcalc::mrp {
 
 TaskKind TaskKindFromSubId(const std::string& sub_id) {
-  if (sub_id == "SC") return {85, "ICMO", "ICMOEntry"};
-  if (sub_id == "WW") return {91, "ICOutMO", "ICOutMOEntry"};
+  if (sub_id == "SC") return {kTranProductionTask, "ICMO", "ICMOEntry"};
+  if (sub_id == "WW") return {kTranOutsourcingTask, "ICOutMO", "ICOutMOEntry"};
   return {};
 }
 

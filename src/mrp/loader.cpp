@@ -289,7 +289,9 @@ DemandDates::DemandDates(const VectorPtr& source_data,
       Source s{type != nullptr, type ? type->ToLong() : 0, row->Get("finterid").ToLong(),
                row->Get("fentryid").ToLong()};
       // The source type in hand: the first task type met, else the last type.
-      if (s.has_type && type_in_hand_ != 85 && type_in_hand_ != 91) type_in_hand_ = s.type;
+      if (s.has_type && type_in_hand_ != kTranProductionTask && type_in_hand_ != kTranOutsourcingTask) {
+        type_in_hand_ = s.type;
+      }
       // Numbers are matched as the server matches text: letter case aside.
       const std::string text = number.IsNull() ? "" : FoldKey(number.ToText());
       number_lengths_.insert(text.size());
@@ -366,13 +368,14 @@ Date DemandDates::For(const std::vector<std::string>& bill_numbers) const {
                 "no selected sales-order line matches the demand bills " + quoted +
                     ": their required date cannot be found");
   }
-  if (type_in_hand != kTranSalesOrder && type_in_hand != 85 && type_in_hand != 91) {
+  if (type_in_hand != kTranSalesOrder && type_in_hand != kTranProductionTask &&
+      type_in_hand != kTranOutsourcingTask) {
     throw Error(ErrorCategory::kInvalidInput,
                 "the selected source rows carry source type " + std::to_string(type_in_hand) +
                     ": the required date is found only for types 81, 85 and 91");
   }
   if (type_in_hand != kTranSalesOrder) {
-    const auto& tasks = type_in_hand == 85 ? mo_dates_ : out_mo_dates_;
+    const auto& tasks = type_in_hand == kTranProductionTask ? mo_dates_ : out_mo_dates_;
     for (const auto& n : bill_numbers) {
       auto it = tasks.find(FoldKey(n));
       if (it != tasks.end()) take(it->second);
@@ -428,7 +431,7 @@ OpenSupply LoadOpenSupply(db::Connection& c, const std::vector<int32_t>& warehou
               std::string("select i.FItemID, i.FAuxPropID, sum(i.FQty) from ICInventory i"
                           " inner join t_Stock s on i.FStockID = s.FItemID"
                           " where i.FStockID in (%IDS%)") +
-                  (count_virtual ? "" : " and s.FTypeID <> 502") +
+                  (count_virtual ? "" : " and s.FTypeID <> " + std::to_string(kVirtualWarehouse)) +
                   " group by i.FItemID, i.FAuxPropID",
               [&](const View& r) {
                 const OptNum v = Num(r, 2);

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "record/date.h"
+#include "record/erp_codes.h"
 
 namespace mrpcalc::mrp {
 
@@ -24,17 +25,6 @@ using OptInt = std::optional<int32_t>;
 using OptNum = std::optional<double>;
 using OptText = std::optional<std::string>;
 
-// Codes of the ERP.
-inline constexpr int32_t kBomInUse = 1072;         // ICBOM.FUseStatus
-inline constexpr int32_t kVirtualWarehouse = 502;  // t_Stock.FTypeID
-inline constexpr int32_t kClsPurchased = 1;
-inline constexpr int32_t kClsAssembled = 2;
-inline constexpr int32_t kClsSelfMade = 3;
-inline constexpr int32_t kClsMadeVirtual = 9;  // exploded like an assembled part
-inline constexpr int32_t kTranMaterialRow = 0;
-inline constexpr int32_t kTranSalesOrder = 81;
-inline constexpr int32_t kTranProductionTask = 85;
-inline constexpr int32_t kTranOutsourcingTask = 91;
 
 // Which task bills the demand may hold ("SubID").
 struct TaskKind {

@@ -11,13 +11,13 @@
 #include "mrp/calculation.h"
 #include "mrp/loader.h"
 #include "record/text.h"
+#include "services/messages.h"
 #include "services/profile.h"
 #include "services/rights.h"
 
 namespace mrpcalc {
 namespace {
 
-constexpr const char* kBomLoopMessage = "以下产品的Bom子件存在死循环,请修改！";
 constexpr const char* kMessageCaption = "Zorvik提示";
 
 // Below this many demand lines the reads a second session could take off

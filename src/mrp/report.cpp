@@ -15,6 +15,7 @@
 #include "mrp/explosion.h"
 #include "mrp/numeric.h"
 #include "record/error.h"
+#include "record/text.h"
 #include "record/variant.h"
 
 namespace mrpcalc::mrp {
@@ -787,14 +788,13 @@ class Report {
       if (materials.count(h.item_id)) docs[h.item_id].push_back({h.supply_id, h.date});
     }
     const auto& rights = in_.rights;
-    const std::string user = std::to_string(opt_.user_id);
     for (auto& [item, list] : docs) {
       for (auto& d : list) {
         if (!rights.administrator && !rights.group_right) d.supply_id.reset();
         if (!rights.administrator && rights.supplier_data_rights && d.supply_id) {
           auto s = in_.suppliers.find(*d.supply_id);
           const bool listed = s != in_.suppliers.end() && s->second.right_user_ids &&
-                              s->second.right_user_ids->find(user) != std::string::npos;
+                              RightsTextNamesUser(*s->second.right_user_ids, opt_.user_id);
           if (!listed) d.supply_id.reset();
         }
         if (d.supply_id) {

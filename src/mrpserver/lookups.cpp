@@ -10,8 +10,6 @@
 namespace mrpcalc {
 namespace {
 
-constexpr int32_t kBomInUse = 1072;
-constexpr const char* kBomLoopMessage = "以下产品的Bom子件存在死循环,请修改！";
 
 }  // namespace
 

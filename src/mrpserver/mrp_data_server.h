@@ -9,6 +9,7 @@
 #include <string>
 
 #include "frame/component.h"
+#include "record/erp_codes.h"
 #include "record/recordset.h"
 #include "services/rights.h"
 

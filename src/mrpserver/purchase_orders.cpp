@@ -17,7 +17,7 @@ namespace {
 
 using Row = std::vector<Variant>;
 
-constexpr const char* kPurchaseOrderType = "71";
+const std::string kPurchaseOrderType = std::to_string(kTranPurchaseOrder);  // a bill type
 
 OptNum Num(const Variant& v) { return v.IsNull() || v.IsEmpty() ? OptNum() : OptNum(v.ToDouble()); }
 
@@ -160,7 +160,7 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
         "insert into POOrder (FBrNo, FTranType, FInterID, FBillNo, FSupplyID, FDate, FCurrencyID,"
         " FExchangeRate, FBillerID, FCancellation, FPOStyle, FSettleID, FAreaPs, FSettleDate,"
         " FEmpID, FDeptID, FMangerID, FRelateBrID, FBrID, FPOOrdBillNo)"
-        " values ('0', 71, ?, ?, ?, ?, ?, 1, ?, 0, 252, 0, 20302, ?, 0, 0, 0, 0, 0, '')");
+        " values ('0', ?, ?, ?, ?, ?, ?, 1, ?, 0, ?, 0, ?, ?, 0, 0, 0, 0, 0, '')");
     OrderLineWriter entry(c);
     std::vector<int32_t> made;
     for (int32_t supplier : suppliers) {
@@ -169,7 +169,8 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
           host_.numbering->NewBillNumber(c, kPurchaseOrderType, Date::Now());
       const int32_t inter_id = host_.numbering->NextInteriorId(c, "POOrder");
       made.push_back(inter_id);
-      header->Execute({inter_id, bill_no, supplier, order_date, currency, BillerID, order_date});
+      header->Execute({kTranPurchaseOrder, inter_id, bill_no, supplier, order_date, currency, BillerID,
+                       kPurchaseStyle, kPurchaseAreaPs, order_date});
       for (const OrderLine& l : lines) {
         if (l.supply_id != supplier) continue;
         entry.Write(inter_id, l.entry_id,
@@ -283,14 +284,14 @@ void MrpDataServer::UpdateBillStockFinishQty(const std::string& dsn, const Vecto
         } catch (const Error&) {
           continue;  // not a type that is completed here
         }
-        if (type != 81 && type != 85 && type != 91) continue;
+        if (type != kTranSalesOrder && type != kTranProductionTask && type != kTranOutsourcingTask) continue;
         const double qty = RoundDecimal(NumberValue(row.Get("FQty"), Where("FQty", n)));
-        if (type == 81) {
+        if (type == kTranSalesOrder) {
           sales[{IntValue(row.Get("FInterID"), Where("FInterID", n)),
                  IntValue(row.Get("FEntryID"), Where("FEntryID", n))}]
               .push_back(qty);
         } else {
-          tasks[type == 85 ? 0 : 1][FoldKey(TextValue(row.Get("FBillNO")))].push_back(qty);
+          tasks[type == kTranProductionTask ? 0 : 1][FoldKey(TextValue(row.Get("FBillNO")))].push_back(qty);
         }
       }
     }

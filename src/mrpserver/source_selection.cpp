@@ -12,10 +12,9 @@
 namespace mrpcalc {
 namespace {
 
-constexpr int32_t kSalesOrder = 81;
-constexpr int32_t kProductionTask = 85;
-constexpr int32_t kOutsourcingTask = 91;
-constexpr int32_t kVirtualWarehouse = 502;
+constexpr int32_t kSalesOrder = kTranSalesOrder;
+constexpr int32_t kProductionTask = kTranProductionTask;
+constexpr int32_t kOutsourcingTask = kTranOutsourcingTask;
 
 // The columns of a selected line, in the order the selection form reads
 // them; FAuxQty is selected twice there and keeps its first place.

@@ -13,8 +13,6 @@ namespace {
 
 using Row = std::vector<Variant>;
 
-constexpr int32_t kWarehouseClass = 5;
-constexpr int32_t kVirtualWarehouse = 502;
 
 // A warehouse (t_Item of class 5) with what t_Stock says of it.
 struct Warehouse {

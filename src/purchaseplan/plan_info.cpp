@@ -4,6 +4,7 @@
 
 #include "purchaseplan/purchase_plan.h"
 #include "record/column_value.h"
+#include "record/erp_codes.h"
 #include "record/text.h"
 #include "services/purchase_lines.h"
 #include "services/rights.h"
@@ -169,7 +170,8 @@ VectorPtr PurchasePlanInfo::GetRptData(const std::string& dsn, const DictionaryP
     std::map<int32_t, std::vector<std::pair<int32_t, std::string>>> bills;  // type -> (id, no)
     const std::vector<int32_t> source_ids(all_sources.begin(), all_sources.end());
     for (auto [type, table] :
-         {std::pair{81, "SEOrder"}, std::pair{85, "ICMO"}, std::pair{91, "ICOutMO"}}) {
+         {std::pair{kTranSalesOrder, "SEOrder"}, std::pair{kTranProductionTask, "ICMO"},
+          std::pair{kTranOutsourcingTask, "ICOutMO"}}) {
       db::QueryIn(
           c, source_ids,
           std::string("select FInterID, FBillNo from ") + table +

@@ -5,6 +5,7 @@
 
 #include "purchaseplan/purchase_plan.h"
 #include "record/column_value.h"
+#include "record/erp_codes.h"
 #include "record/text.h"
 #include "services/profile.h"
 #include "services/purchase_lines.h"
@@ -14,8 +15,6 @@ namespace {
 
 using Row = std::vector<Variant>;
 
-constexpr int32_t kDefaultPurchaseStyle = 252;
-constexpr int32_t kPurchaseStyleType = 162;  // t_SubMessage.FTypeID of purchase styles
 
 // A purchase order line to make, and the plan lines behind it.
 struct PushLine {
@@ -218,7 +217,7 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
   return Run(dsn, [&](db::Connection& c) -> VectorPtr {
     const int32_t currency = OrderCurrencyId(c);
     const int scale = BaseCurrencyScale(c);
-    int32_t style = kDefaultPurchaseStyle;
+    int32_t style = kPurchaseStyle;
     std::string style_name = host_.ini ? host_.ini->Get("frmBill", "DefaultCGStyle") : "";
     std::transform(style_name.begin(), style_name.end(), style_name.begin(),
                    [](unsigned char ch) { return static_cast<char>(std::toupper(ch)); });
@@ -254,7 +253,7 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
         "insert into POOrder (FBrNo, FTranType, FInterID, FBillNo, FSupplyID, FDate, FCurrencyID,"
         " FExchangeRate, FBillerID, FCancellation, FPOStyle, FAreaPs, FSettleDate, FEmpID,"
         " FDeptID, FMangerID, FRelateBrID, FBrID, FPOOrdBillNo)"
-        " values ('0', 71, ?, ?, ?, ?, ?, 1, ?, 0, ?, 20302, ?, ?, ?, 0, 0, 0, '')");
+        " values ('0', ?, ?, ?, ?, ?, ?, 1, ?, 0, ?, ?, ?, ?, ?, 0, 0, 0, '')");
     OrderLineWriter entry(c);
     auto link = c.Prepare(
         "insert into PurchasePlanOrder (FInterID, FItemID, FPurchasePlanKey, FPurchasePlanInterID,"
@@ -262,13 +261,14 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
     const std::vector<TemplateRelation> relations = LoadTemplateRelations(c);
     std::vector<int32_t> made;
     for (int32_t supplier : suppliers) {
-      const std::string bill_no = host_.numbering->NewBillNumber(c, "71", Date::Now());
+      const std::string bill_no =
+          host_.numbering->NewBillNumber(c, std::to_string(kTranPurchaseOrder), Date::Now());
       const int32_t order = host_.numbering->NextInteriorId(c, "POOrder");
       made.push_back(order);
       const auto people =
           staff.count(supplier) ? staff[supplier] : std::pair<int32_t, int32_t>{0, 0};
-      header->Execute({order, bill_no, supplier, order_date, currency, BillerID, style, order_date,
-                       people.first, people.second});
+      header->Execute({kTranPurchaseOrder, order, bill_no, supplier, order_date, currency, BillerID,
+                       style, kPurchaseAreaPs, order_date, people.first, people.second});
       int32_t e = 0;
       for (const PushLine& l : lines) {
         if (l.supply_id != supplier) continue;

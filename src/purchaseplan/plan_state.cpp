@@ -20,9 +20,9 @@ constexpr const char* kHasClosedLines = "该采购计划单中存在已关闭记
 constexpr const char* kLinkedToOrders = "该采购计划单已与采购订单";
 constexpr const char* kLinkedTail = "关联！";
 
-constexpr int32_t kOpen = 0;
-constexpr int32_t kFullyPurchased = 1;
-constexpr int32_t kClosedByHand = 2;
+constexpr int32_t kOpen = kPlanLineOpen;
+constexpr int32_t kFullyPurchased = kPlanLineFullyPurchased;
+constexpr int32_t kClosedByHand = kPlanLineClosedByHand;
 
 using LineKey = std::pair<int32_t, int32_t>;  // plan interior id, line
 

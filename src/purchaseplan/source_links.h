@@ -10,13 +10,15 @@
 #include <vector>
 
 #include "db/connection.h"
+#include "record/erp_codes.h"
 #include "record/variant.h"
 
 namespace mrpcalc::plan {
 
-inline constexpr int32_t kSalesOrder = 81;
-inline constexpr int32_t kProductionTask = 85;
-inline constexpr int32_t kOutsourcingTask = 91;
+// The source types a plan links, by their ERP codes.
+inline constexpr int32_t kSalesOrder = kTranSalesOrder;
+inline constexpr int32_t kProductionTask = kTranProductionTask;
+inline constexpr int32_t kOutsourcingTask = kTranOutsourcingTask;
 
 // A source line of a plan: a task by its bill number (and interior id), a
 // sales-order line by interior id and line.

@@ -46,6 +46,10 @@ std::string ReplaceAll(std::string_view text, std::string_view from, std::string
   return ReplaceFound(text, text, from, from, to);
 }
 
+bool RightsTextNamesUser(std::string_view right_user_ids, int32_t user_id) {
+  return right_user_ids.find(std::to_string(user_id)) != std::string_view::npos;
+}
+
 size_t FindIgnoringCase(std::string_view text, std::string_view what) {
   return Folded(text).find(Folded(what));
 }

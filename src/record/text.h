@@ -1,6 +1,7 @@
 // Small text cutters for login property strings and composed message texts.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -27,6 +28,10 @@ std::string ComposeMessage(std::string_view text,
 std::string Trim(std::string_view text);
 // Replaces every occurrence of from (non-empty) by to.
 std::string ReplaceAll(std::string_view text, std::string_view from, std::string_view to);
+
+// The ERP's own test of a FRightUserID text: a plain substring search for
+// the user id, so user 1 also matches a list holding 11.
+bool RightsTextNamesUser(std::string_view right_user_ids, int32_t user_id);
 
 // Find and replace as the ERP's server does them on text: the letters A-Z
 // match a-z. Returns npos when `what` is not in `text`.

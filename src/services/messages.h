@@ -34,6 +34,10 @@ class CatalogResourceLoader : public ResourceLoader {
 
 bool IsEnglish(const std::string& language);
 
+// The message (its catalog key) that lists the products whose bills lead
+// back into themselves.
+inline constexpr const char* kBomLoopMessage = "以下产品的Bom子件存在死循环,请修改！";
+
 class Messages {
  public:
   Messages(std::shared_ptr<LoginProperties> login, std::shared_ptr<ResourceLoader> loader)

@@ -35,8 +35,5 @@ UserRights CheckUserRights(db::Connection& connection, DataRights& data_rights, 
   return r;
 }
 
-bool RightsTextNamesUser(const std::string& right_user_ids, int32_t user_id) {
-  return right_user_ids.find(std::to_string(user_id)) != std::string::npos;
-}
 
 }  // namespace mrpcalc

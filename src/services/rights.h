@@ -5,6 +5,7 @@
 
 #include "db/connection.h"
 #include "frame/host.h"
+#include "record/text.h"
 
 namespace mrpcalc {
 
@@ -37,8 +38,5 @@ struct UserRights {
 UserRights CheckUserRights(db::Connection& connection, DataRights& data_rights, int32_t user_id,
                            int16_t object_type);
 
-// The ERP's own test of a FRightUserID text: a plain substring search for
-// the user id, so user 1 also matches a list holding 11.
-bool RightsTextNamesUser(const std::string& right_user_ids, int32_t user_id);
 
 }  // namespace mrpcalc
