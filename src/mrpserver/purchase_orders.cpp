@@ -17,7 +17,6 @@ namespace {
 
 using Row = std::vector<Variant>;
 
-const std::string kPurchaseOrderType = std::to_string(kTranPurchaseOrder);  // a bill type
 
 OptNum Num(const Variant& v) { return v.IsNull() || v.IsEmpty() ? OptNum() : OptNum(v.ToDouble()); }
 
@@ -155,22 +154,15 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
     }
 
     // The order date as given: without one, the zero date 1899-12-30.
-    const Date order_date = g_dteSysDate;
-    auto header = c.Prepare(
-        "insert into POOrder (FBrNo, FTranType, FInterID, FBillNo, FSupplyID, FDate, FCurrencyID,"
-        " FExchangeRate, FBillerID, FCancellation, FPOStyle, FSettleID, FAreaPs, FSettleDate,"
-        " FEmpID, FDeptID, FMangerID, FRelateBrID, FBrID, FPOOrdBillNo)"
-        " values ('0', ?, ?, ?, ?, ?, ?, 1, ?, 0, ?, 0, ?, ?, 0, 0, 0, 0, 0, '')");
+    PurchaseOrderWriter orders(c, *host_.numbering);
     OrderLineWriter entry(c);
-    std::vector<int32_t> made;
     for (int32_t supplier : suppliers) {
-      // Number first, then interior id, one supplier at a time.
-      const std::string bill_no =
-          host_.numbering->NewBillNumber(c, kPurchaseOrderType, Date::Now());
-      const int32_t inter_id = host_.numbering->NextInteriorId(c, "POOrder");
-      made.push_back(inter_id);
-      header->Execute({kTranPurchaseOrder, inter_id, bill_no, supplier, order_date, currency, BillerID,
-                       kPurchaseStyle, kPurchaseAreaPs, order_date});
+      OrderHeader header;
+      header.supplier = supplier;
+      header.date = g_dteSysDate;
+      header.currency = currency;
+      header.biller = BillerID;
+      const int32_t inter_id = orders.Header(header);
       for (const OrderLine& l : lines) {
         if (l.supply_id != supplier) continue;
         entry.Write(inter_id, l.entry_id,
@@ -179,8 +171,8 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
                     std::nullopt);
       }
     }
-    last_orders_ = db::JoinIds(made);
-    return OrdersByInterId(c, made);
+    last_orders_ = db::JoinIds(orders.made());
+    return OrdersByInterId(c, orders.made());
   });
 }
 

@@ -247,28 +247,25 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
                                     static_cast<int32_t>(r[2].ToValue()));
                 });
 
-    // The order date as given: without one, the zero date 1899-12-30.
-    const Date order_date = SysDate;
-    auto header = c.Prepare(
-        "insert into POOrder (FBrNo, FTranType, FInterID, FBillNo, FSupplyID, FDate, FCurrencyID,"
-        " FExchangeRate, FBillerID, FCancellation, FPOStyle, FAreaPs, FSettleDate, FEmpID,"
-        " FDeptID, FMangerID, FRelateBrID, FBrID, FPOOrdBillNo)"
-        " values ('0', ?, ?, ?, ?, ?, ?, 1, ?, 0, ?, ?, ?, ?, ?, 0, 0, 0, '')");
+    PurchaseOrderWriter orders(c, *host_.numbering);
     OrderLineWriter entry(c);
     auto link = c.Prepare(
         "insert into PurchasePlanOrder (FInterID, FItemID, FPurchasePlanKey, FPurchasePlanInterID,"
         " FPurchasePlanEntryID, FQty) values (?, ?, ?, ?, ?, ?)");
     const std::vector<TemplateRelation> relations = LoadTemplateRelations(c);
-    std::vector<int32_t> made;
     for (int32_t supplier : suppliers) {
-      const std::string bill_no =
-          host_.numbering->NewBillNumber(c, std::to_string(kTranPurchaseOrder), Date::Now());
-      const int32_t order = host_.numbering->NextInteriorId(c, "POOrder");
-      made.push_back(order);
       const auto people =
           staff.count(supplier) ? staff[supplier] : std::pair<int32_t, int32_t>{0, 0};
-      header->Execute({kTranPurchaseOrder, order, bill_no, supplier, order_date, currency, BillerID,
-                       style, kPurchaseAreaPs, order_date, people.first, people.second});
+      OrderHeader header;
+      header.supplier = supplier;
+      header.date = SysDate;  // without one, the zero date 1899-12-30
+      header.currency = currency;
+      header.biller = BillerID;
+      header.style = style;
+      header.employee = people.first;
+      header.department = people.second;
+      header.settle_zero = false;
+      const int32_t order = orders.Header(header);
       int32_t e = 0;
       for (const PushLine& l : lines) {
         if (l.supply_id != supplier) continue;
@@ -297,6 +294,7 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
     }
     c.Execute("update PurchasePlanEntry set FClosed = 1 where FPurchaseFinishQty >= FQty");
 
+    const std::vector<int32_t>& made = orders.made();
     StrOutInterids = db::JoinIds(made);
     auto out = Vector::Create();
     const KeyList keys = MakeKeyList({"FSupplyName", "FBillNO", "FInterID", "FDate"});

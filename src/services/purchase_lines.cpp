@@ -281,6 +281,31 @@ OptNum PricingFacts::LastPrice(db::Connection& c, LastPriceSource source, const 
   return RoundDecimal(*d.price * to / from);
 }
 
+PurchaseOrderWriter::PurchaseOrderWriter(db::Connection& c, Numbering& numbering)
+    : connection_(c), numbering_(numbering) {}
+
+int32_t PurchaseOrderWriter::Header(const OrderHeader& h) {
+  auto& insert = insert_[h.settle_zero ? 1 : 0];
+  if (!insert) {
+    const char* settle = h.settle_zero ? " FSettleID," : "";
+    insert = connection_.Prepare(
+        std::string("insert into POOrder (FBrNo, FTranType, FInterID, FBillNo, FSupplyID, FDate,"
+                    " FCurrencyID, FExchangeRate, FBillerID, FCancellation, FPOStyle,") +
+        settle +
+        " FAreaPs, FSettleDate, FEmpID, FDeptID, FMangerID, FRelateBrID, FBrID, FPOOrdBillNo)"
+        " values ('0', ?, ?, ?, ?, ?, ?, 1, ?, 0, ?," +
+        (h.settle_zero ? " 0," : "") + " ?, ?, ?, ?, 0, 0, 0, '')");
+  }
+  // Number first, then interior id.
+  const std::string bill_no =
+      numbering_.NewBillNumber(connection_, std::to_string(kTranPurchaseOrder), Date::Now());
+  const int32_t id = numbering_.NextInteriorId(connection_, "POOrder");
+  insert->Execute({kTranPurchaseOrder, id, bill_no, h.supplier, h.date, h.currency, h.biller,
+                   h.style, kPurchaseAreaPs, h.date, h.employee, h.department});
+  made_.push_back(id);
+  return id;
+}
+
 OrderLineWriter::OrderLineWriter(db::Connection& c)
     : insert_(c.Prepare(
           "insert into POOrderEntry (FBrNo, FInterID, FEntryID, FItemID, FDate, FAuxPropID,"

@@ -5,8 +5,8 @@
 // for all lines.
 #pragma once
 
-#include <cstdint>
 #include <algorithm>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "db/connection.h"
+#include "frame/host.h"
+#include "record/erp_codes.h"
 #include "record/variant.h"
 
 namespace mrpcalc {
@@ -131,6 +133,36 @@ struct OrderLineValues {
   Date date;
   double qty = 0, aux_qty = 0, price = 0, aux_price = 0, discount_rate = 0, tax_rate = 0;
   std::string note, plan_numbers, plan_key;
+};
+
+// The header of a new purchase order, one per supplier.
+struct OrderHeader {
+  int32_t supplier = 0;
+  Date date;  // FDate and FSettleDate; the zero date when none was given
+  int32_t currency = 1, biller = 0, style = kPurchaseStyle;
+  int32_t employee = 0, department = 0;
+  // The generation from MRP results writes settlement method 0; a push
+  // leaves FSettleID to the table.
+  bool settle_zero = true;
+};
+
+// Makes purchase orders: for each header a bill number of type 71, then an
+// interior id of POOrder (the host's numbering, inside the caller's unit of
+// work), the header with the ERP's defaults (branch 0, exchange rate 1,
+// not cancelled, area 20302), and its lines.
+class PurchaseOrderWriter {
+ public:
+  PurchaseOrderWriter(db::Connection& connection, Numbering& numbering);
+  // Returns the new order's interior id.
+  int32_t Header(const OrderHeader& header);
+  // The orders made so far, in the order they were made.
+  const std::vector<int32_t>& made() const { return made_; }
+
+ private:
+  db::Connection& connection_;
+  Numbering& numbering_;
+  std::unique_ptr<db::Statement> insert_[2];  // without and with FSettleID
+  std::vector<int32_t> made_;
 };
 
 // Writes order lines: prices net of tax, the discounted amounts with and
