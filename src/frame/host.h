@@ -16,7 +16,7 @@
 
 namespace mrpcalc {
 
-// Texts the original showed in message boxes; they reach the caller with
+// Texts the ERP shows its users in message boxes; they reach the caller with
 // the result.
 class MessageSink {
  public:

@@ -1,5 +1,5 @@
-// ERP table definitions. Types follow the ERP's own where the original
-// statements reveal them (decimal(23,10) quantities, varchar codes).
+// ERP table definitions. Types follow the ERP's own where its statements
+// show them (decimal(23,10) quantities, varchar codes).
 #include "schema/erp_schema.h"
 
 #include <algorithm>
