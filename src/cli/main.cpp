@@ -399,6 +399,24 @@ std::string ReadArgs(const std::string& args) {
   return text;
 }
 
+// Where a failure becomes the exit code, in one place: 1, with the message
+// (and, for our own errors, where they passed through) on standard error.
+int Failed(const std::exception& e) {
+  std::cerr << "mrpcalc: " << e.what() << "\n";
+  if (const auto* ours = dynamic_cast<const Error*>(&e); ours && !ours->context().empty()) {
+    std::cerr << ours->context() << "\n";
+  }
+  return 1;
+}
+
+// The same for the commands that answer in JSON: the error object on
+// standard output, as their callers read it.
+int FailedAsJson(const std::exception& e) {
+  const auto* ours = dynamic_cast<const Error*>(&e);
+  std::cout << ErrorAnswerText(ours ? ours->number() : -1, e.what()) << "\n";
+  return 1;
+}
+
 std::vector<Variant> ParseCallArgs(const std::string& text) {
   std::vector<Variant> args;
   if (text.empty()) return args;
@@ -430,12 +448,8 @@ int RunCall(const std::string& prog_id, const std::string& method, const std::st
     std::fputs("\n", stdout);
     std::fflush(stdout);
     return 0;
-  } catch (const Error& e) {
-    std::cout << ErrorAnswerText(e.number(), e.what()) << "\n";
-    return 1;
   } catch (const std::exception& e) {
-    std::cout << ErrorAnswerText(-1, e.what()) << "\n";
-    return 1;
+    return FailedAsJson(e);
   }
 }
 
@@ -453,12 +467,8 @@ int RunCalls(const std::string& dsn, const std::string& script_arg) {
     const std::string out = RunCallScript(session, script, dsn, failed);
     std::fwrite(out.data(), 1, out.size(), stdout);
     return failed ? 1 : 0;
-  } catch (const Error& e) {
-    std::cout << ErrorAnswerText(e.number(), e.what()) << "\n";
-    return 1;
   } catch (const std::exception& e) {
-    std::cout << ErrorAnswerText(-1, e.what()) << "\n";
-    return 1;
+    return FailedAsJson(e);
   }
 }
 
@@ -724,8 +734,7 @@ int main(int argc, char** argv) {
       }
       return RunBench(bench_dsn, repeat, bench_form);
     } catch (const std::exception& e) {
-      std::cerr << "mrpcalc: " << e.what() << "\n";
-      return 1;
+      return Failed(e);
     }
   }
   if (*demand_cmd || *confirm_cmd || *credit_cmd || *orders_cmd || *scope_cmd || *plan_cmd) {
@@ -745,8 +754,7 @@ int main(int argc, char** argv) {
       if (*plan_delete) return cli::RunPlanDelete(host, plan);
       return cli::RunScopeSet(host, scope);
     } catch (const std::exception& e) {
-      std::cerr << "mrpcalc: " << e.what() << "\n";
-      return 1;
+      return Failed(e);
     }
   }
   if (*serve_cmd || *token_cmd) {
@@ -765,8 +773,7 @@ int main(int argc, char** argv) {
                                  std::to_string(serve.max_body)},
                                 true);
     } catch (const std::exception& e) {
-      std::cerr << "mrpcalc: " << e.what() << "\n";
-      return 1;
+      return Failed(e);
     }
   }
   if (*call) return RunCall(prog_id, method, call_dsn, call_args);
@@ -777,20 +784,14 @@ int main(int argc, char** argv) {
       RunMrp(mrp, MakeStandaloneHost(HostConfig::FromEnvironment()));
       return 0;
     } catch (const std::exception& e) {
-      std::cerr << "mrpcalc: " << e.what() << "\n";
-      return 1;
+      return Failed(e);
     }
   }
   try {
     if (*init) return RunInit(dsn, demo, replace);
     if (*demo_cmd) return RunDemo(demo_dsn);
-  } catch (const Error& e) {
-    std::cerr << "mrpcalc: " << e.what() << "\n";
-    if (!e.context().empty()) std::cerr << e.context() << "\n";
-    return 1;
   } catch (const std::exception& e) {
-    std::cerr << "mrpcalc: " << e.what() << "\n";
-    return 1;
+    return Failed(e);
   }
   return 0;
 }
