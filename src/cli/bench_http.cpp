@@ -29,11 +29,11 @@ int RunHttpBench(const std::string& dsn, int clients, int requests) {
     db::Transaction tx(*c);
     token = http::CreateToken(*c, 1);
     tx.Commit();
-    const auto demand = mrp::SelectDemand(*c, {}, kTranProductionTask);
-    Json filter = {{"SubID", "SC"}, {"Expand", 1}, {"SourceData", ToJson(Variant(demand.source))}};
-    for (const char* key : {"NowStock", "SaveStock", "Moving", "UnSale", "Producing", "Produc"})
-      filter[key] = 1;
-    args = Json::array({ToJson(Variant(demand.lines)), filter, "", "", 1, 1});
+    // The same request as `mrpcalc bench request` writes for `call`.
+    const mrp::ReportRequest request = mrp::BenchReportRequest();
+    const auto [lines, filter] = mrp::ArgumentsOf(*c, request);
+    args = Json::array({ToJson(Variant(lines)), ToJson(Variant(filter)), "", request.warehouses,
+                        request.user, request.form});
   }
   const std::string body = Json{{"args", args}}.dump();
   const std::string path = "/api/call/ZUVMMrpCalculate.MrpDataInfo/GetMrpReportData";

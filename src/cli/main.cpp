@@ -75,24 +75,16 @@ void PrintOpenDemand(db::Connection& connection) {
 
 struct MrpOptions {
   std::string dsn;
-  std::vector<std::string> bills;  // sales orders and tasks, by number
-  std::string sub_id = "SC";
-  bool single_level = false;
-  bool now_stock = false, save_stock = false, moving = false, unsale = false, producing = false,
-       produc = false, mid_stock = false, virtual_stock = false;
-  std::string warehouses;
-  int user = 1;
-  int form = 0;
+  // The command line's defaults: the administrator, form kind 0.
+  mrp::ReportRequest report = [] {
+    mrp::ReportRequest r;
+    r.user = 1;
+    r.form = 0;
+    return r;
+  }();
   std::string format = "table";
   bool peg = false;
 };
-
-// The demand of the named bills, as the MRP selection form hands it over.
-std::pair<VectorPtr, VectorPtr> DemandOf(db::Connection& c, const MrpOptions& o) {
-  const int task_code = o.sub_id == "WW" ? kTranOutsourcingTask : kTranProductionTask;
-  auto selection = mrp::SelectDemand(c, o.bills, task_code);
-  return {selection.lines, selection.source};
-}
 
 void WriteToStdout(std::string_view chunk) { std::fwrite(chunk.data(), 1, chunk.size(), stdout); }
 
@@ -125,28 +117,20 @@ void PrintReport(const VectorPtr& rows, const std::string& format) {
 
 VectorPtr RunMrp(const MrpOptions& o, const Host& host) {
   auto connection = db::Open(o.dsn);
-  auto [lines, source] = DemandOf(*connection, o);
+  const auto [lines, filter] = mrp::ArgumentsOf(*connection, o.report);
   connection.reset();
   if (lines->Count() == 0) ThrowInvalid("no open demand matches the bills given");
-  auto filter = Dictionary::Create();
-  filter->Set("SubID", o.sub_id);
-  filter->Set("Expand", int32_t{o.single_level ? 0 : 1});
-  filter->Set("SourceData", source);
-  const std::pair<const char*, bool> switches[] = {
-      {"NowStock", o.now_stock},    {"SaveStock", o.save_stock}, {"Moving", o.moving},
-      {"UnSale", o.unsale},         {"Producing", o.producing},  {"Produc", o.produc},
-      {"MidStockQty", o.mid_stock}, {"Virtual", o.virtual_stock}};
-  for (const auto& [key, on] : switches) filter->Set(key, int32_t{on ? 1 : 0});
+  const mrp::ReportRequest& r = o.report;
   MrpDataInfo info(host);
   if (!o.peg) {
     const VectorPtr rows =
-        info.GetMrpReportData(o.dsn, lines, filter, o.warehouses, o.user, o.form);
+        info.GetMrpReportData(o.dsn, lines, filter, r.warehouses, r.user, r.form);
     for (const auto& m : host.messages->messages()) std::cerr << m << "\n";
     PrintReport(rows, o.format);
     return rows;
   }
   // Each row with the demand lines behind its gross requirement.
-  const auto report = info.GetMrpReportPegged(o.dsn, lines, filter, o.warehouses, o.user, o.form);
+  const auto report = info.GetMrpReportPegged(o.dsn, lines, filter, r.warehouses, r.user, r.form);
   for (const auto& m : host.messages->messages()) std::cerr << m << "\n";
   if (o.format == "table") {
     for (int32_t i = 1; i <= report.rows->Count(); ++i) {
@@ -210,17 +194,14 @@ struct BenchRequest {
 BenchRequest MakeBenchRequest(const std::string& dsn, int form) {
   BenchRequest r;
   auto connection = db::Open(dsn);
-  auto selection = mrp::SelectDemand(*connection, {}, kTranProductionTask);
-  r.lines = selection.lines;
-  r.form = form;
-  r.filter = Dictionary::Create();
-  r.filter->Set("SubID", "SC");
-  r.filter->Set("Expand", 1);
-  r.filter->Set("SourceData", selection.source);
-  for (const char* key :
-       {"NowStock", "SaveStock", "Moving", "UnSale", "Producing", "Produc", "MidStockQty"}) {
-    r.filter->Set(key, 1);
-  }
+  mrp::ReportRequest request = mrp::BenchReportRequest();
+  request.form = form;
+  auto [lines, filter] = mrp::ArgumentsOf(*connection, request);
+  r.lines = lines;
+  r.filter = filter;
+  r.warehouses = request.warehouses;
+  r.user = request.user;
+  r.form = request.form;
   return r;
 }
 
@@ -350,13 +331,13 @@ int RunDemo(const std::string& dsn) {
   connection.reset();
   MrpOptions o;
   o.dsn = dsn;
-  o.now_stock = o.save_stock = o.moving = o.produc = true;
-  o.warehouses = "11,12,20";
-  o.form = 1;  // a planning form: nets from the gross requirement
+  o.report.now_stock = o.report.save_stock = o.report.moving = o.report.produc = true;
+  o.report.warehouses = "11,12,20";
+  o.report.form = 1;  // a planning form: nets from the gross requirement
   fmt::print(
       "\nMRP of the open sales orders and production tasks, all BOM levels, netted\n"
       "against stock in warehouses {}, safety stock, open purchases and issues:\n\n",
-      o.warehouses);
+      o.report.warehouses);
   const Host host = MakeStandaloneHost(HostConfig::FromEnvironment());
   const VectorPtr report = RunMrp(o, host);
   cli::RunDemoPurchasing(host, dsn, report);
@@ -526,26 +507,26 @@ int main(int argc, char** argv) {
   MrpOptions mrp;
   auto* mrp_cmd = app.add_subcommand("mrp", "run the MRP report on chosen sales orders and tasks");
   mrp_cmd->add_option("--dsn", mrp.dsn, "sqlite:PATH or odbc:CONNECTION-STRING")->required();
-  mrp_cmd->add_option("--bills", mrp.bills, "sales order and task numbers (default: all open)")
+  mrp_cmd->add_option("--bills", mrp.report.bills, "sales order and task numbers (default: all open)")
       ->delimiter(',');
-  mrp_cmd->add_option("--sub-id", mrp.sub_id, "task bills: SC production, WW outsourcing")
+  mrp_cmd->add_option("--sub-id", mrp.report.sub_id, "task bills: SC production, WW outsourcing")
       ->check(CLI::IsMember({"SC", "WW"}))
       ->capture_default_str();
-  mrp_cmd->add_flag("--single-level", mrp.single_level, "explode one BOM level only");
-  mrp_cmd->add_flag("--now-stock", mrp.now_stock, "subtract stock on hand");
-  mrp_cmd->add_flag("--save-stock", mrp.save_stock, "add safety stock");
-  mrp_cmd->add_flag("--moving", mrp.moving, "subtract open purchase orders");
-  mrp_cmd->add_flag("--unsale", mrp.unsale, "add open sales orders");
-  mrp_cmd->add_flag("--producing", mrp.producing, "add production in progress");
-  mrp_cmd->add_flag("--produc", mrp.produc, "subtract quantities already issued to the tasks");
-  mrp_cmd->add_flag("--mid-stock", mrp.mid_stock, "subtract stock of made parts");
-  mrp_cmd->add_flag("--virtual", mrp.virtual_stock, "count virtual warehouses as stock");
-  mrp_cmd->add_option("--warehouses", mrp.warehouses,
+  mrp_cmd->add_flag("--single-level", mrp.report.single_level, "explode one BOM level only");
+  mrp_cmd->add_flag("--now-stock", mrp.report.now_stock, "subtract stock on hand");
+  mrp_cmd->add_flag("--save-stock", mrp.report.save_stock, "add safety stock");
+  mrp_cmd->add_flag("--moving", mrp.report.moving, "subtract open purchase orders");
+  mrp_cmd->add_flag("--unsale", mrp.report.unsale, "add open sales orders");
+  mrp_cmd->add_flag("--producing", mrp.report.producing, "add production in progress");
+  mrp_cmd->add_flag("--produc", mrp.report.produc, "subtract quantities already issued to the tasks");
+  mrp_cmd->add_flag("--mid-stock", mrp.report.mid_stock, "subtract stock of made parts");
+  mrp_cmd->add_flag("--virtual", mrp.report.virtual_stock, "count virtual warehouses as stock");
+  mrp_cmd->add_option("--warehouses", mrp.report.warehouses,
                       "warehouse ids whose stock counts, e.g. 11,12");
-  mrp_cmd->add_option("--user", mrp.user, "the planner's user id (supplier rights)")
+  mrp_cmd->add_option("--user", mrp.report.user, "the planner's user id (supplier rights)")
       ->capture_default_str();
   mrp_cmd
-      ->add_option("--form", mrp.form, "form kind; 0 suggests suppliers and starts netting from 0")
+      ->add_option("--form", mrp.report.form, "form kind; 0 suggests suppliers and starts netting from 0")
       ->capture_default_str();
   mrp_cmd->add_option("--format", mrp.format, "table, csv, json or xlsx")
       ->check(CLI::IsMember({"table", "csv", "json", "xlsx"}))

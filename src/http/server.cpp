@@ -320,35 +320,34 @@ void Service::Routes() {
     if (!ParseBody(req, res, body)) return;
     try {
       if (!body.is_object()) ThrowInvalid("the body must be an object");
-      std::vector<std::string> bills;
+      mrp::ReportRequest request;
       for (const auto& b : body.value("bills", Json::array()))
-        bills.push_back(b.get<std::string>());
-      const std::string sub_id = body.value("sub_id", std::string("SC"));
-      mrp::DemandSelection selection;
+        request.bills.push_back(b.get<std::string>());
+      request.sub_id = body.value("sub_id", std::string("SC"));
+      request.single_level = body.value("single_level", false);
+      const Json switches = body.value("switches", Json::object());
+      request.now_stock = switches.value("NowStock", false);
+      request.save_stock = switches.value("SaveStock", false);
+      request.moving = switches.value("Moving", false);
+      request.unsale = switches.value("UnSale", false);
+      request.producing = switches.value("Producing", false);
+      request.produc = switches.value("Produc", false);
+      request.mid_stock = switches.value("MidStockQty", false);
+      request.virtual_stock = switches.value("Virtual", false);
+      request.warehouses = body.value("warehouses", std::string());
+      request.form = body.value("form", 1);
+      const Host host = RequestHost();
+      request.user = body.contains("user") ? Variant(FromJson(body["user"])).ToLong() : request_user;
+      EnsureMayActFor(host, "user", request.user);
+      mrp::ReportArguments arguments;
       {
         PooledSession c(*pool_, options_.dsn);
-        selection = mrp::SelectDemand(
-            *c, bills, sub_id == "WW" ? kTranOutsourcingTask : kTranProductionTask);
+        arguments = mrp::ArgumentsOf(*c, request);
       }
-      if (selection.lines->Count() == 0) ThrowInvalid("no open demand matches the bills given");
-      auto filter = Dictionary::Create();
-      filter->Set("SubID", sub_id);
-      filter->Set("Expand", int32_t{body.value("single_level", false) ? 0 : 1});
-      filter->Set("SourceData", selection.source);
-      const Json switches = body.value("switches", Json::object());
-      for (const char* key : {"NowStock", "SaveStock", "Moving", "UnSale", "Producing", "Produc",
-                              "MidStockQty", "Virtual"}) {
-        filter->Set(key, int32_t{switches.value(key, false) ? 1 : 0});
-      }
-      const int form = body.value("form", 1);
-      const Host host = RequestHost();
-      const int32_t user = body.contains("user") ? Variant(FromJson(body["user"])).ToLong()
-                                                 : request_user;
-      EnsureMayActFor(host, "user", user);
+      if (arguments.lines->Count() == 0) ThrowInvalid("no open demand matches the bills given");
       MrpDataInfo info(host);
-      const auto report =
-          info.GetMrpReportPegged(options_.dsn, selection.lines, filter,
-                                  body.value("warehouses", std::string()), user, form);
+      const auto report = info.GetMrpReportPegged(options_.dsn, arguments.lines, arguments.filter,
+                                                  request.warehouses, request.user, request.form);
       std::string out = "{\n  \"rows\": ";
       JsonWriter w([&](std::string_view chunk) { out.append(chunk); });
       CheckJsonText(Variant(report.rows));

@@ -97,4 +97,30 @@ DemandSelection SelectDemand(Connection& connection, const std::vector<std::stri
   return out;
 }
 
+ReportArguments ArgumentsOf(Connection& connection, const ReportRequest& r) {
+  const int task_code = r.sub_id == "WW" ? kTranOutsourcingTask : kTranProductionTask;
+  DemandSelection selection = SelectDemand(connection, r.bills, task_code);
+  ReportArguments out{selection.lines, Dictionary::Create()};
+  out.filter->Set("SubID", r.sub_id);
+  out.filter->Set("Expand", int32_t{r.single_level ? 0 : 1});
+  out.filter->Set("SourceData", selection.source);
+  const std::pair<const char*, bool> switches[] = {
+      {"NowStock", r.now_stock},    {"SaveStock", r.save_stock}, {"Moving", r.moving},
+      {"UnSale", r.unsale},         {"Producing", r.producing},  {"Produc", r.produc},
+      {"MidStockQty", r.mid_stock}, {"Virtual", r.virtual_stock}};
+  for (const auto& [key, on] : switches) {
+    if (on) out.filter->Set(key, int32_t{1});
+  }
+  return out;
+}
+
+ReportRequest BenchReportRequest() {
+  ReportRequest r;
+  r.now_stock = r.save_stock = r.moving = r.unsale = r.producing = r.produc = r.mid_stock = true;
+  r.warehouses = "1";
+  r.user = 1;
+  r.form = 1;
+  return r;
+}
+
 }  // namespace mrpcalc::mrp

@@ -46,4 +46,31 @@ struct DemandSelection {
 DemandSelection SelectDemand(db::Connection& connection, const std::vector<std::string>& bills,
                              int task_code);
 
+// What a caller asks the MRP report for, in one form whatever the door: the
+// command line, the HTTP service and the benchmarks.
+struct ReportRequest {
+  std::vector<std::string> bills;  // sales orders and tasks by number; none: all open demand
+  std::string sub_id = "SC";       // the task kind: "SC" production, "WW" outsourcing
+  bool single_level = false;
+  // The netting switches.
+  bool now_stock = false, save_stock = false, moving = false, unsale = false;
+  bool producing = false, produc = false, mid_stock = false, virtual_stock = false;
+  std::string warehouses;  // sStockKey
+  int32_t user = 0;
+  int form = 1;  // FrmType
+};
+
+// GetMrpReportData's demand lines and filter for a request: SubID, Expand,
+// the selected source rows, and each switch that is on.
+struct ReportArguments {
+  VectorPtr lines;
+  DictionaryPtr filter;
+};
+ReportArguments ArgumentsOf(db::Connection& connection, const ReportRequest& request);
+
+// The benchmarks' request: all open demand, production tasks, every BOM
+// level, every netting switch but virtual warehouses, stock of warehouse 1,
+// the administrator, form kind 1.
+ReportRequest BenchReportRequest();
+
 }  // namespace mrpcalc::mrp
