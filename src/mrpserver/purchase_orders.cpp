@@ -153,13 +153,12 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
       if (l.aux_unit_id == 0) l.aux_unit_id = l.unit_id;
     }
 
-    // The order date as given: without one, the zero date 1899-12-30.
     PurchaseOrderWriter orders(c, *host_.numbering);
     OrderLineWriter entry(c);
     for (int32_t supplier : suppliers) {
       OrderHeader header;
       header.supplier = supplier;
-      header.date = g_dteSysDate;
+      header.date = g_dteSysDate;  // without one, the zero date 1899-12-30
       header.currency = currency;
       header.biller = BillerID;
       const int32_t inter_id = orders.Header(header);

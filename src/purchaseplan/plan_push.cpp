@@ -15,7 +15,6 @@ namespace {
 
 using Row = std::vector<Variant>;
 
-
 // A purchase order line to make, and the plan lines behind it.
 struct PushLine {
   std::string key;
@@ -75,16 +74,14 @@ void ReadPushLines(const VectorPtr& rows, std::vector<PushLine>& lines,
       ThrowInvalid(at + " has no \"EntryDataVct\": give the plan lines behind the order line"
                         " (an empty list when there are none)");
     }
-    {
-      for (size_t k = 0; k < entries->rows().size(); ++k) {
-        const Dictionary& e = *entries->rows()[k];
-        const std::string in = "EntryDataVct row " + std::to_string(k + 1) + " of " + at;
-        parts.push_back({TextValue(e.Get("FKey")),
-                         IntValue(e.Get("FInterID"), Where("FInterID", in)),
-                         IntValue(e.Get("FEntryID"), Where("FEntryID", in)),
-                         IntValue(e.Get("FItemID"), Where("FItemID", in)),
-                         RoundDecimal(NumberValue(e.Get("FPushQty"), Where("FPushQty", in)))});
-      }
+    for (size_t k = 0; k < entries->rows().size(); ++k) {
+      const Dictionary& e = *entries->rows()[k];
+      const std::string in = "EntryDataVct row " + std::to_string(k + 1) + " of " + at;
+      parts.push_back({TextValue(e.Get("FKey")),
+                       IntValue(e.Get("FInterID"), Where("FInterID", in)),
+                       IntValue(e.Get("FEntryID"), Where("FEntryID", in)),
+                       IntValue(e.Get("FItemID"), Where("FItemID", in)),
+                       RoundDecimal(NumberValue(e.Get("FPushQty"), Where("FPushQty", in)))});
     }
     lines.push_back(std::move(l));
   }
