@@ -4,14 +4,12 @@
 #include "mrpserver/mrp_data_server.h"
 #include "record/column_value.h"
 #include "record/text.h"
+#include "services/base_data_repository.h"
 #include "services/messages.h"
+#include "services/profile.h"
 #include "services/rights.h"
 
 namespace mrpcalc {
-namespace {
-
-
-}  // namespace
 
 bool MrpDataServer::CheckBOMExist(const std::string& dsn, const std::string& strID,
                                   int32_t intSize) {
@@ -19,42 +17,32 @@ bool MrpDataServer::CheckBOMExist(const std::string& dsn, const std::string& str
     std::vector<int32_t> ids = db::ParseIdList(strID, "item list strID");
     if (ids.empty()) ThrowInvalid("item list strID is empty: give the ids of the items to check");
     // Bills are counted, not items: an item with two bills in use counts twice.
-    double bills = 0;
-    db::QueryIn(c, ids, "select count(*) from ICBOM where FUseStatus = ? and FItemID in (%IDS%)",
-                [&](std::vector<Variant>& r) { bills += r[0].ToDouble(); }, {kBomInUse});
-    return bills == intSize;
+    return repo::BillsInUse(c, ids) == intSize;
   });
 }
 
 bool MrpDataServer::IsBOMParent(const std::string& dsn, int32_t lItemID) {
   return Run(dsn, [&](db::Connection& c) {
-    return !c.Query("select 1 from ICBOM where FUseStatus = ? and FItemID = ?",
-                    {kBomInUse, lItemID})
-                ->Eof();
+    return repo::HasBillInUse(c, lItemID);
   });
 }
 
 std::string MrpDataServer::GetSupplierNameByNumber(const std::string& dsn,
                                                    const std::string& sNumber) {
   return Run(dsn, [&](db::Connection& c) {
-    auto rs = c.Query("select FName from t_Supplier where " + c.dialect().TextIs("FNumber") +
-                          " and FDeleted = 0 order by FItemID",
-                      {FoldKey(sNumber)});
-    if (rs->Eof()) {
+    const auto supplier = repo::LiveSupplier(c, sNumber);
+    if (!supplier) {
       throw Error(ErrorCategory::kNotFound, "no supplier with the code \"" + sNumber +
                                                 "\" (deleted suppliers are not found)");
     }
-    return TextValue(rs->Field("FName"));
+    return supplier->name;
   });
 }
 
 Variant MrpDataServer::getSysInfo(const std::string& dsn, const std::string& sCategory,
                                   const std::string& sKey) {
   return Run(dsn, [&](db::Connection& c) {
-    const db::Dialect& d = c.dialect();
-    return c.QueryValue("select FValue from t_SystemProfile where " + d.TextIs("FCategory") +
-                            " and " + d.TextIs("FKey"),
-                        {FoldKey(sCategory), FoldKey(sKey)});
+    return SystemProfileValue(c, sCategory, sKey);
   });
 }
 
@@ -65,23 +53,16 @@ bool MrpDataServer::IsSupplierright(const std::string& dsn, const std::string& s
     if (r.administrator) return true;
     if (!r.group_right) return false;
     if (!r.data_rights) return true;
-    bool named = false;
-    c.QueryRows("select FRightUserID from t_Supplier where " + c.dialect().TextIs("FNumber"),
-                {FoldKey(sNumber)},
-                [&](std::vector<Variant>& row) {
-                  named = named || RightsTextNamesUser(TextValue(row[0]), UserID);
-                });
-    return named;
+    for (const std::string& text : repo::SupplierRightsTexts(c, sNumber)) {
+      if (RightsTextNamesUser(text, UserID)) return true;
+    }
+    return false;
   });
 }
 
 bool MrpDataServer::IsMustInput(const std::string& dsn) {
   return Run(dsn, [&](db::Connection& c) {
-    const db::Dialect& d = c.dialect();
-    return !c.Query("select FMustInput from ICTemplateEntry where " + d.CaseFolded("FID") +
-                    " = 'p02' and " + d.CaseFolded("FFieldName") +
-                    " = 'fauxpropid' and FMustInput = 1")
-                ->Eof();
+    return repo::AuxPropertyMustBeInput(c);
   });
 }
 
@@ -90,10 +71,7 @@ std::string MrpDataServer::checkMustInput(const std::string& dsn, int32_t i, con
   return Run(dsn, [&](db::Connection& c) -> std::string {
     if (!Trim(TextValue(AuxPropID)).empty()) return {};
     const int32_t item = QuotedIntValue(itemID, "itemID");
-    if (c.Query("select FAuxClassID from t_ICItem where FAuxClassID > 0 and FItemID = ?", {item})
-            ->Eof()) {
-      return {};
-    }
+    if (!repo::HasAuxClass(c, item)) return {};
     Messages messages(host_.login, host_.resources);
     return messages.LoadResText("第", kSpacingAfter) + std::to_string(i) +
            messages.LoadResText("行，物料【", kSpacingNone) + TextValue(itemCode) +

@@ -6,9 +6,12 @@
 #include <set>
 
 #include "mrpserver/mrp_data_server.h"
+#include "mrpserver/source_repository.h"
 #include "record/column_value.h"
 #include "record/text.h"
 #include "schema/erp_schema.h"
+#include "services/base_data_repository.h"
+#include "services/order_repository.h"
 #include "services/profile.h"
 #include "services/purchase_lines.h"
 
@@ -18,7 +21,6 @@ namespace {
 using Row = std::vector<Variant>;
 
 
-OptNum Num(const Variant& v) { return v.IsNull() || v.IsEmpty() ? OptNum() : OptNum(v.ToDouble()); }
 
 std::string Where(const char* key, size_t row) {
   return std::string("\"") + key + "\" of vctListData row " + std::to_string(row);
@@ -51,16 +53,12 @@ class LineNumbers {
 // The orders with their supplier's name, by interior id.
 VectorPtr OrdersByInterId(db::Connection& c, const std::vector<int32_t>& ids) {
   auto out = Vector::Create();
-  std::vector<std::string> labels;
   const KeyList keys = MakeKeyList({"FSupplyName", "FBillNO", "FInterID", "FDate"});
-  db::QueryIn(c, ids,
-              "select (select FName from t_Supplier where FItemID = POOrder.FSupplyID),"
-              " FBillNo, FInterID, FDate from POOrder where FInterID in (%IDS%) order by FInterID",
-              [&](Row& r) {
-                auto row = Dictionary::Create(keys);
-                for (size_t i = 0; i < r.size(); ++i) row->SetAt(i, std::move(r[i]));
-                out->Add(row);
-              });
+  for (auto& r : repo::OrderSummaries(c, ids)) {
+    auto row = Dictionary::Create(keys);
+    for (size_t i = 0; i < r.size(); ++i) row->SetAt(i, std::move(r[i]));
+    out->Add(row);
+  }
   return out;
 }
 
@@ -143,11 +141,8 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
     if (suppliers.empty()) return nullptr;
 
     // The purchase unit: the item's order unit, else the line's own unit.
-    std::map<int32_t, int32_t> order_unit;
-    db::QueryIn(c, std::vector<int32_t>(items.begin(), items.end()),
-                "select FItemID, FOrderUnitID from t_ICItem where FItemID in (%IDS%)", [&](Row& r) {
-                  order_unit.emplace(r[0].ToLong(), r[1].IsNull() ? 0 : r[1].ToLong());
-                });
+    const std::map<int32_t, int32_t> order_unit =
+        repo::OrderUnits(c, std::vector<int32_t>(items.begin(), items.end()));
     for (auto& l : lines) {
       if (auto u = order_unit.find(l.item_id); u != order_unit.end()) l.aux_unit_id = u->second;
       if (l.aux_unit_id == 0) l.aux_unit_id = l.unit_id;
@@ -178,12 +173,7 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
 RecordSetPtr MrpDataServer::getPOOrderBills(const std::string& dsn) {
   return Run(dsn, [&](db::Connection& c) {
     std::vector<std::string> columns;
-    std::vector<Row> rows;
-    c.QueryRows(
-        "select u1.FEntryID, v1.* from POOrder v1"
-        " inner join POOrderEntry u1 on v1.FInterID = u1.FInterID"
-        " order by v1.FInterID, u1.FEntryID",
-        {}, [&](Row& r) { rows.push_back(std::move(r)); }, &columns);
+    std::vector<Row> rows = repo::AllOrderLines(c, columns);
     for (auto& label : columns) label = Spelled(label, {"POOrder"});
     return std::make_shared<RecordSet>(std::move(columns), std::move(rows));
   });
@@ -192,10 +182,8 @@ RecordSetPtr MrpDataServer::getPOOrderBills(const std::string& dsn) {
 bool MrpDataServer::CheckCreditDegrees(const std::string& dsn, const VectorPtr& vctListData,
                                        std::string& strCheckType, std::string& SupplyName) {
   return Run(dsn, [&](db::Connection& c) {
-    const db::Dialect& d = c.dialect();
-    auto rs = c.Query("select FValue from t_SystemProfile where " + d.CaseFolded("FCategory") +
-                      " = 'ic' and " + d.CaseFolded("FKey") + " = 'creditdegreecg'");
-    if (!rs->Eof()) strCheckType = TextValue(rs->Field("FValue"));
+    const Variant check = SystemProfileValue(c, "ic", "creditdegreecg");
+    if (!check.IsEmpty()) strCheckType = TextValue(check);
     if (strCheckType != "1") return true;
 
     // The batch's amount per supplier, net of discount and of tax.
@@ -217,22 +205,13 @@ bool MrpDataServer::CheckCreditDegrees(const std::string& dsn, const VectorPtr& 
     }
     std::vector<int32_t> ids;
     for (const auto& [id, sum] : amount) ids.push_back(id);
-    struct Limit {
-      OptNum credit;
-      std::string number, name;
-    };
-    std::map<int32_t, Limit> limits;
-    db::QueryIn(c, ids,
-                "select FItemID, FCreditDegree, FNumber, FName from t_Supplier"
-                " where FItemID in (%IDS%) order by FItemID",
-                [&](Row& r) {
-                  limits.emplace(r[0].ToLong(), Limit{Num(r[1]), TextValue(r[2]), TextValue(r[3])});
-                });
+    const std::map<int32_t, repo::SupplierCredit> limits = repo::SupplierCredits(c, ids);
     std::string over;
     for (const auto& [id, sum] : amount) {
       auto it = limits.find(id);
-      if (it == limits.end() || !it->second.credit) continue;
-      const double credit = *it->second.credit;
+      if (it == limits.end() || it->second.credit.IsNull() || it->second.credit.IsEmpty())
+        continue;
+      const double credit = it->second.credit.ToDouble();
       if (RoundDecimal(sum) > credit && credit > 0) {
         over += it->second.name + "[" + it->second.number + "]、";
       }
@@ -292,60 +271,43 @@ void MrpDataServer::UpdateBillStockFinishQty(const std::string& dsn, const Vecto
       const double k = coefficient.ToDouble();
       return RoundDecimal(qty / (k == 0 ? 1 : k));
     };
-    const char* tables[] = {"ICMO", "ICOutMO"};
+    const int32_t task_types[] = {kTranProductionTask, kTranOutsourcingTask};
     for (int t = 0; t < 2; ++t) {
       if (tasks[t].empty()) continue;
       std::vector<std::string> bills;
       for (const auto& [bill, q] : tasks[t]) bills.push_back(bill);
       std::vector<std::pair<int32_t, Variant>> updates;
-      db::QueryIn(c, bills,
-                  std::string("select v.FInterID, v.FBillNo, t_M.FCoefficient from ") + tables[t] +
-                      " v inner join t_MeasureUnit t_M on t_M.FMeasureUnitID = v.FUnitID"
-                      " where " + c.dialect().CaseFolded("v.FBillNo") + " in (%IDS%)",
-                  [&](Row& r) {
-                    Variant total = 0.0;
-                    for (double q : tasks[t][FoldKey(TextValue(r[1]))]) {
-                      const Variant part = per_unit(q, r[2]);
-                      total = part.IsNull() || total.IsNull()
-                                  ? Variant::Null()
-                                  : Variant(total.ToDouble() + part.ToDouble());
-                    }
-                    updates.emplace_back(r[0].ToLong(), total);
-                  });
-      auto update = c.Prepare(std::string("update ") + tables[t] +
-                              " set FStockFinishQty = FStockFinishQty + ? where FInterID = ?");
-      for (const auto& [id, add] : updates) update->Execute({add, id});
+      for (const repo::TaskUnit& task : repo::TasksByBillNumber(c, task_types[t], bills)) {
+        Variant total = 0.0;
+        for (double q : tasks[t][FoldKey(task.bill_no)]) {
+          const Variant part = per_unit(q, task.coefficient);
+          total = part.IsNull() || total.IsNull() ? Variant::Null()
+                                                  : Variant(total.ToDouble() + part.ToDouble());
+        }
+        updates.emplace_back(task.inter_id, total);
+      }
+      repo::AddTaskFinished(c, task_types[t], updates);
     }
     if (!sales.empty()) {
       std::set<int32_t> orders;
       for (const auto& [key, q] : sales) orders.insert(key.first);
       std::vector<std::tuple<int32_t, int32_t, Variant, double>> updates;
-      db::QueryIn(c, std::vector<int32_t>(orders.begin(), orders.end()),
-                  "select u.FInterID, u.FEntryID, t_M.FCoefficient from SEOrderEntry u"
-                  " inner join t_MeasureUnit t_M on t_M.FMeasureUnitID = u.FUnitID"
-                  " where u.FInterID in (%IDS%)",
-                  [&](Row& r) {
-                    auto it = sales.find({r[0].ToLong(), r[1].ToLong()});
-                    if (it == sales.end()) return;
-                    // Each row set the finished figure from the base figure
-                    // before it: the last row's share, on top of the others.
-                    double before_last = 0, all = 0;
-                    for (size_t k = 0; k < it->second.size(); ++k) {
-                      all += it->second[k];
-                      if (k + 1 < it->second.size()) before_last += it->second[k];
-                    }
-                    const Variant last = per_unit(it->second.back(), r[2]);
-                    updates.emplace_back(
-                        r[0].ToLong(), r[1].ToLong(),
-                        last.IsNull() ? last : Variant(before_last + last.ToDouble()), all);
-                  });
-      auto update = c.Prepare(
-          "update SEOrderEntry set FStockFinishQty = FBaseUnitStockFinishQty + ?,"
-          " FBaseUnitStockFinishQty = FBaseUnitStockFinishQty + ? where FInterID = ? and FEntryID "
-          "= ?");
-      for (const auto& [inter, entry, finished, base] : updates) {
-        update->Execute({finished, base, inter, entry});
+      for (const repo::SalesLineUnit& line :
+           repo::SalesLineUnits(c, std::vector<int32_t>(orders.begin(), orders.end()))) {
+        auto it = sales.find({line.inter_id, line.entry_id});
+        if (it == sales.end()) continue;
+        // Each row set the finished figure from the base figure before
+        // it: the last row's share, on top of the others.
+        double before_last = 0, all = 0;
+        for (size_t k = 0; k < it->second.size(); ++k) {
+          all += it->second[k];
+          if (k + 1 < it->second.size()) before_last += it->second[k];
+        }
+        const Variant last = per_unit(it->second.back(), line.coefficient);
+        updates.emplace_back(line.inter_id, line.entry_id,
+                             last.IsNull() ? last : Variant(before_last + last.ToDouble()), all);
       }
+      repo::AddSalesLineFinished(c, updates);
     }
   });
 }

@@ -5,6 +5,8 @@
 
 #include "frame/props.h"
 #include "mrpserver/mrp_data_server.h"
+#include "mrpserver/source_repository.h"
+#include "mrpserver/stock_repository.h"
 #include "record/column_value.h"
 #include "record/text.h"
 #include "services/rights.h"
@@ -47,42 +49,11 @@ enum Col {
   kPriceDecimal
 };
 
-// Line columns as the three queries select them, stock left out; the open
-// quantity is floored at 0.
-constexpr const char* kSalesSql =
-    "select v1.FTranType, v1.FBillNo, u1.FItemID, u1.FAuxPropID, t2.FName, u1.FAuxQty,"
-    " u1.FInterID, u1.FEntryID, t1.FName, t1.FNumber, t1.FModel, t1.FUnitID, u1.FUnitID,"
-    " (select FName from t_MeasureUnit where FMeasureUnitID = t1.FUnitID),"
-    " case when u1.FQty - u1.FBaseUnitStockFinishQty > 0"
-    "  then u1.FQty - u1.FBaseUnitStockFinishQty else 0 end,"
-    " t1.FQtyDecimal, t1.FPriceDecimal"
-    " from SEOrderEntry u1 inner join SEOrder v1 on u1.FInterID = v1.FInterID"
-    " inner join t_ICItem t1 on u1.FItemID = t1.FItemID"
-    " left join t_AuxItem t2 on u1.FAuxPropID = t2.FItemID"
-    " where t1.FErpClsID <> 1 and u1.FInterID in (%IDS%)";
-
-std::string TaskSql(const char* table) {
-  return std::string(
-             "select v1.FTranType, v1.FBillNo, v1.FItemID, v1.FAuxPropID, t2.FName, v1.FAuxQty,"
-             " v1.FInterID, 0, t1.FName, t1.FNumber, t1.FModel, t1.FUnitID, v1.FUnitID,"
-             " (select FName from t_MeasureUnit where FMeasureUnitID = t1.FUnitID),"
-             " case when v1.FQty - v1.FStockFinishQty * coalesce(t_M.FCoefficient, 1) > 0"
-             "  then v1.FQty - v1.FStockFinishQty * coalesce(t_M.FCoefficient, 1) else 0 end,"
-             " t1.FQtyDecimal, t1.FPriceDecimal from ") +
-         table +
-         " v1 inner join t_ICItem t1 on v1.FItemID = t1.FItemID"
-         " left join t_AuxItem t2 on v1.FAuxPropID = t2.FItemID"
-         " inner join t_MeasureUnit t_M on t_M.FMeasureUnitID = v1.FUnitID"
-         " where v1.FInterID in (%IDS%)";
-}
-
 Variant Num(const Variant& v) { return v.IsNull() ? v : Variant(v.ToDouble()); }
 Variant Int(const Variant& v) { return v.IsNull() ? v : Variant(v.ToLong()); }
 
-struct Stock {
-  double all = 0, actual = 0;
-};
-using StockKey = std::pair<int32_t, int32_t>;  // item, auxiliary property
+using Stock = repo::StockOnHand;
+using StockKey = repo::ItemProperty;
 
 // The line as a selection row: the query's 17 columns with the stock of
 // its item and property put in.
@@ -154,12 +125,11 @@ std::string MrpDataServer::VirtualStockOf(db::Connection& c) {
   }
   const bool filtered = DataRightsApply(user, kDataRightWarehouses);
   std::string out;
-  c.QueryRows("select FItemID, FRightUserID from t_Stock where FTypeID = ? order by FItemID",
-              {kVirtualWarehouse}, [&](std::vector<Variant>& r) {
-                if (filtered && !RightsTextNamesUser(TextValue(r[1]), user)) return;
-                if (!out.empty()) out += ",";
-                out += r[0].ToText();
-              });
+  for (const auto& [id, rights_text] : repo::VirtualStocks(c)) {
+    if (filtered && !RightsTextNamesUser(rights_text, user)) continue;
+    if (!out.empty()) out += ",";
+    out += std::to_string(id);
+  }
   return out;
 }
 
@@ -199,30 +169,20 @@ VectorPtr MrpDataServer::GetSelectData(const std::string& dsn, const VectorPtr& 
 
     // Stock of the listed warehouses per item and property, and the same
     // without virtual warehouses.
-    std::map<StockKey, Stock> stock;
-    db::QueryIn(c, warehouses,
-                "select ven.FItemID, ven.FAuxPropID, sum(ven.FQty),"
-                " sum(case when s.FTypeID <> ? then ven.FQty else 0 end)"
-                " from ICInventory ven inner join t_Stock s on ven.FStockID = s.FItemID"
-                " where ven.FStockID in (%IDS%) group by ven.FItemID, ven.FAuxPropID",
-                [&](std::vector<Variant>& r) {
-                  if (r[0].IsNull() || r[1].IsNull()) return;
-                  stock[{r[0].ToLong(), r[1].ToLong()}] = {r[2].ToDouble(), r[3].ToDouble()};
-                },
-                {kVirtualWarehouse});
+    const std::map<StockKey, Stock> stock = repo::StockIn(c, warehouses);
 
     std::map<std::pair<int32_t, int32_t>, DictionaryPtr> sales_lines;  // inter, entry
     std::map<std::pair<int32_t, int32_t>, DictionaryPtr> tasks;        // type, inter
-    db::QueryIn(c, std::vector<int32_t>(sales.begin(), sales.end()), kSalesSql,
-                [&](std::vector<Variant>& r) {
-                  sales_lines[{r[6].ToLong(), r[7].ToLong()}] = LineRow(r, stock);
-                });
-    for (auto [type, ids, table] : {std::tuple{kProductionTask, &production, "ICMO"},
-                                    std::tuple{kOutsourcingTask, &outsourcing, "ICOutMO"}}) {
-      db::QueryIn(c, std::vector<int32_t>(ids->begin(), ids->end()), TaskSql(table),
-                  [&, type = type](std::vector<Variant>& r) {
-                    tasks[{type, r[6].ToLong()}] = LineRow(r, stock);
-                  });
+    repo::SalesLinesToSelect(c, std::vector<int32_t>(sales.begin(), sales.end()),
+                             [&](std::vector<Variant>& r) {
+                               sales_lines[{r[6].ToLong(), r[7].ToLong()}] = LineRow(r, stock);
+                             });
+    for (auto [type, ids] : {std::pair{kProductionTask, &production},
+                             std::pair{kOutsourcingTask, &outsourcing}}) {
+      repo::TasksToSelect(c, type, std::vector<int32_t>(ids->begin(), ids->end()),
+                          [&, type = type](std::vector<Variant>& r) {
+                            tasks[{type, r[6].ToLong()}] = LineRow(r, stock);
+                          });
     }
 
     // Each pick selects its line (or task); a pick of another type narrows
@@ -272,23 +232,10 @@ VectorPtr MrpDataServer::GetSelectData(const std::string& dsn, const VectorPtr& 
       }
     }
     if (net) {
-      std::map<StockKey, double> on_hand;
-      auto take = [&](std::vector<Variant>& r) {
-        if (!r[0].IsNull() && !r[1].IsNull())
-          on_hand[{r[0].ToLong(), r[1].ToLong()}] = r[2].ToDouble();
-      };
-      const char* sum =
-          "select ven.FItemID, ven.FAuxPropID, sum(ven.FQty) from ICInventory ven"
-          " inner join t_Stock s on ven.FStockID = s.FItemID";
-      if (Trim(netting_list).empty()) {
-        c.QueryRows(std::string(sum) + " group by ven.FItemID, ven.FAuxPropID", {}, take);
-      } else {
-        db::QueryIn(c, db::ParseIdList(netting_list, "warehouse list"),
-                    std::string(sum) +
-                        " where ven.FStockID in (%IDS%)"
-                        " group by ven.FItemID, ven.FAuxPropID",
-                    take);
-      }
+      std::map<StockKey, double> on_hand =
+          Trim(netting_list).empty()
+              ? repo::OnHand(c, std::nullopt)
+              : repo::OnHand(c, db::ParseIdList(netting_list, "warehouse list"));
       for (const auto& r : result->rows()) {
         const Variant& item = r->value(kItemID);
         const Variant& prop = r->value(kAuxPropID);

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <map>
 
+#include "mrpserver/form_option_repository.h"
 #include "mrpserver/mrp_data_server.h"
+#include "mrpserver/stock_repository.h"
 #include "record/column_value.h"
 #include "record/text.h"
 #include "services/rights.h"
@@ -11,52 +13,7 @@
 namespace mrpcalc {
 namespace {
 
-using Row = std::vector<Variant>;
-
-
-// A warehouse (t_Item of class 5) with what t_Stock says of it.
-struct Warehouse {
-  int32_t id = 0;
-  std::string number, name;
-  int32_t level = 0, detail = 0;
-  int32_t stock_parent = 0;  // t_Stock.FParentID, 0 when none
-  bool is_virtual = false;   // t_Stock.FTypeID is 502
-  std::string right_users;
-  std::string Entry() const { return number + " - " + name; }
-};
-
-// A user's stored scope of a form: the user id is text in ICMrpStockPlan,
-// and it and the sub-id compare as the server compares text (bind the
-// sub-id through FoldKey).
-std::string ScopeKey(db::Connection& c) {
-  const db::Dialect& d = c.dialect();
-  return d.TextIs("FUserID") + " and FFrmType = ? and " + d.TextIs("FSubID");
-}
-
-std::string HideColumns(db::Connection& c) {
-  return c.dialect().CaseFolded("FKey") + " = 'hidecolumns'";
-}
-
-std::vector<Warehouse> LoadWarehouses(db::Connection& c) {
-  std::vector<Warehouse> out;
-  c.QueryRows(
-      "select a.FItemID, a.FNumber, a.FName, a.FLevel, a.FDetail, b.FParentID, b.FTypeID,"
-      " a.FRightUserID from t_Item a left join t_Stock b on a.FItemID = b.FItemID"
-      " where a.FItemClassID = ? order by a.FItemID",
-      {kWarehouseClass}, [&](Row& r) {
-        Warehouse w;
-        w.id = r[0].ToLong();
-        w.number = TextValue(r[1]);
-        w.name = TextValue(r[2]);
-        w.level = r[3].IsNull() ? 0 : r[3].ToLong();
-        w.detail = r[4].IsNull() ? 0 : r[4].ToLong();
-        w.stock_parent = r[5].IsNull() ? 0 : r[5].ToLong();
-        w.is_virtual = !r[6].IsNull() && r[6].ToLong() == kVirtualWarehouse;
-        w.right_users = TextValue(r[7]);
-        out.push_back(std::move(w));
-      });
-  return out;
-}
+using repo::Warehouse;
 
 std::string DropLastComma(std::string text) {
   if (!text.empty() && text.back() == ',') text.pop_back();
@@ -147,19 +104,14 @@ RecordSetPtr MrpDataServer::GetItemStock(const std::string& dsn, int32_t TypeID,
   return Run(dsn, [&](db::Connection& c) -> RecordSetPtr {
     const UserRights rights = RightsOf(c, UserID, kDataRightWarehouses);
     if (rights.SeesNothing()) return nullptr;
-    std::vector<Row> rows;
-    c.QueryRows(
-        "select a.FItemID, a.FName, a.FNumber, a.FParentID, a.FDetail, a.FDeleted, b.FTypeID,"
-        " a.FRightUserID from t_Item a left join t_Stock b on a.FItemID = b.FItemID"
-        " where a.FItemClassID = ? and a.FItemID > 0 order by " +
-            c.dialect().CaseFolded("a.FNumber") + ", a.FItemID",
-        {TypeID}, [&](Row& r) {
-          const bool is_virtual = !r[6].IsNull() && r[6].ToLong() == kVirtualWarehouse;
-          if (!IsVirtual && is_virtual) return;
-          if (rights.Filtered() && !RightsTextNamesUser(TextValue(r[7]), UserID)) return;
-          r.pop_back();
-          rows.push_back(std::move(r));
-        });
+    std::vector<std::vector<Variant>> rows;
+    for (auto& r : repo::ItemsOfClassWithStockType(c, TypeID)) {
+      const bool is_virtual = !r[6].IsNull() && r[6].ToLong() == kVirtualWarehouse;
+      if (!IsVirtual && is_virtual) continue;
+      if (rights.Filtered() && !RightsTextNamesUser(TextValue(r[7]), UserID)) continue;
+      r.pop_back();
+      rows.push_back(std::move(r));
+    }
     return std::make_shared<RecordSet>(
         std::vector<std::string>{"FItemID", "FName", "FNumber", "FParentID", "fDetail", "FDeleted",
                                  "FTypeId"},
@@ -173,7 +125,7 @@ bool MrpDataServer::ReturnEmptyStockInfo(const std::string& dsn, int32_t UserID,
   return Run(dsn, [&](db::Connection& c) {
     const UserRights rights = RightsOf(c, UserID, kDataRightWarehouses);
     if (rights.SeesNothing()) return false;
-    const Scope s = WholeScope(LoadWarehouses(c), rights, UserID);
+    const Scope s = WholeScope(repo::Warehouses(c), rights, UserID);
     sStockStr = s.str;
     sStockKey = s.key;
     sStockInfo = s.info;
@@ -186,13 +138,8 @@ bool MrpDataServer::UpdateStockInfo(const std::string& dsn, int32_t UserID,
                                     const std::string& sStockInfo, int32_t FrmType,
                                     const std::string& sSubID) {
   return Run(dsn, [&](db::Connection& c) {
-    const std::string user = std::to_string(UserID);
-    c.Execute("delete from ICMrpStockPlan where " + ScopeKey(c),
-              {user, FrmType, FoldKey(sSubID)});
-    c.Execute(
-        "insert into ICMrpStockPlan (FUserID, FStockStr, FStockKey, FStockInfo, FFrmType,"
-        " FSubID) values (?, ?, ?, ?, ?, ?)",
-        {user, sStockStr, sStockKey, sStockInfo, FrmType, sSubID});
+    repo::DeleteScope(c, UserID, FrmType, sSubID);
+    repo::InsertScope(c, UserID, {sStockStr, sStockKey, sStockInfo}, FrmType, sSubID);
     return true;
   });
 }
@@ -202,28 +149,21 @@ bool MrpDataServer::GetStockInfo(const std::string& dsn, int32_t UserID, std::st
                                  const std::string& sSubID) {
   return Run(dsn, [&](db::Connection& c) {
     const UserRights rights = RightsOf(c, UserID, kDataRightWarehouses);
-    const std::string user = std::to_string(UserID);
-    const db::Params key = {user, FrmType, FoldKey(sSubID)};
     // A user who lost his rights loses his stored scope.
-    if (rights.SeesNothing()) {
-      c.Execute("delete from ICMrpStockPlan where " + ScopeKey(c),
-                key);
-    }
-    auto rs = c.Query(
-        "select FStockStr, FStockKey, FStockInfo from ICMrpStockPlan where " + ScopeKey(c),
-        key);
+    if (rights.SeesNothing()) repo::DeleteScope(c, UserID, FrmType, sSubID);
+    const std::optional<repo::StoredScope> stored = repo::ReadScope(c, UserID, FrmType, sSubID);
     auto clear = [&] { sStockStr = sStockKey = sStockInfo = ""; };
-    if (rs->Eof()) {
+    if (!stored) {
       clear();
       return false;
     }
-    sStockStr = TextValue(rs->Field("FStockStr"));
-    sStockKey = TextValue(rs->Field("FStockKey"));
-    sStockInfo = TextValue(rs->Field("FStockInfo"));
+    sStockStr = stored->str;
+    sStockKey = stored->key;
+    sStockInfo = stored->info;
     if (Trim(sStockKey).empty() || !rights.Filtered()) return true;
 
     // Trim the stored scope to what the user may still see.
-    const std::vector<Warehouse> all = LoadWarehouses(c);
+    const std::vector<Warehouse> all = repo::Warehouses(c);
     const Scope allowed = WholeScope(all, rights, UserID);
     sStockKey = KeepAllowed(sStockKey, allowed.key);
     sStockInfo = DropLastComma(KeepAllowed(sStockInfo, allowed.info));
@@ -244,30 +184,22 @@ bool MrpDataServer::UpdateVirtualStockInfo(const std::string& dsn, int32_t TypeI
                                            std::string& sStockInfo, bool IsVirtual, int32_t FrmType,
                                            const std::string& sSubID) {
   return Run(dsn, [&](db::Connection& c) {
-    const std::string user = std::to_string(UserID);
     // Every stored scope of the form type goes; the one for sSubID is written again.
-    c.Execute("delete from ICMrpStockPlan where " + c.dialect().TextIs("FUserID") +
-                  " and FFrmType = ?",
-              {user, FrmType});
+    repo::DeleteScopesOfForm(c, UserID, FrmType);
     const UserRights rights = RightsOf(c, UserID, kDataRightWarehouses);
     if (rights.SeesNothing()) return false;
     std::string keys, infos, names;
-    c.QueryRows(
-        "select a.FItemID, a.FNumber, a.FName, a.FRightUserID from t_Item a"
-        " left join t_Stock b on a.FItemID = b.FItemID"
-        " where a.FItemClassID = ? and a.FItemID > 0 and b.FTypeID = ? order by " +
-            c.dialect().CaseFolded("a.FNumber") + ", a.FItemID",
-        {TypeID, kVirtualWarehouse}, [&](Row& r) {
-          if (rights.Filtered() && !RightsTextNamesUser(TextValue(r[3]), UserID)) return;
-          const std::string id = r[0].ToText();
-          const std::string entry = Trim(TextValue(r[1])) + " - " + Trim(TextValue(r[2]));
-          sStockKey = Without(sStockKey, id);
-          sStockInfo = Without(sStockInfo, id);
-          sStockStr = Without(sStockStr, entry);
-          keys += id + ",";
-          infos += id + ",";
-          names += entry + ",";
-        });
+    for (const Warehouse& w : repo::VirtualItemsOfClass(c, TypeID)) {
+      if (rights.Filtered() && !RightsTextNamesUser(w.right_users, UserID)) continue;
+      const std::string id = std::to_string(w.id);
+      const std::string entry = Trim(w.number) + " - " + Trim(w.name);
+      sStockKey = Without(sStockKey, id);
+      sStockInfo = Without(sStockInfo, id);
+      sStockStr = Without(sStockStr, entry);
+      keys += id + ",";
+      infos += id + ",";
+      names += entry + ",";
+    }
     if (IsVirtual && !keys.empty()) {
       keys = DropLastComma(keys);
       infos = DropLastComma(infos);
@@ -282,10 +214,7 @@ bool MrpDataServer::UpdateVirtualStockInfo(const std::string& dsn, int32_t TypeI
         sStockStr = names;
       }
     }
-    c.Execute(
-        "insert into ICMrpStockPlan (FUserID, FStockStr, FStockKey, FStockInfo, FFrmType,"
-        " FSubID) values (?, ?, ?, ?, ?, ?)",
-        {user, sStockStr, sStockKey, sStockInfo, FrmType, sSubID});
+    repo::InsertScope(c, UserID, {sStockStr, sStockKey, sStockInfo}, FrmType, sSubID);
     return true;
   });
 }
@@ -294,23 +223,17 @@ bool MrpDataServer::IsVirtualsStockKey(const std::string& dsn, std::string& sSto
   return Run(dsn, [&](db::Connection& c) {
     const auto ids = db::ParseIdList(sStockKey, "warehouse list sStockKey");
     if (ids.empty()) ThrowInvalid("warehouse list sStockKey is empty: give warehouse ids");
-    bool any = false;
-    db::QueryIn(c, ids,
-                "select a.FItemID from t_Item a left join t_Stock b on a.FItemID = b.FItemID"
-                " where a.FItemClassID = ? and a.FItemID > 0 and b.FTypeID = ?"
-                " and a.FItemID in (%IDS%)",
-                [&](Row&) { any = true; }, {kWarehouseClass, kVirtualWarehouse});
-    return any;
+    return repo::AnyVirtualWarehouse(c, ids);
   });
 }
 
 bool MrpDataServer::IsVirtualStock(const std::string& dsn, const std::string& sStockKey) {
   return Run(dsn, [&](db::Connection& c) {
     // A textual test: a virtual warehouse's id anywhere in the text counts.
-    bool any = false;
-    c.QueryRows("select FItemID from t_Stock where FTypeID = ?", {kVirtualWarehouse},
-                [&](Row& r) { any = any || sStockKey.find(r[0].ToText()) != std::string::npos; });
-    return any;
+    for (const auto& [id, rights_text] : repo::VirtualStocks(c)) {
+      if (sStockKey.find(std::to_string(id)) != std::string::npos) return true;
+    }
+    return false;
   });
 }
 
@@ -329,43 +252,26 @@ void MrpDataServer::GetFStockStatus(const std::string& dsn, const std::string& B
       tran_type = 201;
     }
     status_user_ = UserID;
-    const Variant scheme = c.QueryValue(
-        "select FSchemeID from ICSchemeProfile where FStatus = 2 and FTranType = ? and FUserID = ?",
-        {tran_type, status_user_});
-    status_scheme_ = scheme.IsEmpty() || scheme.IsNull() ? 0 : scheme.ToLong();
-    const Variant visible =
-        c.QueryValue("select FVisible from ICChatBillTitle where FColCaption = ? and FTypeID = ?",
-                     {kSuggestionCaption, status_type_});
-    FVisible = visible.IsEmpty() || visible.IsNull() ? 0 : visible.ToLong();
-    auto rs = c.Query(
-        "select FValue from ICSchemeProfileEntry where " + HideColumns(c) + " and FSchemeID = ?",
-        {status_scheme_});
-    if (!rs->Eof()) FValue = TextValue(rs->Field("FValue"));
+    status_scheme_ = repo::ActiveScheme(c, tran_type, status_user_);
+    FVisible = repo::CaptionVisible(c, kSuggestionCaption, status_type_);
+    if (auto hidden = repo::HiddenColumns(c, status_scheme_)) FValue = *hidden;
   });
 }
 
 void MrpDataServer::SetFStockStatus(const std::string& dsn, const std::string&, int32_t& FVisible,
                                     std::string& FValue) {
   Run(dsn, [&](db::Connection& c) {
-    c.Execute("update ICChatBillTitle set FVisible = ? where FColCaption = ? and FTypeID = ?",
-              {FVisible, kSuggestionCaption, status_type_});
-    c.Execute(
-        "update ICSchemeProfileEntry set FValue = ? where " + HideColumns(c) + " and FSchemeID = ?",
-        {FValue, status_scheme_});
+    repo::SetCaptionVisible(c, kSuggestionCaption, status_type_, FVisible);
+    repo::SetHiddenColumns(c, status_scheme_, FValue);
   });
 }
 
 void MrpDataServer::UpdateFStockStatus(const std::string& dsn, const std::string&,
                                        int32_t& FStockStatus) {
   Run(dsn, [&](db::Connection& c) {
-    c.Execute("update ICChatBillTitle set FVisible = ? where FTypeID = ? and FColCaption = ?",
-              {FStockStatus, status_type_, kPlanCaption});
-    if (FStockStatus != 1) return;
+    repo::SetCaptionVisible(c, kPlanCaption, status_type_, FStockStatus);
     // Shows the stock-status column: its entry leaves the hidden columns.
-    c.Execute(
-        "update ICSchemeProfileEntry set FValue = replace(FValue, ?, '')"
-        " where " + HideColumns(c) + " and FSchemeID = ?",
-        {kStockStatusEntry, status_scheme_});
+    if (FStockStatus == 1) repo::ShowColumn(c, status_scheme_, kStockStatusEntry);
   });
 }
 

@@ -3,10 +3,15 @@
 #include <map>
 #include <set>
 
+#include "purchaseplan/plan_link_repository.h"
+#include "purchaseplan/plan_repository.h"
 #include "purchaseplan/purchase_plan.h"
+#include "purchaseplan/template_repository.h"
 #include "record/column_value.h"
 #include "record/erp_codes.h"
 #include "record/text.h"
+#include "services/base_data_repository.h"
+#include "services/order_repository.h"
 #include "services/profile.h"
 #include "services/purchase_lines.h"
 
@@ -93,11 +98,8 @@ void ReadPushLines(const VectorPtr& rows, std::vector<PushLine>& lines,
 void PurchaseUnits(db::Connection& c, std::vector<PushLine>& lines) {
   std::set<int32_t> items;
   for (const auto& l : lines) items.insert(l.item_id);
-  std::map<int32_t, int32_t> order_unit;
-  db::QueryIn(c, std::vector<int32_t>(items.begin(), items.end()),
-              "select FItemID, FOrderUnitID from t_ICItem where FItemID in (%IDS%)", [&](Row& r) {
-                order_unit.emplace(r[0].ToLong(), r[1].IsNull() ? 0 : r[1].ToLong());
-              });
+  const std::map<int32_t, int32_t> order_unit =
+      repo::OrderUnits(c, {items.begin(), items.end()});
   std::set<int32_t> units;
   for (auto& l : lines) {
     if (auto u = order_unit.find(l.item_id); u != order_unit.end()) l.aux_unit_id = u->second;
@@ -109,11 +111,8 @@ void PurchaseUnits(db::Connection& c, std::vector<PushLine>& lines) {
       units.insert(l.aux_unit_id);
     }
   }
-  std::map<int32_t, double> coefficient;  // by t_MeasureUnit.FItemID, the first non-zero
-  db::QueryIn(c, std::vector<int32_t>(units.begin(), units.end()),
-              "select FItemID, FCoefficient from t_MeasureUnit where FItemID in (%IDS%)"
-              " and FCoefficient <> 0 order by FMeasureUnitID",
-              [&](Row& r) { coefficient.emplace(r[0].ToLong(), r[1].ToDouble()); });
+  // By t_MeasureUnit.FItemID, the first non-zero.
+  const std::map<int32_t, double> coefficient = repo::NonZeroCoefficients(c, {units.begin(), units.end()});
   for (auto& l : lines) {
     for (const auto& other : lines) {
       if (other.item_id != l.item_id || other.aux_unit_id == other.unit_id) continue;
@@ -123,86 +122,6 @@ void PurchaseUnits(db::Connection& c, std::vector<PushLine>& lines) {
       l.aux_price = RoundDecimal(other.price * u->second);
       break;
     }
-  }
-}
-
-// A user-defined field of new orders that the bill template "P02" relates
-// to base data: a relation "x,col,table2,key2,col2,table3,key3,value"
-// copies table3.value where key3 equals table2.col2 of the row whose key2
-// is the order's col. Every name is checked before use.
-struct TemplateRelation {
-  bool lines;  // of ICTemplateEntry: a field of the order lines
-  std::string field;
-  std::vector<std::string> parts;  // [1] .. [7] as above
-};
-
-// The template's relations, read once for the whole push.
-std::vector<TemplateRelation> LoadTemplateRelations(db::Connection& c) {
-  const db::Dialect& d = c.dialect();
-  const std::string filter = " where " + d.CaseFolded("FID") +
-                             " = 'p02' and FDefaultCtl = 0 and FCtlType = 30 and FNeedSave = 1"
-                             " and FRelationID <> '' and " +
-                             d.CaseFolded("FAction") + " like '%a3%'";
-  std::vector<TemplateRelation> out;
-  for (const char* table : {"ICTemplate", "ICTemplateEntry"}) {
-    const bool lines = std::string(table) == "ICTemplateEntry";
-    c.QueryRows(std::string("select FFieldName, FRelationID from ") + table + filter, {},
-                [&](Row& r) {
-                  const std::string field = TextValue(r[0]), relation = TextValue(r[1]);
-                  std::vector<std::string> parts;
-                  std::string rest = relation;
-                  while (!rest.empty()) parts.push_back(SplitFirst(rest, ","));
-                  if (parts.size() <= 1) return;
-                  if (parts.size() < 8) {
-                    ThrowInvalid(std::string(table) + " relation \"" + relation + "\" of field " +
-                                 field + " names fewer than the seven parts a relation needs");
-                  }
-                  const std::string what =
-                      std::string("a name in the ") + table + " relation of " + field;
-                  db::CheckIdentifier(field, what);
-                  for (size_t k = 1; k <= 7; ++k) db::CheckIdentifier(parts[k], what);
-                  out.push_back({lines, field, std::move(parts)});
-                });
-  }
-  return out;
-}
-
-// Copies the related values into the new order. The database takes one
-// value per field and refuses a relation step that finds more than one
-// row; such a relation fails the push with the order, line and field.
-void CopyTemplateRelations(db::Connection& c, const std::vector<TemplateRelation>& relations,
-                           int32_t order_id, int32_t supplier) {
-  for (const TemplateRelation& t : relations) {
-    const auto& p = t.parts;
-    const std::string target = t.lines ? "POOrderEntry" : "POOrder";
-    const std::string own =
-        t.lines ? "(select e." + p[1] +
-                      " from POOrderEntry e where e.FInterID = POOrderEntry.FInterID"
-                      " and e.FEntryID = POOrderEntry.FEntryID)"
-                : "(select " + p[1] + " from POOrder where FInterID = " +
-                      std::to_string(order_id) + ")";
-    const std::string middle_rows = " from " + p[2] + " where " + p[3] + " = " + own;
-    const std::string middle = "select " + p[4] + middle_rows;
-    const std::string value_rows = " from " + p[5] + " where " + p[6] + " = (" + middle + ")";
-    const std::string value = "select coalesce(" + p[7] + ", '')" + value_rows;
-    for (const auto& looked_up : {std::pair{p[2], middle_rows}, std::pair{p[5], value_rows}}) {
-      const std::string& step = looked_up.first;  // a plain name: the lambda below uses it
-      const std::string counted = "(select count(*)" + looked_up.second + ")";
-      c.QueryRows("select " + std::string(t.lines ? "FEntryID" : "0") + ", " + counted +
-                      " from " + target + " where FInterID = ?",
-                  {order_id}, [&](Row& r) {
-                    const int64_t rows = r[1].ToLong();
-                    if (rows <= 1) return;
-                    ThrowInvalid(
-                        "the template relation of " + target + "." + t.field + " finds " +
-                        std::to_string(rows) + " rows in " + step + " for the order of supplier " +
-                        std::to_string(supplier) +
-                        (t.lines ? ", line " + std::to_string(r[0].ToLong()) : std::string()) +
-                        "; the field takes one value: correct the relation or the base data");
-                  });
-    }
-    c.Execute("update " + target + " set " + t.field + " = (" + value + ") where FInterID = ?",
-              {order_id});
   }
 }
 
@@ -219,11 +138,7 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
     std::transform(style_name.begin(), style_name.end(), style_name.begin(),
                    [](unsigned char ch) { return static_cast<char>(std::toupper(ch)); });
     if (!style_name.empty()) {
-      const Variant found =
-          c.QueryValue("select FInterID from t_SubMessage where FTypeID = ? and " +
-                           c.dialect().TextIs("FID"),
-                       {kPurchaseStyleType, FoldKey(style_name)});
-      if (!found.IsEmpty() && !found.IsNull()) style = found.ToLong();
+      if (const auto found = repo::PurchaseStyleNamed(c, style_name)) style = *found;
     }
 
     std::vector<PushLine> lines;
@@ -236,20 +151,13 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
                   -1);
     }
     PurchaseUnits(c, lines);
-    std::map<int32_t, std::pair<int32_t, int32_t>> staff;  // supplier -> employee, department
-    db::QueryIn(c, std::vector<int32_t>(suppliers.begin(), suppliers.end()),
-                "select FItemID, FEmployee, FDepartment from t_Supplier where FItemID in (%IDS%)",
-                [&](Row& r) {
-                  staff.try_emplace(r[0].ToLong(), static_cast<int32_t>(r[1].ToValue()),
-                                    static_cast<int32_t>(r[2].ToValue()));
-                });
+    // Supplier -> employee, department.
+    std::map<int32_t, std::pair<int32_t, int32_t>> staff =
+        repo::SupplierStaff(c, {suppliers.begin(), suppliers.end()});
 
     PurchaseOrderWriter orders(c, *host_.numbering);
     OrderLineWriter entry(c);
-    auto link = c.Prepare(
-        "insert into PurchasePlanOrder (FInterID, FItemID, FPurchasePlanKey, FPurchasePlanInterID,"
-        " FPurchasePlanEntryID, FQty) values (?, ?, ?, ?, ?, ?)");
-    const std::vector<TemplateRelation> relations = LoadTemplateRelations(c);
+    const std::vector<repo::TemplateRelation> relations = repo::TemplateRelations(c);
     for (int32_t supplier : suppliers) {
       const auto people =
           staff.count(supplier) ? staff[supplier] : std::pair<int32_t, int32_t>{0, 0};
@@ -264,6 +172,7 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
       header.settle_zero = false;
       const int32_t order = orders.Header(header);
       int32_t e = 0;
+      std::vector<repo::OrderLink> links;
       for (const PushLine& l : lines) {
         if (l.supply_id != supplier) continue;
         entry.Write(order, ++e,
@@ -272,38 +181,32 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
                     scale);
         for (const PlanPart& p : parts) {
           if (EqualsIgnoringCase(p.key, l.key)) {
-            link->Execute({order, p.item_id, p.key, p.plan_inter_id, p.plan_entry_id, p.qty});
+            links.push_back(
+                {order, p.item_id, p.key, {p.plan_inter_id, p.plan_entry_id}, p.qty});
           }
         }
       }
-      CopyTemplateRelations(c, relations, order, supplier);
+      repo::InsertOrderLinks(c, links);
+      repo::CopyTemplateRelations(c, relations, order, supplier);
     }
 
     // The plan lines take what was pushed; every fully purchased line of
     // every plan is closed.
-    std::map<std::pair<int32_t, int32_t>, double> pushed;
+    std::map<repo::PlanLineKey, double> pushed;
     for (const PlanPart& p : parts) pushed[{p.plan_inter_id, p.plan_entry_id}] += p.qty;
-    auto progress = c.Prepare(
-        "update PurchasePlanEntry set FPushQty = 0, FPurchaseFinishQty = FPurchaseFinishQty + ?"
-        " where FInterID = ? and FEntryID = ?");
-    for (const auto& [plan_line, qty] : pushed) {
-      progress->Execute({RoundDecimal(qty), plan_line.first, plan_line.second});
-    }
-    c.Execute("update PurchasePlanEntry set FClosed = 1 where FPurchaseFinishQty >= FQty");
+    for (auto& [plan_line, qty] : pushed) qty = RoundDecimal(qty);
+    repo::RecordPushed(c, pushed);
+    repo::CloseFullyPurchased(c);
 
     const std::vector<int32_t>& made = orders.made();
     StrOutInterids = db::JoinIds(made);
     auto out = Vector::Create();
     const KeyList keys = MakeKeyList({"FSupplyName", "FBillNO", "FInterID", "FDate"});
-    db::QueryIn(c, made,
-                "select S.FName, P.FBillNo, P.FInterID, P.FDate from POOrder P"
-                " inner join t_Supplier S on P.FSupplyID = S.FItemID"
-                " where P.FInterID in (%IDS%) order by P.FInterID",
-                [&](Row& r) {
-                  auto row = Dictionary::Create(keys);
-                  for (size_t i = 0; i < r.size(); ++i) row->SetAt(i, std::move(r[i]));
-                  out->Add(row);
-                });
+    for (auto& r : repo::OrderSummariesOfKnownSuppliers(c, made)) {
+      auto row = Dictionary::Create(keys);
+      for (size_t i = 0; i < r.size(); ++i) row->SetAt(i, std::move(r[i]));
+      out->Add(row);
+    }
     return out;
   });
 }

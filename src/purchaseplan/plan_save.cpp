@@ -2,6 +2,10 @@
 #include <cstdio>
 #include <set>
 
+#include "purchaseplan/plan_link_repository.h"
+#include "purchaseplan/plan_repository.h"
+#include "purchaseplan/plan_rules.h"
+#include "purchaseplan/plan_source_repository.h"
 #include "purchaseplan/purchase_plan.h"
 #include "purchaseplan/source_links.h"
 #include "record/column_value.h"
@@ -21,35 +25,41 @@ struct PlanNumber {
   std::string bill_no;
 };
 
+}  // namespace
+
+std::string plan::DailySerial(const std::vector<std::string>& numbers, const std::string& prefix) {
+  // The day's numbers and their serials compare as the server compares
+  // text, without regard to case.
+  const std::string folded_prefix = FoldKey(prefix);
+  std::string largest;
+  bool any = false;
+  for (const std::string& stored : numbers) {
+    const std::string no = FoldKey(stored);
+    if (no.compare(0, folded_prefix.size(), folded_prefix) != 0) continue;
+    const std::string tail = no.size() > 3 ? no.substr(no.size() - 3) : no;
+    if (!any || tail > largest) largest = tail;
+    any = true;
+  }
+  const int32_t serial =
+      1001 + (any ? QuotedIntValue(Variant(largest), "the serial of plan " + largest) : 0);
+  const std::string digits = std::to_string(serial);
+  return digits.substr(digits.size() - 3);
+}
+
+namespace {
+
 // The next interior id (the largest plus 1, the first 1000) and number:
 // "CJ", the server's date, and the last three digits of 1001 plus the
 // day's largest serial (its last three characters, compared as text), so
 // that after 999 every further plan of the day gets 000.
 PlanNumber NextPlanNumber(db::Connection& c) {
   PlanNumber n;
-  const Variant max_id = c.QueryValue("select max(FInterID) from PurchasePlan");
-  n.inter_id = max_id.IsNull() || max_id.IsEmpty() ? kFirstPlanInterId : max_id.ToLong() + 1;
-  const Date today = c.QueryValue("select " + c.dialect().Now()).ToDate();
+  const std::optional<int32_t> largest = repo::LargestPlanId(c);
+  n.inter_id = largest ? *largest + 1 : kFirstPlanInterId;
+  const Date today = repo::ServerNow(c);
   char prefix[16];
   std::snprintf(prefix, sizeof prefix, "CJ%04d%02d%02d", today.year(), today.month(), today.day());
-  // The day's numbers and their serials compare as the server compares
-  // text, without regard to case.
-  const std::string folded_prefix = FoldKey(prefix);
-  std::string largest;
-  bool any = false;
-  c.QueryRows("select FBillNo from PurchasePlan where " + c.dialect().CaseFolded("FBillNo") +
-                  " like ?",
-              {folded_prefix + "%"}, [&](Row& r) {
-                const std::string no = FoldKey(TextValue(r[0]));
-                if (no.compare(0, 10, folded_prefix) != 0) return;
-                const std::string tail = no.size() > 3 ? no.substr(no.size() - 3) : no;
-                if (!any || tail > largest) largest = tail;
-                any = true;
-              });
-  const int32_t serial =
-      1001 + (any ? QuotedIntValue(Variant(largest), "the serial of plan " + largest) : 0);
-  const std::string digits = std::to_string(serial);
-  n.bill_no = prefix + digits.substr(digits.size() - 3);
+  n.bill_no = prefix + plan::DailySerial(repo::PlanNumbersStartingWith(c, FoldKey(prefix)), prefix);
   return n;
 }
 
@@ -70,31 +80,24 @@ void InsertLinks(db::Connection& c, const std::vector<plan::SourceLine>& lines,
                    "tasks (91) only");
     }
   }
-  std::multimap<std::string, int32_t> tasks[2];  // by the folded bill number
-  const char* tables[] = {"ICMO", "ICOutMO"};
-  for (int t = 0; t < 2; ++t) {
-    db::QueryIn(c, std::vector<std::string>(bills[t].begin(), bills[t].end()),
-                std::string("select FBillNo, FInterID from ") + tables[t] + " where " +
-                    c.dialect().CaseFolded("FBillNo") + " in (%IDS%) order by FInterID",
-                [&](Row& r) { tasks[t].emplace(FoldKey(TextValue(r[0])), r[1].ToLong()); });
-  }
-  auto insert = c.Prepare(
-      "insert into PurchaseLink (FBillNo, FInterID, FEntryID, FSourceTranType, FSourceInterId,"
-      " FSourceFEntryID, FQty) values (?, ?, ?, ?, ?, ?, ?)");
+  const std::multimap<std::string, int32_t> tasks[2] = {
+      repo::TaskIdsByBill(c, plan::kProductionTask, {bills[0].begin(), bills[0].end()}),
+      repo::TaskIdsByBill(c, plan::kOutsourcingTask, {bills[1].begin(), bills[1].end()})};
+  std::vector<repo::SourceLink> links;
   for (size_t i = 0; i < lines.size(); ++i) {
     const auto& l = lines[i];
     const int32_t position = static_cast<int32_t>(i + 1);
     if (l.type == plan::kSalesOrder) {
-      insert->Execute(
-          {plan.bill_no, plan.inter_id, position, l.type, l.inter_id, l.entry_id, l.qty});
+      links.push_back({plan.bill_no, plan.inter_id, position, l.type, l.inter_id, l.entry_id, l.qty});
       continue;
     }
     const auto range =
         tasks[l.type == plan::kProductionTask ? 0 : 1].equal_range(FoldKey(l.bill_no));
     for (auto it = range.first; it != range.second; ++it) {
-      insert->Execute({plan.bill_no, plan.inter_id, position, l.type, it->second, 0, l.qty});
+      links.push_back({plan.bill_no, plan.inter_id, position, l.type, it->second, 0, l.qty});
     }
   }
+  repo::InsertSourceLinks(c, links);
 }
 
 std::string Where(const char* key, size_t row) {
@@ -116,9 +119,8 @@ std::string PurchasePlanUpdate::UpdatePurchasePlan(const std::string& dsn,
     HoldLock(c, "PurchasePlan");
     const PlanNumber plan = NextPlanNumber(c);
     if (plan.inter_id == 0 || Trim(plan.bill_no).empty()) return {};
-    const Date today = c.QueryValue("select " + c.dialect().Now()).ToDate().StartOfDay();
-    c.Execute("insert into PurchasePlan (FBillNo, FInterID, FDate, FBillerID) values (?, ?, ?, ?)",
-              {plan.bill_no, plan.inter_id, today, UserID});
+    repo::InsertPlanHeader(c, plan.bill_no, plan.inter_id, repo::ServerNow(c).StartOfDay(),
+                           UserID);
     InsertLinks(c, sources, plan);
     plan::ApplySourceLinks(c, {{sources, plan.bill_no}}, plan::Sign::kAdd);
     InsertPurchasePlanEntry(c, vctListData, plan.inter_id, plan.bill_no);
@@ -134,10 +136,7 @@ void PurchasePlanUpdate::InsertPurchasePlanEntry(db::Connection& c, const Vector
   // The price source after the price list, from the ERP's INI settings.
   const int setting =
       static_cast<int>(Variant(host_.ini ? host_.ini->Get("frmBill", "CGSrcPrice") : "").ToValue());
-  auto insert = c.Prepare(
-      "insert into PurchasePlanEntry (FBillNo, FInterID, FEntryID, FItemID, FAuxPropID, FSupplyID,"
-      " FQty, FPrice, FAmount, FUnitID, FAuxQty, FAuxPrice, FTaxRate, FDate, FNote)"
-      " values (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+  std::vector<repo::NewPlanLine> rows;
   int32_t entry = 0;
   for (auto& l : lines) {
     facts.ResolveUnitAndSupplier(l);
@@ -170,31 +169,34 @@ void PurchasePlanUpdate::InsertPurchasePlanEntry(db::Connection& c, const Vector
     if (!l.price) ThrowInvalid(where + " has no price");
     if (!l.aux_qty || !l.aux_price) ThrowInvalid(where + " has no quantity in its purchase unit");
     if (!l.tax_rate) ThrowInvalid(where + " has no tax rate");
-    insert->Execute({strMaxFBillNo, lMaxFInterID, entry, l.item_id, l.aux_prop_id,
-                     l.supply_id.value_or(0), l.qty, *l.price, RoundDecimal(l.qty * *l.price, 4),
-                     l.unit_id, *l.aux_qty, *l.aux_price, *l.tax_rate, l.date, l.note});
+    rows.push_back({entry, l.item_id, l.aux_prop_id, l.supply_id.value_or(0), l.unit_id, l.qty,
+                    *l.price, RoundDecimal(l.qty * *l.price, 4), *l.aux_qty, *l.aux_price,
+                    *l.tax_rate, l.date, l.note});
   }
+  repo::InsertPlanLines(c, strMaxFBillNo, lMaxFInterID, rows);
 }
 
 void PurchasePlanUpdate::UpdatePurchasePlanEntry(const std::string& dsn,
                                                  const VectorPtr& vctListData) {
   Run(dsn, [&](db::Connection& c) {
     if (!vctListData) return;
-    auto update = c.Prepare(
-        "update PurchasePlanEntry set FSupplyID = ?, FDate = ?, FPrice = ?, FAmount = FQty * ?,"
-        " FPushQty = ?, FTaxRate = ?, FCess = ?, FNote = ? where FInterID = ? and FEntryID = ?");
+    std::vector<repo::PlanLineEdit> edits;
     for (size_t i = 0; i < vctListData->rows().size(); ++i) {
       const Dictionary& row = *vctListData->rows()[i];
       const size_t n = i + 1;
-      const double price = RoundDecimal(NumberValue(row.Get("FPrice"), Where("FPrice", n)));
-      update->Execute({IntValue(row.Get("FSupplyID"), Where("FSupplyID", n)),
-                       QuotedDateValue(row.Get("FFinishDate"), Where("FFinishDate", n)), price,
-                       price, RoundDecimal(NumberValue(row.Get("FPushQty"), Where("FPushQty", n))),
-                       NumberValue(row.Get("FTaxRate"), Where("FTaxRate", n)),
-                       row.Get("FDiscountRate").ToValue(), TextValue(row.Get("FMemo")),
-                       IntValue(row.Get("FInterID"), Where("FInterID", n)),
-                       IntValue(row.Get("FEntryID"), Where("FEntryID", n))});
+      repo::PlanLineEdit e;
+      e.price = RoundDecimal(NumberValue(row.Get("FPrice"), Where("FPrice", n)));
+      e.supply_id = IntValue(row.Get("FSupplyID"), Where("FSupplyID", n));
+      e.date = QuotedDateValue(row.Get("FFinishDate"), Where("FFinishDate", n));
+      e.push_qty = RoundDecimal(NumberValue(row.Get("FPushQty"), Where("FPushQty", n)));
+      e.tax_rate = NumberValue(row.Get("FTaxRate"), Where("FTaxRate", n));
+      e.discount_rate = row.Get("FDiscountRate").ToValue();
+      e.note = TextValue(row.Get("FMemo"));
+      e.line = {IntValue(row.Get("FInterID"), Where("FInterID", n)),
+                IntValue(row.Get("FEntryID"), Where("FEntryID", n))};
+      edits.push_back(std::move(e));
     }
+    repo::UpdatePlanLines(c, edits);
   });
 }
 

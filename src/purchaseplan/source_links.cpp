@@ -3,6 +3,8 @@
 
 #include <set>
 
+#include "purchaseplan/plan_source_repository.h"
+
 #include "record/column_value.h"
 #include "record/error.h"
 #include "record/text.h"
@@ -10,26 +12,18 @@
 namespace mrpcalc::plan {
 namespace {
 
-using Row = std::vector<Variant>;
 using OptNum = std::optional<double>;
 using OptText = std::optional<std::string>;
 
-OptNum Num(const Variant& v) { return v.IsNull() || v.IsEmpty() ? OptNum() : OptNum(v.ToDouble()); }
-OptText Text(const Variant& v) { return v.IsNull() ? OptText() : OptText(TextValue(v)); }
-
 // A source row as the statements see it.
 struct Source {
-  std::string bill_no;
-  bool unit_known = false;  // its FUnitID is in t_MeasureUnit
-  OptNum coefficient;
-  OptNum finished, base_finished;
-  OptText list;
+  repo::PlanSource row;
   bool dirty = false;
 
   // The base quantity in the source's own unit: a coefficient of 0 counts as 1.
   OptNum PerUnit(double qty) const {
-    if (!coefficient) return std::nullopt;
-    return qty / (*coefficient == 0 ? 1 : *coefficient);
+    if (!row.coefficient) return std::nullopt;
+    return qty / (*row.coefficient == 0 ? 1 : *row.coefficient);
   }
 };
 
@@ -53,31 +47,18 @@ class Sources {
         orders.insert(l.inter_id);
       }
     }
-    const char* tables[] = {"ICMO", "ICOutMO"};
     for (int t = 0; t < 2; ++t) {
-      const std::string select =
-          std::string(
-              "select v.FInterID, v.FBillNo, t_M.FMeasureUnitID, t_M.FCoefficient,"
-              " v.FStockFinishQty, v.FPurchasePlanBillNo from ") +
-          tables[t] + " v left join t_MeasureUnit t_M on t_M.FMeasureUnitID = v.FUnitID";
-      auto take = [&, t](Row& r) {
-        Source s{TextValue(r[1]), !r[2].IsNull(), Num(r[3]), Num(r[4]), std::nullopt, Text(r[5])};
-        tasks_[t].try_emplace(r[0].ToLong(), std::move(s));
-      };
-      db::QueryIn(c, std::vector<std::string>(bills[t].begin(), bills[t].end()),
-                  select + " where " + c.dialect().CaseFolded("v.FBillNo") + " in (%IDS%)", take);
-      db::QueryIn(c, std::vector<int32_t>(ids[t].begin(), ids[t].end()),
-                  select + " where v.FInterID in (%IDS%)", take);
+      for (repo::PlanSource& row :
+           repo::TaskSources(c, kTaskTypes[t], {bills[t].begin(), bills[t].end()},
+                             {ids[t].begin(), ids[t].end()})) {
+        const int32_t id = row.inter_id;
+        tasks_[t].try_emplace(id, Source{std::move(row)});
+      }
     }
-    db::QueryIn(c, std::vector<int32_t>(orders.begin(), orders.end()),
-                "select v.FInterID, v.FEntryID, t_M.FMeasureUnitID, t_M.FCoefficient,"
-                " v.FStockFinishQty, v.FBaseUnitStockFinishQty, v.FPurchasePlanBillNo"
-                " from SEOrderEntry v left join t_MeasureUnit t_M on t_M.FMeasureUnitID = v.FUnitID"
-                " where v.FInterID in (%IDS%)",
-                [&](Row& r) {
-                  Source s{{}, !r[2].IsNull(), Num(r[3]), Num(r[4]), Num(r[5]), Text(r[6])};
-                  sales_.try_emplace({r[0].ToLong(), r[1].ToLong()}, std::move(s));
-                });
+    for (repo::PlanSource& row : repo::SalesLineSources(c, {orders.begin(), orders.end()})) {
+      const std::pair<int32_t, int32_t> key{row.inter_id, row.entry_id};
+      sales_.try_emplace(key, Source{std::move(row)});
+    }
   }
 
   // The task rows of a type whose bill number (letter case aside), or
@@ -85,7 +66,7 @@ class Sources {
   template <class F>
   void TasksByBill(int32_t type, const std::string& bill, F&& f) {
     for (auto& [id, s] : tasks_[type == kProductionTask ? 0 : 1])
-      if (EqualsIgnoringCase(s.bill_no, bill)) f(s);
+      if (EqualsIgnoringCase(s.row.bill_no, bill)) f(s);
   }
   template <class F>
   void TaskById(int32_t type, int32_t id, F&& f) {
@@ -100,70 +81,61 @@ class Sources {
   // Empties every task list that holds the legacy "0".
   void ClearLegacyZeros(int t) {
     for (auto& [id, s] : tasks_[t]) {
-      if (s.list && *s.list == "0") {
-        s.list = "";
+      if (s.row.list && *s.row.list == "0") {
+        s.row.list = "";
         s.dirty = true;
       }
     }
   }
 
   void Write(db::Connection& c) {
-    const char* tables[] = {"ICMO", "ICOutMO"};
     for (int t = 0; t < 2; ++t) {
-      auto update =
-          c.Prepare(std::string("update ") + tables[t] +
-                    " set FStockFinishQty = ?, FPurchasePlanBillNo = ? where FInterID = ?");
-      for (const auto& [id, s] : tasks_[t]) {
-        if (s.dirty) update->Execute({Cell(s.finished), Cell(s.list), id});
-      }
+      std::vector<repo::PlanSource> changed;
+      for (const auto& [id, s] : tasks_[t])
+        if (s.dirty) changed.push_back(s.row);
+      repo::WriteTaskSources(c, kTaskTypes[t], changed);
     }
-    auto update = c.Prepare(
-        "update SEOrderEntry set FStockFinishQty = ?, FBaseUnitStockFinishQty = ?,"
-        " FPurchasePlanBillNo = ? where FInterID = ? and FEntryID = ?");
-    for (const auto& [key, s] : sales_) {
-      if (s.dirty) {
-        update->Execute(
-            {Cell(s.finished), Cell(s.base_finished), Cell(s.list), key.first, key.second});
-      }
-    }
+    std::vector<repo::PlanSource> changed;
+    for (const auto& [key, s] : sales_)
+      if (s.dirty) changed.push_back(s.row);
+    repo::WriteSalesLineSources(c, changed);
   }
 
  private:
-  static Variant Cell(const OptNum& v) { return v ? Variant(*v) : Variant::Null(); }
-  static Variant Cell(const OptText& v) { return v ? Variant(*v) : Variant::Null(); }
+  static constexpr int32_t kTaskTypes[2] = {kProductionTask, kOutsourcingTask};
 
   std::map<int32_t, Source> tasks_[2];
   std::map<std::pair<int32_t, int32_t>, Source> sales_;
 };
 
 void Complete(Source& s, const SourceLine& l, Sign sign) {
-  if (!s.unit_known) return;
-  s.finished = Plus(s.finished, s.PerUnit(l.qty), sign);
-  if (l.type == kSalesOrder) s.base_finished = Plus(s.base_finished, l.qty, sign);
+  if (!s.row.unit_known) return;
+  s.row.finished = Plus(s.row.finished, s.PerUnit(l.qty), sign);
+  if (l.type == kSalesOrder) s.row.base_finished = Plus(s.row.base_finished, l.qty, sign);
   s.dirty = true;
 }
 
 // The lists are searched and cut as the server does it: letter case aside.
 void Add(Source& s, const std::string& plan_no) {
-  if (!s.list || FindIgnoringCase(*s.list, plan_no) != std::string::npos) return;
-  s.list = AddPlanNumber(*s.list, plan_no);
+  if (!s.row.list || FindIgnoringCase(*s.row.list, plan_no) != std::string::npos) return;
+  s.row.list = AddPlanNumber(*s.row.list, plan_no);
   s.dirty = true;
 }
 
 // The three removal statements, one at a time.
 void CutNumber(Source& s, const std::string& plan_no) {
-  if (!s.list) return;
-  s.list = ReplaceAll(ReplaceAllIgnoringCase(*s.list, plan_no, ""), ",,", ",");
+  if (!s.row.list) return;
+  s.row.list = ReplaceAll(ReplaceAllIgnoringCase(*s.row.list, plan_no, ""), ",,", ",");
   s.dirty = true;
 }
 void CutLeadingComma(Source& s) {
-  if (!s.list) return;
-  s.list = ReplaceAll("," + *s.list, ",,", "");
+  if (!s.row.list) return;
+  s.row.list = ReplaceAll("," + *s.row.list, ",,", "");
   s.dirty = true;
 }
 void ClearWhenUncovered(Source& s) {
-  if (!s.finished || *s.finished != 0) return;
-  s.list = "";
+  if (!s.row.finished || *s.row.finished != 0) return;
+  s.row.list = "";
   s.dirty = true;
 }
 
@@ -221,11 +193,10 @@ void ApplySourceLinks(db::Connection& c,
   sources.Load(c, all);
   // An add first empties every task list that holds the legacy "0", in
   // the whole table.
-  const char* tables[] = {"ICMO", "ICOutMO"};
+  const int32_t task_types[] = {kProductionTask, kOutsourcingTask};
   for (int t = 0; t < 2; ++t) {
     if (sign == Sign::kAdd && tasks[t]) {
-      c.Execute(std::string("update ") + tables[t] +
-                " set FPurchasePlanBillNo = '' where FPurchasePlanBillNo = '0'");
+      repo::ClearLegacyPlanZeros(c, task_types[t]);
       sources.ClearLegacyZeros(t);
     }
   }

@@ -5,12 +5,17 @@
 
 namespace mrpcalc {
 
+Variant SystemProfileValue(db::Connection& connection, const std::string& category,
+                           const std::string& key) {
+  const db::Dialect& d = connection.dialect();
+  return connection.QueryValue("select FValue from t_SystemProfile where " +
+                                   d.TextIs("FCategory") + " and " + d.TextIs("FKey"),
+                               {FoldKey(category), FoldKey(key)});
+}
+
 std::string GetSystemProfile(db::Connection& connection, const std::string& category,
                              const std::string& key, const std::string& fallback) {
-  const db::Dialect& d = connection.dialect();
-  const Variant v = connection.QueryValue("select FValue from t_SystemProfile where " +
-                                              d.TextIs("FCategory") + " and " + d.TextIs("FKey"),
-                                          {FoldKey(category), FoldKey(key)});
+  const Variant v = SystemProfileValue(connection, category, key);
   return (v.IsEmpty() || v.IsNull()) ? fallback : v.ToText();
 }
 

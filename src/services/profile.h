@@ -8,6 +8,11 @@
 
 namespace mrpcalc {
 
+// FValue of (category, key), letter case aside: Empty when there is no
+// row, Null when the value is NULL.
+Variant SystemProfileValue(db::Connection& connection, const std::string& category,
+                           const std::string& key);
+
 // FValue of (category, key) as text; fallback when there is no row or the
 // value is NULL.
 std::string GetSystemProfile(db::Connection& connection, const std::string& category,
