@@ -40,8 +40,6 @@ class Http : public DemoDbTest {
   void SetUp() override {
     DemoDbTest::SetUp();
     if (IsSkipped()) return;
-    planner_ = http::CreateToken(conn(), 16);
-    admin_ = http::CreateToken(conn(), 1);
     http::ServeOptions options;
     options.dsn = dsn();
     options.port = 0;
@@ -50,6 +48,8 @@ class Http : public DemoDbTest {
     config.data_rights = {{17, 4}};  // user 17 sees only the warehouses that name him
     service_ = std::make_unique<http::Service>(options, MakeStandaloneHost(config));
     port_ = service_->Bind();
+    planner_ = service_->IssueToken(16);
+    admin_ = service_->IssueToken(1);
     thread_ = std::thread([this] { service_->Listen(); });
     while (!service_->Listening()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }

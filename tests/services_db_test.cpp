@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <set>
 
@@ -62,6 +63,7 @@ TEST_P(Services, SystemProfileAndCurrencyScale) {
 }
 
 TEST_P(Services, InteriorIdsNeverRepeatTheTablesOwn) {
+  BringOwnTablesUpToDate(conn());  // what a unit of work does first
   DatabaseNumbering numbering;
   db::Transaction tx(conn());
   // The demo's purchase orders hold ids 1..3.
@@ -83,6 +85,7 @@ TEST_P(Services, InteriorIdsNeverRepeatTheTablesOwn) {
 // unit of work of its own, at the same time; all 2,000 must differ.
 TEST_P(Services, ConcurrentProcessesNeverShareANumber) {
   constexpr int kDraws = 1000;
+  BringOwnTablesUpToDate(conn());
   const auto lines = InChildProcesses(2, [&](int, std::ostream& out) {
     auto c = db::Open(dsn());
     DatabaseNumbering numbering;
@@ -138,6 +141,47 @@ TEST_P(Services, AFailedMethodLeavesTheDatabaseAsItWas) {
   // The same instance works again afterwards.
   writer.Write(dsn(), 10);
   EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 10").ToLong(), 1);
+}
+
+// On a database made before mrpcalc's tables, the first unit of work of a
+// session creates them in units of their own: a call that fails leaves them
+// in place and nothing of its own. An empty database gets none.
+TEST_P(Services, OwnTablesComeBeforeTheFirstUnitOfWorkNeverInsideIt) {
+  auto own_tables = [](db::Connection& c) {
+    int present = 0;
+    for (const auto& t : schema::OwnTables()) present += c.TableExists(t.name) ? 1 : 0;
+    return present;
+  };
+  const int all = static_cast<int>(schema::OwnTables().size());
+  EXPECT_EQ(own_tables(conn()), erp_columns_only() ? 0 : all);
+
+  Writer writer(MakeStandaloneHost(HostConfig{}));
+  EXPECT_THROW(writer.WriteThenFail(dsn()), Error);
+  EXPECT_EQ(own_tables(conn()), all);
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 9").ToLong(), 0);
+  // Up to date: the explicit step has nothing left to do, and refuses to
+  // run inside a unit of work.
+  EXPECT_TRUE(schema::UpgradeOwnTables(conn()).empty());
+  db::Transaction tx(conn());
+  try {
+    schema::UpgradeOwnTables(conn());
+    ADD_FAILURE() << "an upgrade ran inside a unit of work";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.category(), ErrorCategory::kInternal);
+  }
+}
+
+TEST(OwnTables, AnEmptyDatabaseGetsNoneUnlessAskedFor) {
+  const auto path = std::filesystem::temp_directory_path() /
+                    ("mrpcalc-own-" + std::to_string(::getpid()) + ".sqlite");
+  std::filesystem::remove(path);
+  auto c = db::Open("sqlite:" + path.string());
+  EXPECT_TRUE(schema::UpgradeOwnTables(*c, schema::Upgrade::kWithErpTables).empty());
+  EXPECT_FALSE(c->TableExists("mrpcalc_Lock"));
+  EXPECT_EQ(schema::UpgradeOwnTables(*c).size(), schema::OwnTables().size());
+  EXPECT_TRUE(c->TableExists("mrpcalc_Lock"));
+  c.reset();
+  std::filesystem::remove(path);
 }
 
 TEST_P(Services, CallsJoinTheCallersUnitOfWork) {

@@ -24,6 +24,7 @@
 #include "http/tokens.h"
 #include "record/error.h"
 #include "record/json.h"
+#include "schema/erp_schema.h"
 #include "services/host_config.h"
 
 using namespace mrpcalc;
@@ -54,6 +55,7 @@ int Run(int argc, char** argv) {
   if (command == "token-create") {
     need(2);
     auto c = db::Open(argv[2]);
+    schema::UpgradeOwnTables(*c);
     db::Transaction tx(*c);
     const std::string token = http::CreateToken(*c, Number(argv[3]));
     tx.Commit();
@@ -65,6 +67,7 @@ int Run(int argc, char** argv) {
   if (command == "token-revoke" || command == "token-revoke-user") {
     need(2);
     auto c = db::Open(argv[2]);
+    schema::UpgradeOwnTables(*c);
     const int64_t n = command == "token-revoke" ? (http::RevokeToken(*c, argv[3]) ? 1 : 0)
                                                 : http::RevokeUserTokens(*c, Number(argv[3]));
     fmt::print("revoked {} token(s)\n", n);

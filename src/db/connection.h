@@ -92,9 +92,17 @@ class Connection {
     return open ? open() : nullptr;
   }
 
+  // Whether the frame has checked mrpcalc's own tables on this session (it
+  // does once, before the session's first unit of work).
+  bool own_tables_checked() const { return own_tables_checked_; }
+  void set_own_tables_checked() { own_tables_checked_ = true; }
+
   // Convenience: first column of the first row, Empty when there is no row.
   Variant QueryValue(std::string_view sql, const Params& params = {});
   bool TableExists(std::string_view table);
+
+ private:
+  bool own_tables_checked_ = false;
 };
 
 using ConnectionPtr = std::unique_ptr<Connection>;

@@ -1,15 +1,30 @@
 // Stand-alone transaction context and caller-held units of work.
 #include "frame/context.h"
 
+#include <iostream>
+
 #include "record/error.h"
+#include "schema/erp_schema.h"
 
 namespace mrpcalc {
 namespace {
 thread_local UnitOfWork* current_unit = nullptr;
 }  // namespace
 
+void BringOwnTablesUpToDate(db::Connection& connection) {
+  if (connection.own_tables_checked()) return;
+  const std::vector<std::string> created =
+      schema::UpgradeOwnTables(connection, schema::Upgrade::kWithErpTables);
+  for (const auto& table : created) {
+    std::cerr << "mrpcalc: created its table " << table << " in " << connection.description()
+              << "\n";
+  }
+  connection.set_own_tables_checked();
+}
+
 UnitOfWork::UnitOfWork(const std::string& dsn, const db::OpenOptions& options)
     : dsn_(dsn), connection_(db::Open(dsn, options)), previous_(current_unit) {
+  BringOwnTablesUpToDate(*connection_);
   transaction_ = std::make_unique<db::Transaction>(*connection_);
   current_unit = this;
 }
@@ -97,6 +112,7 @@ void StandaloneContext::Bind(const std::string& dsn) {
       if (pool_ && own_) pool_->Give(dsn_, std::move(own_));
       own_ = pool_ ? pool_->Take(dsn) : db::Open(dsn, options_);
     }
+    BringOwnTablesUpToDate(*own_);
     own_->Begin();
   }
   dsn_ = dsn;

@@ -22,6 +22,12 @@
 
 namespace mrpcalc {
 
+// Before a session's first unit of work on a database that holds the ERP's
+// tables, creates mrpcalc's own tables where they are missing (a database
+// made before them), each in a unit of work of its own; a note of each goes
+// to standard error. Later units on the same session do nothing.
+void BringOwnTablesUpToDate(db::Connection& connection);
+
 class TransContext {
  public:
   virtual ~TransContext() = default;

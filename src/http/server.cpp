@@ -23,6 +23,7 @@
 #include "record/error.h"
 #include "record/json.h"
 #include "record/text.h"
+#include "schema/erp_schema.h"
 #include "services/rights.h"
 
 namespace mrpcalc::http {
@@ -133,11 +134,68 @@ Service::Service(ServeOptions options, Host host)
 
 Service::~Service() = default;
 
+namespace {
+
+// The report switches by their names in a body, with the request's field.
+struct SwitchField {
+  const char* name;
+  bool mrp::ReportRequest::*field;
+};
+constexpr SwitchField kSwitches[] = {
+    {"NowStock", &mrp::ReportRequest::now_stock},   {"SaveStock", &mrp::ReportRequest::save_stock},
+    {"Moving", &mrp::ReportRequest::moving},        {"UnSale", &mrp::ReportRequest::unsale},
+    {"Producing", &mrp::ReportRequest::producing},  {"Produc", &mrp::ReportRequest::produc},
+    {"MidStockQty", &mrp::ReportRequest::mid_stock}, {"Virtual", &mrp::ReportRequest::virtual_stock},
+};
+
+}  // namespace
+
+mrp::ReportRequest ReadReportRequest(const Json& body, int32_t caller) {
+  if (!body.is_object()) ThrowInvalid("the body must be an object");
+  mrp::ReportRequest request;
+  for (const auto& b : body.value("bills", Json::array()))
+    request.bills.push_back(b.get<std::string>());
+  request.sub_id = body.value("sub_id", std::string("SC"));
+  request.single_level = body.value("single_level", false);
+  const Json switches = body.value("switches", Json::object());
+  for (const SwitchField& s : kSwitches) request.*s.field = switches.value(s.name, false);
+  request.warehouses = body.value("warehouses", std::string());
+  request.form = body.value("form", 1);
+  request.user = body.contains("user") ? Variant(FromJson(body["user"])).ToLong() : caller;
+  return request;
+}
+
+Json ReportRequestJson(const mrp::ReportRequest& request) {
+  Json switches = Json::object();
+  for (const SwitchField& s : kSwitches) switches[s.name] = request.*s.field;
+  return {{"bills", request.bills},           {"sub_id", request.sub_id},
+          {"single_level", request.single_level}, {"switches", switches},
+          {"warehouses", request.warehouses},  {"form", request.form},
+          {"user", request.user}};
+}
+
+std::string Service::IssueToken(int32_t user) {
+  PooledSession c(*pool_, options_.dsn);
+  db::Transaction tx(*c);
+  std::string token = CreateToken(*c, user);
+  tx.Commit();
+  return token;
+}
+
+bool Service::RevokeToken(const std::string& token) {
+  PooledSession c(*pool_, options_.dsn);
+  return http::RevokeToken(*c, token);
+}
+
 int Service::Bind() {
-  // SQLite: readers and one writer at once, writers waiting for each other.
-  if (options_.dsn.rfind("sqlite:", 0) == 0) {
-    auto c = db::Open(options_.dsn);
-    c->QueryValue("pragma journal_mode=WAL");
+  {
+    PooledSession c(*pool_, options_.dsn);
+    // SQLite: readers and one writer at once, writers waiting for each other.
+    if (options_.dsn.rfind("sqlite:", 0) == 0) c->QueryValue("pragma journal_mode=WAL");
+    // The service's own tables (tokens, numbering, locks), before any request.
+    for (const auto& table : schema::UpgradeOwnTables(*c)) {
+      std::cerr << "mrpcalc: created its table " << table << " in " << c->description() << "\n";
+    }
   }
   const int port = options_.port == 0
                        ? server_->bind_to_any_port(options_.bind)
@@ -319,35 +377,11 @@ void Service::Routes() {
     Json body;
     if (!ParseBody(req, res, body)) return;
     try {
-      if (!body.is_object()) ThrowInvalid("the body must be an object");
-      mrp::ReportRequest request;
-      for (const auto& b : body.value("bills", Json::array()))
-        request.bills.push_back(b.get<std::string>());
-      request.sub_id = body.value("sub_id", std::string("SC"));
-      request.single_level = body.value("single_level", false);
-      const Json switches = body.value("switches", Json::object());
-      request.now_stock = switches.value("NowStock", false);
-      request.save_stock = switches.value("SaveStock", false);
-      request.moving = switches.value("Moving", false);
-      request.unsale = switches.value("UnSale", false);
-      request.producing = switches.value("Producing", false);
-      request.produc = switches.value("Produc", false);
-      request.mid_stock = switches.value("MidStockQty", false);
-      request.virtual_stock = switches.value("Virtual", false);
-      request.warehouses = body.value("warehouses", std::string());
-      request.form = body.value("form", 1);
       const Host host = RequestHost();
-      request.user = body.contains("user") ? Variant(FromJson(body["user"])).ToLong() : request_user;
+      const mrp::ReportRequest request = ReadReportRequest(body, request_user);
       EnsureMayActFor(host, "user", request.user);
-      mrp::ReportArguments arguments;
-      {
-        PooledSession c(*pool_, options_.dsn);
-        arguments = mrp::ArgumentsOf(*c, request);
-      }
-      if (arguments.lines->Count() == 0) ThrowInvalid("no open demand matches the bills given");
       MrpDataInfo info(host);
-      const auto report = info.GetMrpReportPegged(options_.dsn, arguments.lines, arguments.filter,
-                                                  request.warehouses, request.user, request.form);
+      const auto report = info.GetMrpReportPeggedFor(options_.dsn, request);
       std::string out = "{\n  \"rows\": ";
       JsonWriter w([&](std::string_view chunk) { out.append(chunk); });
       CheckJsonText(Variant(report.rows));

@@ -31,6 +31,8 @@
 #include <string>
 
 #include "frame/host.h"
+#include "mrp/open_demand.h"
+#include "record/json.h"
 
 namespace httplib {
 class Server;
@@ -57,6 +59,16 @@ struct ServeOptions {
   int keep_alive_seconds = 2;
 };
 
+// The body of POST /api/report as a report request, and back: "bills"
+// (numbers), "sub_id", "single_level", "switches" (an object of the
+// report's switch names: "NowStock", "SaveStock", "Moving", "UnSale",
+// "Producing", "Produc", "MidStockQty", "Virtual"), "warehouses", "form"
+// and "user" (the caller's user when absent). A body that is not an
+// object is invalid input; a value of the wrong type throws Json's own
+// type error (the service answers 400).
+mrp::ReportRequest ReadReportRequest(const Json& body, int32_t caller);
+Json ReportRequestJson(const mrp::ReportRequest& request);
+
 class Service {
  public:
   Service(ServeOptions options, Host host);
@@ -69,6 +81,12 @@ class Service {
   // that listens (one that has yet to start would go on).
   bool Listening() const;
   void Stop();
+
+  // A sign-in token for the user, and its revocation, on the service's own
+  // database (what `mrpcalc token` does), for programs that run a service
+  // in their own process.
+  std::string IssueToken(int32_t user);
+  bool RevokeToken(const std::string& token);
 
  private:
   void Routes();

@@ -7,7 +7,6 @@
 #include <openssl/rand.h>
 
 #include "record/error.h"
-#include "schema/erp_schema.h"
 
 namespace mrpcalc::http {
 namespace {
@@ -21,10 +20,6 @@ std::string Hex(const unsigned char* bytes, size_t n) {
     out += digits[bytes[i] & 15];
   }
   return out;
-}
-
-void EnsureTable(db::Connection& c) {
-  if (!c.TableExists("mrpcalc_Token")) schema::EnsureOwnTables(c);
 }
 
 }  // namespace
@@ -48,7 +43,6 @@ std::string CreateToken(db::Connection& c, int32_t user_id) {
     throw Error(ErrorCategory::kNotFound,
                 "no user " + std::to_string(user_id) + " in t_User: a token signs in a user of the ERP");
   }
-  EnsureTable(c);
   c.Execute(
       "insert into mrpcalc_Token (FTokenHash, FUserID, FCreated, FRevoked) values (?, ?, ?, 0)",
       {Sha256Hex(token), user_id, Date::Now()});
@@ -58,7 +52,6 @@ std::string CreateToken(db::Connection& c, int32_t user_id) {
 }
 
 bool RevokeToken(db::Connection& c, const std::string& token) {
-  EnsureTable(c);
   const Variant user = c.QueryValue(
       "select FUserID from mrpcalc_Token where FTokenHash = ? and FRevoked = 0", {Sha256Hex(token)});
   const bool revoked =
@@ -72,7 +65,6 @@ bool RevokeToken(db::Connection& c, const std::string& token) {
 }
 
 int64_t RevokeUserTokens(db::Connection& c, int32_t user_id) {
-  EnsureTable(c);
   const int64_t n =
       c.Execute("update mrpcalc_Token set FRevoked = 1 where FUserID = ? and FRevoked = 0",
                 {user_id});
@@ -85,7 +77,7 @@ int64_t RevokeUserTokens(db::Connection& c, int32_t user_id) {
 // hash of the caller's text, so how long a comparison takes tells nothing
 // about a stored token.
 std::optional<int32_t> UserOfToken(db::Connection& c, const std::string& token) {
-  if (token.empty() || !c.TableExists("mrpcalc_Token")) return std::nullopt;
+  if (token.empty()) return std::nullopt;
   const Variant user =
       c.QueryValue("select FUserID from mrpcalc_Token where FTokenHash = ? and FRevoked = 0",
                    {Sha256Hex(token)});

@@ -140,6 +140,33 @@ MrpDataInfo::PeggedReport MrpDataInfo::GetMrpReportPegged(const std::string& dsn
   return out;
 }
 
+mrp::ReportArguments MrpDataInfo::ArgumentsFor(const std::string& dsn,
+                                               const mrp::ReportRequest& request) {
+  return Run(dsn, [&](db::Connection& c) { return mrp::ArgumentsOf(c, request); });
+}
+
+namespace {
+
+mrp::ReportArguments DemandOf(MrpDataInfo& info, const std::string& dsn,
+                              const mrp::ReportRequest& request) {
+  mrp::ReportArguments arguments = info.ArgumentsFor(dsn, request);
+  if (arguments.lines->Count() == 0) ThrowInvalid("no open demand matches the bills given");
+  return arguments;
+}
+
+}  // namespace
+
+VectorPtr MrpDataInfo::GetMrpReportFor(const std::string& dsn, const mrp::ReportRequest& r) {
+  const mrp::ReportArguments a = DemandOf(*this, dsn, r);
+  return GetMrpReportData(dsn, a.lines, a.filter, r.warehouses, r.user, r.form);
+}
+
+MrpDataInfo::PeggedReport MrpDataInfo::GetMrpReportPeggedFor(const std::string& dsn,
+                                                             const mrp::ReportRequest& r) {
+  const mrp::ReportArguments a = DemandOf(*this, dsn, r);
+  return GetMrpReportPegged(dsn, a.lines, a.filter, r.warehouses, r.user, r.form);
+}
+
 VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
                               const DictionaryPtr& dctFilter, const std::string& sStockKey,
                               int32_t user_id, int frm_type, std::vector<VectorPtr>* pegging) {

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "frame/component.h"
+#include "mrp/open_demand.h"
 
 namespace mrpcalc {
 
@@ -37,6 +38,15 @@ class MrpDataInfo : public ComponentObject {
   PeggedReport GetMrpReportPegged(const std::string& dsn, const VectorPtr& vctListData,
                                   const DictionaryPtr& dctFilter, const std::string& sStockKey,
                                   int32_t user_id, int frm_type);
+
+  // A planner's request as the report's arguments: the open demand lines
+  // it names (all open demand when it names no bill) and its filter, read
+  // in a unit of work of their own.
+  mrp::ReportArguments ArgumentsFor(const std::string& dsn, const mrp::ReportRequest& request);
+  // The report, plain or pegged, for a planner's request; invalid input
+  // when no open demand matches the bills it names.
+  VectorPtr GetMrpReportFor(const std::string& dsn, const mrp::ReportRequest& request);
+  PeggedReport GetMrpReportPeggedFor(const std::string& dsn, const mrp::ReportRequest& request);
 
   // Wall time of the last report, split into loading and calculating.
   struct Timings {

@@ -381,16 +381,35 @@ void CreateErpSchema(Connection& connection, bool replace, SchemaForm form) {
   tx.Commit();
 }
 
-void EnsureOwnTables(Connection& connection) {
+std::vector<std::string> UpgradeOwnTables(Connection& connection, Upgrade when) {
+  if (connection.InTransaction()) {
+    throw Error(ErrorCategory::kInternal,
+                "mrpcalc's own tables are brought up to date outside any unit of work");
+  }
+  std::vector<const TableDef*> missing;
   for (const auto& table : OwnTables()) {
-    if (connection.TableExists(table.name)) continue;
+    if (!connection.TableExists(table.name)) missing.push_back(&table);
+  }
+  if (missing.empty()) return {};
+  if (when == Upgrade::kWithErpTables && !connection.TableExists("t_ICItem")) return {};
+  std::vector<std::string> created;
+  for (const TableDef* table : missing) {
+    // One table a unit: another process may create the same one meanwhile.
     try {
-      connection.Execute(connection.dialect().CreateTable(table.name, table.columns, table.primary_key));
-    } catch (const Error&) {
-      // Another process may have created it between the check and the create.
-      if (!connection.TableExists(table.name)) throw;
+      Transaction tx(connection);
+      connection.Execute(
+          connection.dialect().CreateTable(table->name, table->columns, table->primary_key));
+      tx.Commit();
+      created.push_back(table->name);
+    } catch (const Error& e) {
+      if (!connection.TableExists(table->name)) {
+        throw Error(ErrorCategory::kDatabase,
+                    "cannot create mrpcalc's table " + table->name +
+                        " (run `mrpcalc upgrade` as a user who may create tables): " + e.what());
+      }
     }
   }
+  return created;
 }
 
 }  // namespace mrpcalc::schema

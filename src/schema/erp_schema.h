@@ -37,14 +37,23 @@ enum class SchemaForm {
 
 // Every ERP table the component touches, in creation order.
 const std::vector<TableDef>& ErpTables();
-// Tables that mrpcalc itself owns (numbering); created when missing.
+// Tables that mrpcalc itself owns: numbering, locks, tokens.
 const std::vector<TableDef>& OwnTables();
 
 // Creates every ERP table and owned table in one transaction. Throws when a
 // table already exists, unless `replace` drops it first.
 void CreateErpSchema(db::Connection& connection, bool replace,
                      SchemaForm form = SchemaForm::kInit);
-// Creates the owned tables that are missing; safe to call on every start.
-void EnsureOwnTables(db::Connection& connection);
+// When UpgradeOwnTables creates what is missing.
+enum class Upgrade {
+  kAlways,          // `init`, `upgrade`, the service's start, token commands
+  kWithErpTables,   // only a database that holds the ERP's tables
+};
+// Brings mrpcalc's own tables up to date on a database made before them:
+// creates those missing in a unit of work of its own, so never inside a
+// caller's (the connection must not be in a transaction). Safe to run from
+// several processes at once. Returns the names of the tables it created.
+std::vector<std::string> UpgradeOwnTables(db::Connection& connection,
+                                          Upgrade when = Upgrade::kAlways);
 
 }  // namespace mrpcalc::schema

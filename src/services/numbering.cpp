@@ -3,7 +3,6 @@
 
 #include <cstdio>
 
-#include "schema/erp_schema.h"
 #include "record/error.h"
 
 namespace mrpcalc {
@@ -28,17 +27,9 @@ int32_t Bump(db::Connection& c, const std::string& table, const std::string& cou
   return c.QueryValue("select " + counter + " from " + table + " where " + key_where, key).ToLong();
 }
 
-void EnsureCounters(db::Connection& c) {
-  if (!c.TableExists("mrpcalc_InteriorID") || !c.TableExists("mrpcalc_BillNumber") ||
-      !c.TableExists("mrpcalc_Lock")) {
-    schema::EnsureOwnTables(c);
-  }
-}
-
 }  // namespace
 
 void HoldLock(db::Connection& c, const std::string& name) {
-  EnsureCounters(c);
   Bump(c, "mrpcalc_Lock", "FCount", "FName = ?", "FName", {name}, 0);
 }
 
@@ -47,7 +38,6 @@ int32_t DatabaseNumbering::NextInteriorId(db::Connection& c, const std::string& 
   if (const std::string proc = c.dialect().InteriorIdProcedure(); !proc.empty()) {
     return c.QueryValue(proc, {table}).ToLong();
   }
-  EnsureCounters(c);
   int32_t id = Bump(c, "mrpcalc_InteriorID", "FLastID", "FTableName = ?", "FTableName", {table}, 0);
   // Bills written by other programs keep their own ids: never hand out one
   // the table already holds.
@@ -64,7 +54,6 @@ std::string DatabaseNumbering::NewBillNumber(db::Connection& c, const std::strin
   if (bill_type.empty() || bill_type.size() > 30) {
     ThrowInvalid("bill type \"" + bill_type + "\" is not a bill type code");
   }
-  EnsureCounters(c);
   char day[16];
   std::snprintf(day, sizeof day, "%04d%02d%02d", date.year(), date.month(), date.day());
   const int32_t serial = Bump(c, "mrpcalc_BillNumber", "FLastSerial", "FBillType = ? and FDay = ?",
