@@ -16,7 +16,8 @@ fi
 if [[ "${1:-}" == "--test" ]]; then
   # The browser test drives Debian's Chromium from Node.js (fonts for the
   # Chinese pages in its screenshots).
-  packages+=(libgtest-dev postgresql chromium fonts-wqy-zenhei)
+  # unzip: the tests read exported workbooks back.
+  packages+=(libgtest-dev postgresql chromium fonts-wqy-zenhei unzip)
   command -v node >/dev/null || packages+=(nodejs)
   command -v npm >/dev/null || packages+=(npm)
 fi

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "db/connection.h"
+#include "db_fixture.h"
 #include "mrp/open_demand.h"
 #include "record/date.h"
 #include "record/json.h"
@@ -230,10 +231,29 @@ TEST_P(Command, BuyersPathFromDemandToOrders) {
   const std::string book = (dir_ / "report.xlsx").string();
   r = Cli("mrp" + db + " --form 1 --format xlsx --out " + book);
   ASSERT_EQ(r.status, 0) << r.out;
-  std::ifstream xlsx(book, std::ios::binary);
-  char magic[2] = {};
-  xlsx.read(magic, 2);
-  EXPECT_EQ(std::string(magic, 2), "PK");  // a zip: the workbook
+  // Its cells are the report's: a header of column names, then each row's
+  // values, numbers as numbers.
+  r = Cli("mrp" + db + " --form 1 --format json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  const Json rows = Json::parse(r.out);
+  const auto sheet = ReadWorkbook(book);
+  ASSERT_EQ(sheet.size(), rows.size() + 1);
+  const std::vector<std::string>& header = sheet[0];
+  auto column = [&](const std::string& name) {
+    return static_cast<size_t>(std::find(header.begin(), header.end(), name) - header.begin());
+  };
+  ASSERT_LT(column("FItemNumber"), header.size());
+  ASSERT_LT(column("FNeedQty"), header.size());
+  for (size_t i = 0; i < rows.size(); ++i) {
+    const auto& cells = sheet[i + 1];
+    auto cell = [&](const std::string& name) {
+      const size_t c = column(name);
+      return c < cells.size() ? cells[c] : std::string();
+    };
+    EXPECT_EQ(cell("FItemNumber"), rows[i].at("FItemNumber").get<std::string>()) << i;
+    EXPECT_DOUBLE_EQ(std::stod(cell("FNeedQty")), rows[i].at("FNeedQty").get<double>()) << i;
+    EXPECT_DOUBLE_EQ(std::stod(cell("FQty")), rows[i].at("FQty").get<double>()) << i;
+  }
   r = Cli("mrp" + db + " --format xlsx");
   EXPECT_NE(r.out.find("--out"), std::string::npos) << r.out;
   // Scope: stored, then shown; an unknown warehouse is refused.

@@ -5,9 +5,13 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cctype>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 
 #include "sample/demo_data.h"
 #include "schema/erp_schema.h"
@@ -99,6 +103,72 @@ std::vector<std::string> InChildProcesses(int processes,
     std::filesystem::remove(f);
   }
   return lines;
+}
+
+namespace {
+
+std::string Unzipped(const std::string& path, const std::string& member) {
+  const std::string command = "unzip -p '" + path + "' " + member;
+  std::FILE* pipe = ::popen(command.c_str(), "r");
+  if (!pipe) return {};
+  std::string out;
+  char buf[4096];
+  for (size_t n; (n = std::fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
+  ::pclose(pipe);
+  return out;
+}
+
+std::string XmlText(std::string text) {
+  const std::pair<const char*, const char*> entities[] = {
+      {"&lt;", "<"}, {"&gt;", ">"}, {"&quot;", "\""}, {"&apos;", "'"}, {"&amp;", "&"}};
+  for (const auto& [from, to] : entities) {
+    for (size_t at; (at = text.find(from)) != std::string::npos;) text.replace(at, std::strlen(from), to);
+  }
+  return text;
+}
+
+// "AH12" -> column 33 (from 0), row 11 (from 0).
+std::pair<size_t, size_t> CellPlace(const std::string& ref) {
+  size_t column = 0, i = 0;
+  for (; i < ref.size() && std::isalpha(static_cast<unsigned char>(ref[i])); ++i)
+    column = column * 26 + static_cast<size_t>(ref[i] - 'A' + 1);
+  return {column - 1, std::stoul(ref.substr(i)) - 1};
+}
+
+}  // namespace
+
+std::vector<std::vector<std::string>> ReadWorkbook(const std::string& path) {
+  std::vector<std::string> shared;
+  const std::regex si("<si>(.*?)</si>"), t("<t[^>]*>([^<]*)</t>");
+  const std::string strings = Unzipped(path, "xl/sharedStrings.xml");
+  for (auto it = std::sregex_iterator(strings.begin(), strings.end(), si);
+       it != std::sregex_iterator(); ++it) {
+    std::string text;
+    const std::string item = (*it)[1];
+    for (auto p = std::sregex_iterator(item.begin(), item.end(), t); p != std::sregex_iterator(); ++p)
+      text += XmlText((*p)[1]);
+    shared.push_back(text);
+  }
+  std::vector<std::vector<std::string>> rows;
+  const std::string sheet = Unzipped(path, "xl/worksheets/sheet1.xml");
+  const std::regex cell(R"re(<c r="([A-Z]+[0-9]+)"([^>]*?)(/>|>(.*?)</c>))re"), v("<v>([^<]*)</v>"),
+      is("<is>.*?<t[^>]*>([^<]*)</t>.*?</is>");
+  for (auto it = std::sregex_iterator(sheet.begin(), sheet.end(), cell);
+       it != std::sregex_iterator(); ++it) {
+    const auto [column, row] = CellPlace((*it)[1]);
+    const std::string attributes = (*it)[2], body = (*it)[4];
+    std::smatch m;
+    std::string text;
+    if (std::regex_search(body, m, v)) {
+      text = attributes.find("t=\"s\"") != std::string::npos ? shared.at(std::stoul(m[1])) : XmlText(m[1]);
+    } else if (std::regex_search(body, m, is)) {
+      text = XmlText(m[1]);
+    }
+    if (rows.size() <= row) rows.resize(row + 1);
+    if (rows[row].size() <= column) rows[row].resize(column + 1);
+    rows[row][column] = text;
+  }
+  return rows;
 }
 
 void DbTest::SetUp() {

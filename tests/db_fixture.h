@@ -16,6 +16,11 @@
 
 namespace mrpcalc::testing {
 
+// The first sheet of a workbook as a spreadsheet shows it: rows of cell
+// texts, numbers as written in the file ("31", "36.4"), empty cells "".
+// Read with the unzip tool.
+std::vector<std::vector<std::string>> ReadWorkbook(const std::string& path);
+
 // "sqlite", and "postgres" when MRPCALC_TEST_PG_DSN names a server.
 std::vector<std::string> Engines();
 // Each engine twice: as `init` makes the ERP tables ("sqlite"), and with

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <future>
 
+#include "expect_error.h"
 #include "db_fixture.h"
 #include "mrp/open_demand.h"
 #include "record/error.h"
@@ -191,10 +192,10 @@ TEST_P(Database, IdListsAreParsedNeverSpliced) {
   EXPECT_TRUE(conn().TableExists("t_Item"));
   EXPECT_EQ(db::ParseIdList(" 3, 5 ", "list"), (std::vector<int32_t>{3, 5}));
   EXPECT_TRUE(db::ParseIdList("  ", "list").empty());
-  EXPECT_THROW(db::ParseIdList("3,,5", "list"), Error);
-  EXPECT_THROW(db::ParseIdList("99999999999", "list"), Error);
+  EXPECT_ERROR(db::ParseIdList("3,,5", "list"), ErrorCategory::kInvalidInput, "");
+  EXPECT_ERROR(db::ParseIdList("99999999999", "list"), ErrorCategory::kInvalidInput, "");
   EXPECT_EQ(db::JoinIds({3, 5}), "3,5");
-  EXPECT_THROW(db::CheckIdentifier("POOrder;drop", "table"), Error);
+  EXPECT_ERROR(db::CheckIdentifier("POOrder;drop", "table"), ErrorCategory::kInvalidInput, "");
   EXPECT_EQ(db::CheckIdentifier("POOrder", "table"), "POOrder");
 }
 
@@ -210,7 +211,7 @@ TEST_P(Database, TransactionsRollBackUnlessCommitted) {
     conn().Execute("insert into t_Probe (FID) values (?)", {int32_t{2}});
     // A failed statement inside the transaction: the server may refuse
     // everything after it until the rollback; the guard takes care of that.
-    EXPECT_THROW(conn().Execute("insert into t_NoSuchTable values (1)"), Error);
+    EXPECT_ERROR(conn().Execute("insert into t_NoSuchTable values (1)"), ErrorCategory::kDatabase, "");
   }
   EXPECT_EQ(conn().QueryValue("select count(*) from t_Probe").ToLong(), 0);
   {
@@ -270,7 +271,7 @@ TEST_P(Database, RowsStreamToASink) {
   auto failing = [&](std::vector<Variant>&) {
     if (++seen == 2) ThrowInvalid("enough");
   };
-  EXPECT_THROW(conn().QueryRows("select FID from t_Probe order by FID", {}, failing), Error);
+  EXPECT_ERROR(conn().QueryRows("select FID from t_Probe order by FID", {}, failing), ErrorCategory::kInvalidInput, "");
   EXPECT_EQ(seen, 2);
   conn().Execute("insert into t_Probe (FID) values (6)");
   tx.Commit();
@@ -329,7 +330,7 @@ TEST_P(Database, ManyRowsOfEveryKindComeBackWhole) {
 TEST_P(Database, DemoDatabaseHoldsEveryCase) {
   schema::CreateErpSchema(conn(), false);
   sample::LoadDemoData(conn());
-  EXPECT_THROW(schema::CreateErpSchema(conn(), false), Error);  // never over existing tables
+  EXPECT_ERROR(schema::CreateErpSchema(conn(), false), ErrorCategory::kInvalidInput, "");  // never over existing tables
   // Every material class, a bill not in use, a virtual warehouse, a negative
   // balance, a deleted supplier.
   EXPECT_EQ(conn().QueryValue("select count(distinct FErpClsID) from t_ICItem").ToLong(), 4);
@@ -355,10 +356,10 @@ TEST_P(Database, DemoDatabaseHoldsEveryCase) {
 }
 
 TEST(DatabaseOpen, RefusesUnknownDescriptions) {
-  EXPECT_THROW(db::Open("mysql:whatever"), Error);
-  EXPECT_THROW(db::Open("sqlite:"), Error);
-  EXPECT_THROW(db::Open("odbc:  "), Error);
-  EXPECT_THROW(db::Open("sqlite:/nonexistent-dir/x/y.db"), Error);
+  EXPECT_ERROR(db::Open("mysql:whatever"), ErrorCategory::kInvalidInput, "");
+  EXPECT_ERROR(db::Open("sqlite:"), ErrorCategory::kInvalidInput, "");
+  EXPECT_ERROR(db::Open("odbc:  "), ErrorCategory::kInvalidInput, "");
+  EXPECT_ERROR(db::Open("sqlite:/nonexistent-dir/x/y.db"), ErrorCategory::kInvalidInput, "");
 }
 
 TEST(DatabaseOpen, SqliteReadsDateOnlyText) {

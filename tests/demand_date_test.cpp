@@ -1,4 +1,5 @@
 // Required dates of demand lines, on every engine (demo database).
+#include "expect_error.h"
 #include "db_fixture.h"
 #include "record/error.h"
 #include "mrp/loader.h"
@@ -59,12 +60,11 @@ TEST_P(DemandDate, SalesLinesTasksAndTheirMix) {
 
 TEST_P(DemandDate, StatementsTheReportCouldNotBuildFail) {
   // Sales type in hand but no sales row matching the line.
-  EXPECT_THROW(DateOf({Source("SEORD000002", 81, 2, 1)}, {"SEORD000001"}), Error);
+  EXPECT_ERROR(DateOf({Source("SEORD000002", 81, 2, 1)}, {"SEORD000001"}), ErrorCategory::kInvalidInput, "");
   // A source type other than 81, 85 and 91.
-  EXPECT_THROW(DateOf({Source("SEORD000001", 81, 1, 1), Source("X", 77, 1, 0)}, {"SEORD000001"}),
-               Error);
+  EXPECT_ERROR(DateOf({Source("SEORD000001", 81, 1, 1), Source("X", 77, 1, 0)}, {"SEORD000001"}), ErrorCategory::kInvalidInput, "");
   // No source rows at all.
-  EXPECT_THROW(DateOf({}, {"SEORD000001"}), Error);
+  EXPECT_ERROR(DateOf({}, {"SEORD000001"}), ErrorCategory::kInvalidInput, "");
 }
 
 }  // namespace

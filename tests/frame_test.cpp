@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <set>
 
+#include "expect_error.h"
 #include "component/registry.h"
 #include "frame/props.h"
 #include "services/host_config.h"
@@ -99,51 +100,51 @@ TEST(HostConfig, DataRightsList) {
   EXPECT_EQ(rights.size(), 2u);
   EXPECT_TRUE(rights.count({16, 4}));
   EXPECT_TRUE(HostConfig::ParseDataRights("").empty());
-  EXPECT_THROW(HostConfig::ParseDataRights("16"), Error);
-  EXPECT_THROW(HostConfig::ParseDataRights("16:x"), Error);
+  EXPECT_ERROR(HostConfig::ParseDataRights("16"), ErrorCategory::kInvalidInput, "");
+  EXPECT_ERROR(HostConfig::ParseDataRights("16:x"), ErrorCategory::kInvalidInput, "");
 }
 
-// Every class and method the forms call, as published.
-TEST(Dispatcher, PublishesEveryMethod) {
-  const std::map<std::string, std::set<std::string>> expected = {
-      {"ZUVMMrpCalculate.MrpDataServer",
-       {"TransMode", "GetSelectData", "CheckBOMExist", "GetSupplierNameByNumber",
-        "GetMrpConfirmData", "MakePOOrderBill", "getPOOrderBills", "getSysInfo",
-        "CheckCreditDegrees", "RefreshPOOrderBill", "UpdateBillStockFinishQty",
-        "UpdateFStockStatus", "GetFStockStatus", "SetFStockStatus", "GetNewBillDate", "GetSysDate",
-        "GetItemStock", "GetStockInfo", "UpdateStockInfo", "ReturnEmptyStockInfo",
-        "UpdateVirtualStockInfo", "IsVirtualsStockKey", "IsVirtualStock", "GetVirtualStock",
-        "IsSupplierright", "IsBomExpand", "IsMustInput", "checkMustInput", "IsBOMParent"}},
-      {"ZUVMMrpCalculate.PurchasePlanUpdate",
-       {"TransMode", "UpdatePurchasePlanEntry", "InsertPurchasePlanEntry", "UpdatePurchasePlan",
-        "UpdatePurchasePlanQty", "UpdatePurchasePlanQtyOfDeleteRow",
-        "UpdatePurchasePlanQtyOfCancelBill", "ClosePurchasePlan", "UnClosePurchasePlan",
-        "PushBill", "DeletePurchasePlan"}},
-      {"ZUVMMrpCalculate.PurchasePlanInfo",
-       {"TransMode", "GetRptData", "GetSupplierID", "GetPurchasePlanPrice", "GetBillDate"}},
-      {"ZUVMMrpCalculate.MrpDataInfo", {"TransMode", "GetMrpReportData", "GetBomAllChildRs"}},
-  };
-  const Registry& registry = PublicClasses();
-  ASSERT_EQ(registry.classes().size(), expected.size());
-  for (const auto& cls : registry.classes()) {
-    ASSERT_TRUE(expected.count(cls.prog_id)) << cls.prog_id;
-    std::set<std::string> names;
-    for (const auto& m : cls.methods) names.insert(m.name);
-    EXPECT_EQ(names, expected.at(cls.prog_id)) << cls.prog_id;
-  }
-  const auto* report = registry.Find("zuvmmrpcalculate.mrpdatainfo")->FindMethod("GetMrpReportData");
-  EXPECT_EQ(report->Signature(),
-            "GetMrpReportData(sDsn As String, vctListData As Vector, [dctFilter As Dictionary "
-            "[in,out]], [strGroupBy As String [in,out]], [sStockKey As String], [UserID As Long], "
-            "[FrmType As Integer [in,out]]) -> Vector");
-}
-
-TEST(Dispatcher, TransModeIsTwoOnEveryClass) {
+// Every published method checks its arguments before it works: with
+// nothing after sDsn it refuses by name the first argument it needs (or,
+// needing none, answers or fails on the empty database, never on its
+// arguments); with one argument too many it says how many it takes.
+TEST(Dispatcher, EveryMethodChecksItsArgumentsBeforeItWorks) {
   const Host host = MakeStandaloneHost(HostConfig{});
+  const std::string dsn = "sqlite::memory:";
+  size_t checked = 0;
   for (const auto& cls : PublicClasses().classes()) {
-    const CallResult r = Invoke(PublicClasses(), host, cls.prog_id, "TransMode", {}, "");
-    EXPECT_EQ(r.result, Variant(int32_t{2})) << cls.prog_id;
+    for (const auto& m : cls.methods) {
+      const std::string where = cls.prog_id + "." + m.name;
+      const size_t first = m.TakesDsn() ? 1 : 0;
+      const ParamSpec* needed = nullptr;
+      for (size_t i = first; i < m.params.size() && !needed; ++i) {
+        if (!m.params[i].optional) needed = &m.params[i];
+      }
+      try {
+        Invoke(PublicClasses(), host, cls.prog_id, m.name, {}, dsn);
+        EXPECT_EQ(needed, nullptr) << where << " ran without its " << needed->name;
+      } catch (const Error& e) {
+        if (needed) {
+          EXPECT_EQ(e.category(), ErrorCategory::kInvalidInput) << where;
+          EXPECT_EQ(std::string(e.what()), m.name + ": argument " + needed->name + " is required");
+        } else {
+          EXPECT_EQ(e.category(), ErrorCategory::kDatabase) << where << ": " << e.what();
+        }
+      }
+      const std::vector<Variant> too_many(m.params.size() - first + 1, Variant(1));
+      try {
+        Invoke(PublicClasses(), host, cls.prog_id, m.name, too_many, dsn);
+        ADD_FAILURE() << where << " took " << too_many.size() << " arguments";
+      } catch (const Error& e) {
+        EXPECT_EQ(e.category(), ErrorCategory::kInvalidInput) << where;
+        EXPECT_NE(std::string(e.what()).find(" takes " + std::to_string(too_many.size() - 1)),
+                  std::string::npos)
+            << e.what();
+      }
+      ++checked;
+    }
   }
+  EXPECT_GT(checked, 40u);
 }
 
 // A class of our own to see the dispatcher convert and hand back arguments.
@@ -198,24 +199,11 @@ TEST(Dispatcher, ConvertsArgumentsAndReturnsByRefValues) {
             "Echo takes 4 argument(s) after sDsn, 5 given");
   EXPECT_EQ(message_of({Variant("2026-11-22"), Variant(int32_t{1})}, ""),
             "Test.Probe.Echo needs a database: give --dsn");
-  EXPECT_THROW(Invoke(r, host, "Test.Nothing", "Echo", {}, ""), Error);
-  EXPECT_THROW(Invoke(r, host, "Test.Probe", "Nothing", {}, ""), Error);
+  EXPECT_ERROR(Invoke(r, host, "Test.Nothing", "Echo", {}, ""), ErrorCategory::kNotFound, "");
+  EXPECT_ERROR(Invoke(r, host, "Test.Probe", "Nothing", {}, ""), ErrorCategory::kNotFound, "");
 }
 
 // Every published method runs its own code: called without arguments on an
 // empty database it refuses or fails, but never as a method not built.
-TEST(Dispatcher, EveryPublishedMethodIsBuilt) {
-  const Host host = MakeStandaloneHost(HostConfig{});
-  for (const auto& cls : PublicClasses().classes()) {
-    for (const auto& m : cls.methods) {
-      try {
-        Invoke(PublicClasses(), host, cls.prog_id, m.name, {}, "sqlite::memory:");
-      } catch (const Error& e) {
-        EXPECT_NE(e.category(), ErrorCategory::kNotImplemented) << cls.prog_id << "." << m.name;
-      }
-    }
-  }
-}
-
 }  // namespace
 }  // namespace mrpcalc

@@ -10,12 +10,21 @@
 namespace mrpcalc::testing {
 namespace {
 
-TEST(HeapAhead, SizedByTheRequest) {
-  EXPECT_EQ(cli::HeapAheadFor(0), 0u);
-  EXPECT_EQ(cli::HeapAheadFor(100'000), 0u);  // a small request: nothing
-  EXPECT_EQ(cli::HeapAheadFor(size_t{1} << 20), size_t{5} << 20);
-  EXPECT_EQ(cli::HeapAheadFor(size_t{12} << 20), size_t{60} << 20);
-  EXPECT_EQ(cli::HeapAheadFor(SIZE_MAX / 2), size_t{60} << 20);
+// The block must come from the heap, so that the request and answer that
+// follow reuse its warmed pages: it stays below the mmap threshold the
+// program sets, grows with the request, and a small request gets none.
+TEST(HeapAhead, AlwaysAHeapBlockGrowingWithTheRequest) {
+  constexpr size_t kMmapThreshold = size_t{64} << 20;  // as main sets it
+  size_t before = 0;
+  for (size_t request = 1; request < (size_t{1} << 34); request = request * 3 / 2 + 1) {
+    const size_t block = cli::HeapAheadFor(request);
+    EXPECT_LT(block, kMmapThreshold) << request;
+    EXPECT_GE(block, before) << request;
+    if (block > 0 && block < kMmapThreshold / 2) EXPECT_GE(block, request) << request;
+    before = block;
+  }
+  EXPECT_EQ(cli::HeapAheadFor(100'000), 0u);
+  EXPECT_GT(cli::HeapAheadFor(size_t{8} << 20), 0u);
 }
 
 // Mapping the block never touches what it holds: a buffer the heap carves

@@ -6,6 +6,7 @@
 #include <random>
 #include <set>
 
+#include "expect_error.h"
 #include "mrp/calculation.h"
 #include "mrp/numeric.h"
 #include "record/error.h"
@@ -60,7 +61,7 @@ TEST(BomExpansion, ScrapModes) {
   ASSERT_EQ(mode1.size(), 1u);
   EXPECT_DOUBLE_EQ(*mode1[0].suggest_qty, 250);  // divided by the yield
   EXPECT_DOUBLE_EQ(*mode2[0].suggest_qty, 240);  // scrap added on top
-  EXPECT_THROW(ExpandBomChildren(boms, 3, 10, kBike, 100, 1, Date()), Error);
+  EXPECT_ERROR(ExpandBomChildren(boms, 3, 10, kBike, 100, 1, Date()), ErrorCategory::kInvalidInput, "");
 }
 
 TEST(BomExpansion, ExplodesMadePartsAndKeepsTheTopParent) {
@@ -86,7 +87,7 @@ TEST(BomExpansion, BillsLeadingBackIntoThemselvesAreRefused) {
   Input in = Bikes();
   in.bom_children.push_back({20, 3, kWheel, 1.0, 0.0, 0, 1, std::string("")});
   const BomIndex boms(in);
-  EXPECT_THROW(ExpandBomChildren(boms, 1, 10, kBike, 1, 1, Date()), Error);
+  EXPECT_ERROR(ExpandBomChildren(boms, 1, 10, kBike, 1, 1, Date()), ErrorCategory::kInvalidInput, "");
   EXPECT_TRUE(BomLoopsBackToItem(boms, kWheel));
   EXPECT_FALSE(BomLoopsBackToItem(boms, kSpoke));
 }
@@ -305,7 +306,7 @@ TEST(Report, MidStockCoversTheMaterialsOfMadePartsInStock) {
   EXPECT_DOUBLE_EQ(*RowOf(rows, kTyre).qty, 0);
   // The figure needs the multi-level explosion.
   in.options.expand = false;
-  EXPECT_THROW(Calculate(in), Error);
+  EXPECT_ERROR(Calculate(in), ErrorCategory::kInvalidInput, "");
 }
 
 // Stock of a made part two levels below the product covers its materials
@@ -364,7 +365,7 @@ TEST(Report, TaskPlansScaleToTheDemand) {
     EXPECT_DOUBLE_EQ(*RowOf(Calculate(in), kSpoke).need_qty, 33.3333333333) << expand;
   }
   in.task_headers[30].qty = 0.0;
-  EXPECT_THROW(Calculate(in), Error);  // prorating by a task quantity of 0
+  EXPECT_ERROR(Calculate(in), ErrorCategory::kInvalidInput, "");  // prorating by a task quantity of 0
 }
 
 TEST(Report, SuppliersFromTheLatestDocument) {

@@ -8,6 +8,7 @@
 #include <set>
 #include <sstream>
 
+#include "expect_error.h"
 #include "db_fixture.h"
 #include "frame/context.h"
 #include "mrp/mrp_data_info.h"
@@ -293,7 +294,7 @@ TEST_P(Mrp, BadOptionsEndTheCallAndWriteNothing) {
   auto lines = Demand();
   auto filter = Filter(lines, 1);
   filter->Set("SubID", "XX");
-  EXPECT_THROW(info.GetMrpReportData(dsn(), lines, filter, "", 1, 1), Error);
+  EXPECT_ERROR(info.GetMrpReportData(dsn(), lines, filter, "", 1, 1), ErrorCategory::kInvalidInput, "");
   filter->Set("SubID", "SC");
   try {
     info.GetMrpReportData(dsn(), lines, filter, "1,2);drop table t_Item;--", 1, 1);
@@ -304,9 +305,9 @@ TEST_P(Mrp, BadOptionsEndTheCallAndWriteNothing) {
   EXPECT_TRUE(conn().TableExists("t_Item"));
   conn().Execute("update t_SystemProfile set FValue = '3' where FKey = 'BOMType'");
   MrpDataInfo fresh(host_);
-  EXPECT_THROW(fresh.GetMrpReportData(dsn(), lines, filter, "", 1, 1), Error);
+  EXPECT_ERROR(fresh.GetMrpReportData(dsn(), lines, filter, "", 1, 1), ErrorCategory::kInvalidInput, "");
   filter->Set("Expand", 0);
-  EXPECT_THROW(fresh.GetMrpReportData(dsn(), lines, filter, "", 1, 1), Error);
+  EXPECT_ERROR(fresh.GetMrpReportData(dsn(), lines, filter, "", 1, 1), ErrorCategory::kInvalidInput, "");
 }
 
 // Outside a caller's unit of work stock may be read on a session of its own;
@@ -351,7 +352,7 @@ TEST_P(Mrp, BomChildExpansionFillsTheSessionTable) {
   EXPECT_NEAR(qty[3002], 12 * 10 / 0.95 + 2 * 20, 1e-9);
   EXPECT_NEAR(qty[2001], 10, 1e-9);  // self-made frames are leaves
   EXPECT_EQ(qty.count(2002), 0u);    // assembled wheel sets are exploded
-  EXPECT_THROW(info.GetBomAllChildRs(dsn(), 1, 1001, 10, 1, ""), Error);
+  EXPECT_ERROR(info.GetBomAllChildRs(dsn(), 1, 1001, 10, 1, ""), ErrorCategory::kInvalidInput, "");
 }
 
 // The benchmark's synthetic factory (six levels of made parts, more

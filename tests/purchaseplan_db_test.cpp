@@ -5,6 +5,7 @@
 #include <fstream>
 #include <set>
 
+#include "expect_error.h"
 #include "db_fixture.h"
 #include "purchaseplan/purchase_plan.h"
 #include "purchaseplan/source_links.h"
@@ -130,7 +131,7 @@ TEST_P(Plans, SaveNumbersLinksAndBackReferences) {
 
   // A source of another type: the whole save is refused, nothing written.
   const double plans = Value("select count(*) from PurchasePlan");
-  EXPECT_THROW(u.UpdatePurchasePlan(dsn(), Rows({Task(70, "X", 1, 1)}), Rows({}), 16), Error);
+  EXPECT_ERROR(u.UpdatePurchasePlan(dsn(), Rows({Task(70, "X", 1, 1)}), Rows({}), 16), ErrorCategory::kInvalidInput, "");
   EXPECT_EQ(Value("select count(*) from PurchasePlan"), plans);
 }
 
@@ -205,7 +206,7 @@ TEST_P(Plans, PushMakesOrdersAndRaisesThePlan) {
   u.PushBill(dsn(), Rows({PushLine("1000_1", 1, 3001, 10, 18.9, 0, 13, {{1000, 1, 10}}, 3)}), 16,
              ids, *Date::Parse("2026-11-22"));
   EXPECT_EQ(Value("select FPOStyle from POOrder where FInterID = " + ids), 253);
-  EXPECT_THROW(u.PushBill(dsn(), Rows({}), 16, ids, Date()), Error);
+  EXPECT_ERROR(u.PushBill(dsn(), Rows({}), 16, ids, Date()), ErrorCategory::kInvalidInput, "");
 }
 
 TEST_P(Plans, PushCopiesTemplateRelationsWithCheckedNames) {
@@ -235,7 +236,7 @@ TEST_P(Plans, PushCopiesTemplateRelationsWithCheckedNames) {
       "update ICTemplateEntry set FRelationID ="
       " 'x,FItemID,t_ICItem,FItemID,FItemID,t_ICItem,FItemID,FNumber);drop table t_Item;--'");
   const double orders = Value("select count(*) from POOrder");
-  EXPECT_THROW(u.PushBill(dsn(), line(), 16, ids, *Date::Parse("2026-11-22")), Error);
+  EXPECT_ERROR(u.PushBill(dsn(), line(), 16, ids, *Date::Parse("2026-11-22")), ErrorCategory::kInvalidInput, "");
   EXPECT_EQ(Value("select count(*) from POOrder"), orders);
   EXPECT_TRUE(conn().TableExists("t_Item"));
 }
@@ -262,11 +263,11 @@ TEST_P(Plans, AFailedPushLeavesEveryTableAsItWas) {
                              Dump("select count(*) from POOrderEntry") +
                              Dump("select count(*) from PurchasePlanOrder");
   std::string ids = "untouched";
-  EXPECT_THROW(u.PushBill(dsn(),
+  EXPECT_ERROR(u.PushBill(dsn(),
                           Rows({PushLine("1000_1", 1, 3001, 100, 18.9, 0, 13, {{1000, 1, 100}}, 3),
                                 PushLine("1000_2", 2, 3004, 3, 10, 0, 17, {{1000, 2, 3}})}),
                           16, ids, *Date::Parse("2026-11-22")),
-               Error);
+               ErrorCategory::kDatabase, "injected failure");
   EXPECT_EQ(Dump("select * from PurchasePlanEntry order by FEntryID") +
                 Dump("select count(*) from POOrder") + Dump("select count(*) from POOrderEntry") +
                 Dump("select count(*) from PurchasePlanOrder"),
@@ -306,10 +307,10 @@ TEST_P(Plans, AFailedSaveLeavesEveryTableAsItWas) {
   };
   const std::string before = tables();
   auto u = Update();
-  EXPECT_THROW(u.UpdatePurchasePlan(
+  EXPECT_ERROR(u.UpdatePurchasePlan(
                    dsn(), Rows({Task(85, "WORK000001", 1, 10), SalesLine(1, 1, 20)}),
                    Rows({PlanLine(3001, "S001", 150, 3), PlanLine(3004, "S002", 3, 1)}), 16),
-               Error);
+               ErrorCategory::kDatabase, "injected failure");
   EXPECT_EQ(tables(), before);
   // The number was not used up either.
   conn().Execute("drop trigger refuse_line" + std::string(Sqlite() ? "" : " on PurchasePlanEntry"));

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <set>
 
+#include "expect_error.h"
 #include "db_fixture.h"
 #include "frame/component.h"
 #include "frame/context.h"
@@ -72,7 +73,7 @@ TEST_P(Services, InteriorIdsNeverRepeatTheTablesOwn) {
   conn().Execute("insert into POOrder (FInterID, FBillNo, FSupplyID) values (500, 'X', 1)");
   EXPECT_EQ(numbering.NextInteriorId(conn(), "POOrder"), 501);
   EXPECT_EQ(numbering.NextInteriorId(conn(), "PurchasePlan"), 1);
-  EXPECT_THROW(numbering.NextInteriorId(conn(), "POOrder; drop table t_Item"), Error);
+  EXPECT_ERROR(numbering.NextInteriorId(conn(), "POOrder; drop table t_Item"), ErrorCategory::kInvalidInput, "");
   const Date day = *Date::Parse("2026-11-22 15:00:00");
   EXPECT_EQ(numbering.NewBillNumber(conn(), "71", day), "POORD202611220001");
   EXPECT_EQ(numbering.NewBillNumber(conn(), "71", day), "POORD202611220002");
@@ -156,7 +157,7 @@ TEST_P(Services, OwnTablesComeBeforeTheFirstUnitOfWorkNeverInsideIt) {
   EXPECT_EQ(own_tables(conn()), erp_columns_only() ? 0 : all);
 
   Writer writer(MakeStandaloneHost(HostConfig{}));
-  EXPECT_THROW(writer.WriteThenFail(dsn()), Error);
+  EXPECT_ERROR(writer.WriteThenFail(dsn()), ErrorCategory::kDatabase, "");
   EXPECT_EQ(own_tables(conn()), all);
   EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 9").ToLong(), 0);
   // Up to date: the explicit step has nothing left to do, and refuses to
@@ -199,9 +200,9 @@ TEST_P(Services, CallsJoinTheCallersUnitOfWork) {
   {
     UnitOfWork unit(dsn());
     writer.Write(dsn(), 23);
-    EXPECT_THROW(writer.WriteThenFail(dsn()), Error);
+    EXPECT_ERROR(writer.WriteThenFail(dsn()), ErrorCategory::kDatabase, "");
     EXPECT_TRUE(unit.aborted());
-    EXPECT_THROW(unit.Commit(), Error);
+    EXPECT_ERROR(unit.Commit(), ErrorCategory::kInvalidInput, "");
   }
   EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 23").ToLong(), 0);
 }
