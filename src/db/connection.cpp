@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 #include <limits>
+#include <set>
 
 #include "db/backends.h"
 #include "record/error.h"
@@ -84,21 +85,40 @@ Variant Connection::QueryValue(std::string_view sql, const Params& params) {
 }
 
 bool Connection::TableExists(std::string_view table) {
+  return !ExistingTables({std::string(table)}).empty();
+}
+
+std::vector<std::string> Connection::ExistingTables(const std::vector<std::string>& tables) {
+  std::vector<std::string> out;
+  if (tables.empty()) return out;
+  std::string sql;
   switch (dialect().engine()) {
     case Engine::kSqlite:
-      return !Query("select 1 from sqlite_master where type='table' and lower(name)=lower(?)",
-                    {Variant(table)})
-                  ->Eof();
+      sql = "select lower(name) from sqlite_master where type='table' and lower(name) in (";
+      break;
     case Engine::kPostgres:
-      return !Query("select 1 from information_schema.tables where table_schema=current_schema() "
-                    "and table_name=lower(?)",
-                    {Variant(table)})
-                  ->Eof();
+      // The catalogue itself: the information schema's view costs a login's
+      // first statement some milliseconds.
+      sql = "select lower(relname) from pg_catalog.pg_class"
+            " where relnamespace = current_schema()::regnamespace and relkind in ('r', 'p')"
+            " and relname in (";
+      break;
     case Engine::kSqlServer:
-      return !Query("select 1 from information_schema.tables where table_name=?", {Variant(table)})
-                  ->Eof();
+      sql = "select lower(table_name) from information_schema.tables where lower(table_name) in (";
+      break;
   }
-  return false;
+  Params params;
+  for (const auto& t : tables) {
+    sql += params.empty() ? "?" : ", ?";
+    params.emplace_back(FoldKey(t));
+  }
+  sql += ")";
+  std::set<std::string> found;
+  QueryRows(sql, params, [&](std::vector<Variant>& r) { found.insert(FoldKey(r[0].ToText())); });
+  for (const auto& t : tables) {
+    if (found.count(FoldKey(t))) out.push_back(t);
+  }
+  return out;
 }
 
 namespace {

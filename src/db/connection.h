@@ -100,6 +100,8 @@ class Connection {
   // Convenience: first column of the first row, Empty when there is no row.
   Variant QueryValue(std::string_view sql, const Params& params = {});
   bool TableExists(std::string_view table);
+  // Which of the tables exist, in one statement: their names as given.
+  std::vector<std::string> ExistingTables(const std::vector<std::string>& tables);
 
  private:
   bool own_tables_checked_ = false;

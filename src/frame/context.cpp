@@ -73,8 +73,13 @@ void ConnectionPool::OpenAhead(const std::string& dsn) {
   std::lock_guard<std::mutex> lock(mutex_);
   if (ahead_.valid()) return;  // one at a time
   ahead_dsn_ = dsn;
-  ahead_ =
-      std::async(std::launch::async, [dsn, options = options_] { return db::Open(dsn, options); });
+  // The login, and the look at mrpcalc's own tables that the session's
+  // first unit of work would make, on a thread of their own.
+  ahead_ = std::async(std::launch::async, [dsn, options = options_] {
+    db::ConnectionPtr c = db::Open(dsn, options);
+    BringOwnTablesUpToDate(*c);
+    return c;
+  });
 }
 
 void ConnectionPool::Give(const std::string& dsn, db::ConnectionPtr connection) {

@@ -386,12 +386,20 @@ std::vector<std::string> UpgradeOwnTables(Connection& connection, Upgrade when) 
     throw Error(ErrorCategory::kInternal,
                 "mrpcalc's own tables are brought up to date outside any unit of work");
   }
+  // One look at the catalogue: ours, and the ERP's item table.
+  std::vector<std::string> names;
+  for (const auto& table : OwnTables()) names.push_back(table.name);
+  names.push_back("t_ICItem");
+  const std::vector<std::string> existing = connection.ExistingTables(names);
+  auto exists = [&](const std::string& name) {
+    return std::find(existing.begin(), existing.end(), name) != existing.end();
+  };
   std::vector<const TableDef*> missing;
   for (const auto& table : OwnTables()) {
-    if (!connection.TableExists(table.name)) missing.push_back(&table);
+    if (!exists(table.name)) missing.push_back(&table);
   }
   if (missing.empty()) return {};
-  if (when == Upgrade::kWithErpTables && !connection.TableExists("t_ICItem")) return {};
+  if (when == Upgrade::kWithErpTables && !exists("t_ICItem")) return {};
   std::vector<std::string> created;
   for (const TableDef* table : missing) {
     // One table a unit: another process may create the same one meanwhile.
