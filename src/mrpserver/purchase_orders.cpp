@@ -50,18 +50,6 @@ class LineNumbers {
   std::map<std::string, int32_t> counters_;
 };
 
-// The orders with their supplier's name, by interior id.
-VectorPtr OrdersByInterId(db::Connection& c, const std::vector<int32_t>& ids) {
-  auto out = Vector::Create();
-  const KeyList keys = MakeKeyList({"FSupplyName", "FBillNO", "FInterID", "FDate"});
-  for (auto& r : repo::OrderSummaries(c, ids)) {
-    auto row = Dictionary::Create(keys);
-    for (size_t i = 0; i < r.size(); ++i) row->SetAt(i, std::move(r[i]));
-    out->Add(row);
-  }
-  return out;
-}
-
 // The column spelling of the ERP's tables, for labels an engine folded.
 std::string Spelled(const std::string& label, std::initializer_list<const char*> tables) {
   for (const auto& t : schema::ErpTables()) {
@@ -166,7 +154,7 @@ VectorPtr MrpDataServer::MakePOOrderBill(const std::string& dsn, const VectorPtr
       }
     }
     last_orders_ = db::JoinIds(orders.made());
-    return OrdersByInterId(c, orders.made());
+    return repo::OrderSummaries(c, orders.made());
   });
 }
 
@@ -233,7 +221,7 @@ VectorPtr MrpDataServer::RefreshPOOrderBill(const std::string& dsn,
     const auto ids = db::ParseIdList(StrInterIDs, "order list StrInterIDs");
     if (ids.empty())
       ThrowInvalid("order list StrInterIDs is empty: give purchase-order interior ids");
-    return OrdersByInterId(c, ids);
+    return repo::OrderSummaries(c, ids);
   });
 }
 

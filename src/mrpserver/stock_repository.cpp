@@ -10,6 +10,14 @@ namespace {
 
 using Row = std::vector<Variant>;
 
+// Stock per item and property in a list of warehouses, and the part of it
+// outside virtual warehouses.
+constexpr const char* kStockInWarehouses =
+    "select ven.FItemID, ven.FAuxPropID, sum(ven.FQty),"
+    " sum(case when s.FTypeID <> ? then ven.FQty else 0 end)"
+    " from ICInventory ven inner join t_Stock s on ven.FStockID = s.FItemID"
+    " where ven.FStockID in (%IDS%) group by ven.FItemID, ven.FAuxPropID";
+
 std::string ScopeKey(db::Connection& c) {
   const db::Dialect& d = c.dialect();
   return d.TextIs("FUserID") + " and FFrmType = ? and " + d.TextIs("FSubID");
@@ -89,11 +97,7 @@ std::vector<std::pair<int32_t, std::string>> VirtualStocks(db::Connection& c) {
 std::map<ItemProperty, StockOnHand> StockIn(db::Connection& c,
                                             const std::vector<int32_t>& warehouses) {
   std::map<ItemProperty, StockOnHand> stock;
-  db::QueryIn(c, warehouses,
-              "select ven.FItemID, ven.FAuxPropID, sum(ven.FQty),"
-              " sum(case when s.FTypeID <> ? then ven.FQty else 0 end)"
-              " from ICInventory ven inner join t_Stock s on ven.FStockID = s.FItemID"
-              " where ven.FStockID in (%IDS%) group by ven.FItemID, ven.FAuxPropID",
+  db::QueryIn(c, warehouses, kStockInWarehouses,
               [&](Row& r) {
                 if (r[0].IsNull() || r[1].IsNull()) return;
                 stock[{r[0].ToLong(), r[1].ToLong()}] = {r[2].ToDouble(), r[3].ToDouble()};

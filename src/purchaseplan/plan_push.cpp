@@ -200,14 +200,7 @@ VectorPtr PurchasePlanUpdate::PushBill(const std::string& dsn, const VectorPtr& 
 
     const std::vector<int32_t>& made = orders.made();
     StrOutInterids = db::JoinIds(made);
-    auto out = Vector::Create();
-    const KeyList keys = MakeKeyList({"FSupplyName", "FBillNO", "FInterID", "FDate"});
-    for (auto& r : repo::OrderSummariesOfKnownSuppliers(c, made)) {
-      auto row = Dictionary::Create(keys);
-      for (size_t i = 0; i < r.size(); ++i) row->SetAt(i, std::move(r[i]));
-      out->Add(row);
-    }
-    return out;
+    return repo::OrderSummariesOfKnownSuppliers(c, made);
   });
 }
 

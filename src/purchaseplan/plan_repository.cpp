@@ -9,25 +9,6 @@ namespace {
 
 using Row = std::vector<Variant>;
 
-// Columns of the report, in report order up to FFinishDate, then the
-// decimals and the supplier's rights text.
-constexpr const char* kReportSelect =
-    "select u1.FBillNo, u1.FInterID, u1.FEntryID, u1.FItemID, u1.FAuxPropID, u1.FSupplyID, u1.FQty,"
-    " case when u1.FPushQty = 0 then case when u1.FQty - u1.FPurchaseFinishQty < 0 then 0"
-    "  else u1.FQty - u1.FPurchaseFinishQty end else u1.FPushQty end,"
-    " u1.FDate, u1.FPrice, u1.FAmount, u1.FTaxRate, u1.FCess, u1.FTaxAmount, u1.FNote, u1.FUnitID,"
-    " u1.FAuxPrice, u1.FAuxQty, u1.FClosed, u1.FPurchaseFinishQty,"
-    " case when u1.FQty - u1.FPurchaseFinishQty < 0 then 0 else u1.FQty - u1.FPurchaseFinishQty "
-    "end,"
-    " C.FNumber, C.FName, C.FModel, S.FNumber, S.FName, A.FName, U.FName,"
-    " case when u1.FClosed <> 0 then 'Y' else '' end, v1.FDate, u1.FDate,"
-    " C.FQtyDecimal, C.FPriceDecimal, S.FRightUserID"
-    " from PurchasePlan v1 inner join PurchasePlanEntry u1 on v1.FInterID = u1.FInterID"
-    " inner join t_ICItem C on u1.FItemID = C.FItemID"
-    " left join t_Supplier S on u1.FSupplyID = S.FItemID"
-    " left join t_AuxItem A on u1.FAuxPropID = A.FItemID"
-    " inner join t_MeasureUnit U on u1.FUnitID = U.FItemID where 1 = 1";
-
 }  // namespace
 
 Date ServerNow(db::Connection& c) { return c.QueryValue("select " + c.dialect().Now()).ToDate(); }
@@ -163,6 +144,25 @@ void CloseFullyPurchased(db::Connection& c) {
   c.Execute("update PurchasePlanEntry set FClosed = ? where FPurchaseFinishQty >= FQty",
             {kPlanLineFullyPurchased});
 }
+
+// Columns of the report, in report order up to FFinishDate, then the
+// decimals and the supplier's rights text.
+constexpr const char* kReportSelect =
+    "select u1.FBillNo, u1.FInterID, u1.FEntryID, u1.FItemID, u1.FAuxPropID, u1.FSupplyID, u1.FQty,"
+    " case when u1.FPushQty = 0 then case when u1.FQty - u1.FPurchaseFinishQty < 0 then 0"
+    "  else u1.FQty - u1.FPurchaseFinishQty end else u1.FPushQty end,"
+    " u1.FDate, u1.FPrice, u1.FAmount, u1.FTaxRate, u1.FCess, u1.FTaxAmount, u1.FNote, u1.FUnitID,"
+    " u1.FAuxPrice, u1.FAuxQty, u1.FClosed, u1.FPurchaseFinishQty,"
+    " case when u1.FQty - u1.FPurchaseFinishQty < 0 then 0 else u1.FQty - u1.FPurchaseFinishQty "
+    "end,"
+    " C.FNumber, C.FName, C.FModel, S.FNumber, S.FName, A.FName, U.FName,"
+    " case when u1.FClosed <> 0 then 'Y' else '' end, v1.FDate, u1.FDate,"
+    " C.FQtyDecimal, C.FPriceDecimal, S.FRightUserID"
+    " from PurchasePlan v1 inner join PurchasePlanEntry u1 on v1.FInterID = u1.FInterID"
+    " inner join t_ICItem C on u1.FItemID = C.FItemID"
+    " left join t_Supplier S on u1.FSupplyID = S.FItemID"
+    " left join t_AuxItem A on u1.FAuxPropID = A.FItemID"
+    " inner join t_MeasureUnit U on u1.FUnitID = U.FItemID where 1 = 1";
 
 void PlanReportRows(db::Connection& c, const PlanReportFilter& f, const db::RowSink& each) {
   const db::Dialect& d = c.dialect();

@@ -6,24 +6,27 @@ namespace {
 
 using Row = std::vector<Variant>;
 
-std::vector<Row> Summaries(db::Connection& c, const std::vector<int32_t>& orders,
-                           const char* sql) {
-  std::vector<Row> out;
-  db::QueryIn(c, orders, sql, [&](Row& r) { out.push_back(std::move(r)); });
+VectorPtr Summaries(db::Connection& c, const std::vector<int32_t>& orders, const char* sql) {
+  auto out = Vector::Create();
+  const KeyList keys = MakeKeyList({"FSupplyName", "FBillNO", "FInterID", "FDate"});
+  db::QueryIn(c, orders, sql, [&](Row& r) {
+    auto row = Dictionary::Create(keys);
+    for (size_t i = 0; i < r.size(); ++i) row->SetAt(i, std::move(r[i]));
+    out->Add(row);
+  });
   return out;
 }
 
 }  // namespace
 
-std::vector<Row> OrderSummaries(db::Connection& c, const std::vector<int32_t>& orders) {
+VectorPtr OrderSummaries(db::Connection& c, const std::vector<int32_t>& orders) {
   return Summaries(
       c, orders,
       "select (select FName from t_Supplier where FItemID = POOrder.FSupplyID),"
       " FBillNo, FInterID, FDate from POOrder where FInterID in (%IDS%) order by FInterID");
 }
 
-std::vector<Row> OrderSummariesOfKnownSuppliers(db::Connection& c,
-                                                const std::vector<int32_t>& orders) {
+VectorPtr OrderSummariesOfKnownSuppliers(db::Connection& c, const std::vector<int32_t>& orders) {
   return Summaries(c, orders,
                    "select S.FName, P.FBillNo, P.FInterID, P.FDate from POOrder P"
                    " inner join t_Supplier S on P.FSupplyID = S.FItemID"

@@ -10,13 +10,13 @@
 
 namespace mrpcalc::repo {
 
-// Supplier name, FBillNo, FInterID and FDate of the listed orders, by
-// interior id. The name is Null where the supplier is missing.
-std::vector<std::vector<Variant>> OrderSummaries(db::Connection& connection,
-                                                 const std::vector<int32_t>& orders);
+// The listed orders as their makers answer them, by interior id: one row
+// each of "FSupplyName", "FBillNO", "FInterID" and "FDate". The name is
+// Null where the supplier is missing.
+VectorPtr OrderSummaries(db::Connection& connection, const std::vector<int32_t>& orders);
 // The same, leaving out orders whose supplier is missing.
-std::vector<std::vector<Variant>> OrderSummariesOfKnownSuppliers(
-    db::Connection& connection, const std::vector<int32_t>& orders);
+VectorPtr OrderSummariesOfKnownSuppliers(db::Connection& connection,
+                                         const std::vector<int32_t>& orders);
 
 // Every purchase-order line with its header's columns (FEntryID first), by
 // order and line; `columns` receives the labels as the engine gives them.
