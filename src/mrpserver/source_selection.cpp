@@ -5,6 +5,7 @@
 
 #include "frame/props.h"
 #include "mrpserver/mrp_data_server.h"
+#include "mrpserver/selection_rules.h"
 #include "mrpserver/source_repository.h"
 #include "mrpserver/stock_repository.h"
 #include "record/column_value.h"
@@ -232,25 +233,11 @@ VectorPtr MrpDataServer::GetSelectData(const std::string& dsn, const VectorPtr& 
       }
     }
     if (net) {
-      std::map<StockKey, double> on_hand =
+      repo::OnHandStock on_hand =
           Trim(netting_list).empty()
               ? repo::OnHand(c, std::nullopt)
               : repo::OnHand(c, db::ParseIdList(netting_list, "warehouse list"));
-      for (const auto& r : result->rows()) {
-        const Variant& item = r->value(kItemID);
-        const Variant& prop = r->value(kAuxPropID);
-        if (item.IsNull() || prop.IsNull()) continue;
-        auto it = on_hand.find({item.ToLong(), prop.ToLong()});
-        if (it == on_hand.end() || it->second == 0) continue;
-        const double qty = NumberValue(r->value(kQty), "FQty of a selected line");
-        if (it->second >= qty) {
-          it->second -= qty;
-          r->SetAt(kQty, 0.0);
-        } else {
-          r->SetAt(kQty, qty - it->second);
-          it->second = 0;
-        }
-      }
+      NetAgainstStock(*result, std::move(on_hand));
     }
     return result;
   });

@@ -106,9 +106,8 @@ std::map<ItemProperty, StockOnHand> StockIn(db::Connection& c,
   return stock;
 }
 
-std::map<ItemProperty, double> OnHand(db::Connection& c,
-                                      const std::optional<std::vector<int32_t>>& warehouses) {
-  std::map<ItemProperty, double> on_hand;
+OnHandStock OnHand(db::Connection& c, const std::optional<std::vector<int32_t>>& warehouses) {
+  OnHandStock on_hand;
   auto take = [&](Row& r) {
     if (!r[0].IsNull() && !r[1].IsNull()) on_hand[{r[0].ToLong(), r[1].ToLong()}] = r[2].ToDouble();
   };

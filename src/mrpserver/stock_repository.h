@@ -51,8 +51,9 @@ std::map<ItemProperty, StockOnHand> StockIn(db::Connection& connection,
                                             const std::vector<int32_t>& warehouses);
 // Stock per item and property in the listed warehouses, or in every
 // warehouse when there is no list.
-std::map<ItemProperty, double> OnHand(db::Connection& connection,
-                                      const std::optional<std::vector<int32_t>>& warehouses);
+using OnHandStock = std::map<ItemProperty, double>;
+OnHandStock OnHand(db::Connection& connection,
+                   const std::optional<std::vector<int32_t>>& warehouses);
 
 // A stored scope of a form (ICMrpStockPlan). The user id is text there; it
 // and the sub-id compare as the server compares text.
