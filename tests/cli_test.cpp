@@ -56,16 +56,56 @@ class Command : public ::testing::TestWithParam<std::string> {
       auto c = db::Open(dsn_);
       schema::CreateErpSchema(*c, false, schema::SchemaForm::kErpColumnsOnly);
       sample::LoadDemoData(*c);
-      return;
+    } else {
+      const Outcome init = Cli("init --dsn '" + dsn_ + "' --demo");
+      ASSERT_EQ(init.status, 0) << init.out;
     }
-    const Outcome init = Cli("init --dsn '" + dsn_ + "' --demo");
-    ASSERT_EQ(init.status, 0) << init.out;
+    // The administrator's step before the first use: on the ERP's own
+    // database it creates mrpcalc's tables, on one `init` made there is
+    // nothing to do.
+    const Outcome upgrade = Cli("upgrade --dsn '" + dsn_ + "'");
+    ASSERT_EQ(upgrade.status, 0) << upgrade.out;
+    if (GetParam() == "erp") {
+      EXPECT_EQ(upgrade.out.rfind("created mrpcalc_InteriorID, mrpcalc_BillNumber, mrpcalc_Lock, "
+                                  "mrpcalc_Token in ",
+                                  0),
+                0u)
+          << upgrade.out;
+    } else {
+      EXPECT_EQ(upgrade.out.rfind("mrpcalc's tables are up to date in ", 0), 0u) << upgrade.out;
+    }
   }
   void TearDown() override { std::filesystem::remove_all(dir_); }
 
   std::filesystem::path dir_;
   std::string dsn_;
 };
+
+// On the ERP's own database, before any upgrade, the first call makes
+// mrpcalc's tables before its own work and says so on standard error.
+TEST(CommandOnTheErpsDatabase, TheFirstCallMakesOurTablesFirst) {
+  const auto dir = std::filesystem::temp_directory_path() /
+                   ("mrpcalc-cli-first-" + std::to_string(::getpid()));
+  std::filesystem::create_directories(dir);
+  const std::string dsn = "sqlite:" + (dir / "erp.db").string();
+  std::filesystem::remove(dir / "erp.db");
+  {
+    auto c = db::Open(dsn);
+    schema::CreateErpSchema(*c, false, schema::SchemaForm::kErpColumnsOnly);
+    sample::LoadDemoData(*c);
+    EXPECT_FALSE(c->TableExists("mrpcalc_Lock"));
+  }
+  const Outcome call = Cli("call ZUVMMrpCalculate.MrpDataServer getSysInfo --dsn '" + dsn +
+                           "' --args '[\"IC\", \"BOMType\"]'");
+  EXPECT_EQ(call.status, 0) << call.out;
+  EXPECT_NE(call.out.find("mrpcalc: created its table mrpcalc_Lock in "), std::string::npos)
+      << call.out;
+  EXPECT_NE(call.out.find("\"result\""), std::string::npos) << call.out;
+  auto c = db::Open(dsn);
+  EXPECT_TRUE(c->TableExists("mrpcalc_Lock"));
+  c.reset();
+  std::filesystem::remove_all(dir);
+}
 
 INSTANTIATE_TEST_SUITE_P(Schemas, Command, ::testing::Values("init", "erp"),
                          [](const auto& info) { return info.param; });

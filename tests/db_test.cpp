@@ -359,7 +359,8 @@ TEST(DatabaseOpen, RefusesUnknownDescriptions) {
   EXPECT_ERROR(db::Open("mysql:whatever"), ErrorCategory::kInvalidInput, "");
   EXPECT_ERROR(db::Open("sqlite:"), ErrorCategory::kInvalidInput, "");
   EXPECT_ERROR(db::Open("odbc:  "), ErrorCategory::kInvalidInput, "");
-  EXPECT_ERROR(db::Open("sqlite:/nonexistent-dir/x/y.db"), ErrorCategory::kInvalidInput, "");
+  EXPECT_ERROR(db::Open("sqlite:/nonexistent-dir/x/y.db"), ErrorCategory::kDatabase,
+               "cannot open SQLite database");
 }
 
 TEST(DatabaseOpen, SqliteReadsDateOnlyText) {

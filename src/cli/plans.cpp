@@ -10,6 +10,7 @@
 #include "cli/buyer.h"
 #include "db/connection.h"
 #include "mrp/open_demand.h"
+#include "purchaseplan/plan_repository.h"
 #include "purchaseplan/purchase_plan.h"
 #include "record/error.h"
 #include "record/text.h"
@@ -175,12 +176,7 @@ int RunPlanDelete(const Host& host, const PlanOptions& o) {
   std::map<std::string, int32_t> ids;
   {
     auto c = db::Open(o.dsn);
-    std::vector<std::string> folded;
-    for (const auto& no : o.plans) folded.push_back(FoldKey(no));
-    db::QueryIn(*c, folded,
-                "select FBillNo, FInterID from PurchasePlan where " +
-                    c->dialect().CaseFolded("FBillNo") + " in (%IDS%) order by FInterID",
-                [&](std::vector<Variant>& r) { ids.try_emplace(FoldKey(r[0].ToText()), r[1].ToLong()); });
+    ids = repo::PlanIdsByNumber(*c, o.plans);
   }
   auto rows = Vector::Create();
   for (const auto& no : o.plans) {

@@ -309,14 +309,7 @@ void Service::Routes() {
 
   s.Get("/api/me", [this](const httplib::Request&, httplib::Response& res) {
     PooledSession c(*pool_, options_.dsn);
-    // The user's name where the user table keeps one (the ERP's columns
-    // that mrpcalc relies on name none).
-    auto user = c->Query("select * from t_User where FUserID = ?", {request_user});
-    std::string name;
-    if (!user->Eof() && user->ColumnIndex("FName") >= 0) {
-      const Variant& v = user->Field("FName");
-      if (!v.IsNull() && !v.IsEmpty()) name = v.ToText();
-    }
+    const std::string name = UserName(*c, request_user);
     Json me = {{"user", request_user},
                {"name", name},
                {"administrator", IsAdministrator(*c, request_user)}};

@@ -34,6 +34,18 @@ void InsertPlanHeader(db::Connection& c, const std::string& bill_no, int32_t int
             {bill_no, inter_id, date, biller});
 }
 
+std::map<std::string, int32_t> PlanIdsByNumber(db::Connection& c,
+                                               const std::vector<std::string>& numbers) {
+  std::vector<std::string> folded;
+  for (const auto& no : numbers) folded.push_back(FoldKey(no));
+  std::map<std::string, int32_t> ids;
+  db::QueryIn(c, folded,
+              "select FBillNo, FInterID from PurchasePlan where " +
+                  c.dialect().CaseFolded("FBillNo") + " in (%IDS%) order by FInterID",
+              [&](Row& r) { ids.try_emplace(FoldKey(TextValue(r[0])), r[1].ToLong()); });
+  return ids;
+}
+
 Variant PlanDate(db::Connection& c, const std::string& bill_no) {
   return c.QueryValue("select FDate from PurchasePlan where " + c.dialect().TextIs("FBillNo") +
                           " order by FInterID",

@@ -28,6 +28,10 @@ std::vector<std::string> PlanNumbersStartingWith(db::Connection& connection,
                                                  const std::string& folded_prefix);
 void InsertPlanHeader(db::Connection& connection, const std::string& bill_no, int32_t inter_id,
                       const Date& date, int32_t biller);
+// The interior id of each listed plan number found (by the number folded
+// by FoldKey; the first plan where two share a number).
+std::map<std::string, int32_t> PlanIdsByNumber(db::Connection& connection,
+                                               const std::vector<std::string>& numbers);
 // FDate of the first plan with the number (letter case aside); Empty when none.
 Variant PlanDate(db::Connection& connection, const std::string& bill_no);
 

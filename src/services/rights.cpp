@@ -26,6 +26,13 @@ bool HoldsRightsGroupOneRight(db::Connection& connection, int32_t user_id) {
               ->Eof();
 }
 
+std::string UserName(db::Connection& connection, int32_t user_id) {
+  auto user = connection.Query("select * from t_User where FUserID = ?", {user_id});
+  if (user->Eof() || user->ColumnIndex("FName") < 0) return {};
+  const Variant& v = user->Field("FName");
+  return v.IsNull() || v.IsEmpty() ? std::string() : v.ToText();
+}
+
 UserRights CheckUserRights(db::Connection& connection, DataRights& data_rights, int32_t user_id,
                            int16_t object_type) {
   UserRights r;

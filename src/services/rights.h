@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "db/connection.h"
 #include "frame/host.h"
@@ -34,6 +35,10 @@ struct UserRights {
   // Rows are filtered by the user's id in FRightUserID.
   bool Filtered() const { return !administrator && data_rights; }
 };
+
+// The user's name where t_User keeps one (the ERP's columns that mrpcalc
+// relies on name none); "" otherwise.
+std::string UserName(db::Connection& connection, int32_t user_id);
 
 UserRights CheckUserRights(db::Connection& connection, DataRights& data_rights, int32_t user_id,
                            int16_t object_type);
