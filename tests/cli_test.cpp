@@ -67,7 +67,7 @@ class Command : public ::testing::TestWithParam<std::string> {
     ASSERT_EQ(upgrade.status, 0) << upgrade.out;
     if (GetParam() == "erp") {
       EXPECT_EQ(upgrade.out.rfind("created mrpcalc_InteriorID, mrpcalc_BillNumber, mrpcalc_Lock, "
-                                  "mrpcalc_Token in ",
+                                  "mrpcalc_Token, mrpcalc_Request in ",
                                   0),
                 0u)
           << upgrade.out;

@@ -74,6 +74,13 @@ class Http : public DemoDbTest {
                 token);
   }
 
+  httplib::Result KeyedCall(const std::string& method, const Json& args, const std::string& key) {
+    httplib::Client client("127.0.0.1", port_);
+    httplib::Headers headers = {{"Authorization", "Bearer " + planner_}, {"Idempotency-Key", key}};
+    return client.Post("/api/call/ZUVMMrpCalculate.MrpDataServer/" + method, headers,
+                       Json{{"args", args}}.dump(), "application/json");
+  }
+
   std::string planner_, admin_;
   int port_ = 0;
   std::unique_ptr<http::Service> service_;
@@ -273,6 +280,52 @@ TEST_P(Http, HostileBodiesAreRefusedAndTheServiceGoesOn) {
 }
 
 // A second service cannot take the first one's port.
+// A write sent twice with one key makes one set of orders, and the second
+// answer is the first one's; the key is the planner's for that request.
+TEST_P(Http, AKeyedWriteSentTwiceWritesOnce) {
+  auto orders = [&] { return conn().QueryValue("select count(*) from POOrder").ToLong(); };
+  const int64_t before = orders();
+  const Json lines = Json::array({{{"FSupplyID", 1}, {"FItemID", 3001}, {"FAuxQty", 1},
+                                   {"FQty", 50}, {"FPrice", 18.9}, {"FCoefficient", 50},
+                                   {"FPriceDecimal", 2}, {"FDiscountRate", 0}, {"FTaxRate", 13},
+                                   {"FUnitID", 3}, {"FAuxPropID", 0}, {"FNote", ""},
+                                   {"FDate", "2026-12-01"}}});
+  const Json args = {lines, 16, "2026-11-24"};
+  auto first = KeyedCall("MakePOOrderBill", args, "orders-7f3a");
+  ASSERT_EQ(first->status, 200) << first->body;
+  EXPECT_FALSE(first->has_header("Idempotent-Replayed"));
+  auto second = KeyedCall("MakePOOrderBill", args, "orders-7f3a");
+  ASSERT_EQ(second->status, 200) << second->body;
+  EXPECT_EQ(second->get_header_value("Idempotent-Replayed"), "true");
+  EXPECT_EQ(second->body, first->body);
+  EXPECT_EQ(orders(), before + 1);
+  // The same key with other lines is refused; a script takes no key.
+  Json other = args;
+  other[0][0]["FQty"] = 60;
+  auto reused = KeyedCall("MakePOOrderBill", other, "orders-7f3a");
+  EXPECT_EQ(reused->status, 422) << reused->body;
+  httplib::Client client("127.0.0.1", port_);
+  auto script = client.Post("/api/calls",
+                            {{"Authorization", "Bearer " + planner_}, {"Idempotency-Key", "s-1"}},
+                            "[]", "application/json");
+  EXPECT_EQ(script->status, 400);
+  EXPECT_EQ(orders(), before + 1);
+  // The kept answer outlives the service.
+  service_->Stop();
+  thread_.join();
+  http::ServeOptions options;
+  options.dsn = dsn();
+  options.port = 0;
+  service_ = std::make_unique<http::Service>(options, MakeStandaloneHost(HostConfig{}));
+  port_ = service_->Bind();
+  thread_ = std::thread([this] { service_->Listen(); });
+  while (!service_->Listening()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  auto after_restart = KeyedCall("MakePOOrderBill", args, "orders-7f3a");
+  ASSERT_EQ(after_restart->status, 200);
+  EXPECT_EQ(after_restart->body, first->body);
+  EXPECT_EQ(orders(), before + 1);
+}
+
 TEST_P(Http, OneServiceAPort) {
   http::ServeOptions options;
   options.dsn = dsn();

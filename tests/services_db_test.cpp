@@ -2,10 +2,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <thread>
 
 #include "expect_error.h"
 #include "db_fixture.h"
@@ -13,6 +15,7 @@
 #include "frame/context.h"
 #include "schema/erp_schema.h"
 #include "services/host_config.h"
+#include "services/idempotency.h"
 #include "services/numbering.h"
 #include "services/profile.h"
 #include "services/rights.h"
@@ -183,6 +186,58 @@ TEST(OwnTables, AnEmptyDatabaseGetsNoneUnlessAskedFor) {
   EXPECT_TRUE(c->TableExists("mrpcalc_Lock"));
   c.reset();
   std::filesystem::remove(path);
+}
+
+// A keyed write runs once: a repeat gets the kept answer and writes
+// nothing; the same key with another request is refused; a write that
+// fails keeps nothing, so that its repeat runs.
+TEST_P(Services, AKeyedWriteRunsOnce) {
+  Writer writer(MakeStandaloneHost(HostConfig{}));
+  int runs = 0;
+  auto write = [&] {
+    writer.Write(dsn(), 40 + runs++);
+    return std::string("written");
+  };
+  const KeyedAnswer first = AnswerOnce(dsn(), {}, 16, "k-1", "digest", write);
+  const KeyedAnswer again = AnswerOnce(dsn(), {}, 16, "k-1", "digest", write);
+  EXPECT_FALSE(first.replayed);
+  EXPECT_TRUE(again.replayed);
+  EXPECT_EQ(again.body, "written");
+  EXPECT_EQ(runs, 1);
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 40").ToLong(), 1);
+  EXPECT_ERROR(AnswerOnce(dsn(), {}, 16, "k-1", "another", write), ErrorCategory::kInvalidInput,
+               "was sent before with another request");
+  // Keys are the user's own: another user's k-1 is another write.
+  AnswerOnce(dsn(), {}, 17, "k-1", "digest", write);
+  EXPECT_EQ(runs, 2);
+
+  EXPECT_ERROR(AnswerOnce(dsn(), {}, 16, "k-2", "digest",
+                          [&]() -> std::string {
+                            writer.WriteThenFail(dsn());
+                            return "never";
+                          }),
+               ErrorCategory::kDatabase, "");
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 9").ToLong(), 0);
+  EXPECT_EQ(AnswerOnce(dsn(), {}, 16, "k-2", "digest", write).replayed, false);
+  EXPECT_ERROR(AnswerOnce(dsn(), {}, 16, "two words", "digest", write),
+               ErrorCategory::kInvalidInput, "idempotency key");
+}
+
+// Two processes send the same key at once: one writes, both answer alike.
+TEST_P(Services, AKeySentTwiceAtOnceWritesOnce) {
+  BringOwnTablesUpToDate(conn());
+  const auto lines = InChildProcesses(2, [&](int p, std::ostream& out) {
+    Writer writer(MakeStandaloneHost(HostConfig{}));
+    const KeyedAnswer a = AnswerOnce(dsn(), {}, 16, "same-key", "digest", [&] {
+      writer.Write(dsn(), 50);
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the other one arrives
+      return "by " + std::to_string(p);
+    });
+    out << a.body << "\n";
+  });
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0], lines[1]);
+  EXPECT_EQ(conn().QueryValue("select count(*) from t_Settle where FItemID = 50").ToLong(), 1);
 }
 
 TEST_P(Services, CallsJoinTheCallersUnitOfWork) {

@@ -24,12 +24,14 @@
 #include "record/json.h"
 #include "record/text.h"
 #include "schema/erp_schema.h"
+#include "services/idempotency.h"
 #include "services/rights.h"
 
 namespace mrpcalc::http {
 namespace {
 
 constexpr const char* kJson = "application/json; charset=utf-8";
+constexpr const char* kIdempotencyKey = "Idempotency-Key";
 
 thread_local std::chrono::steady_clock::time_point request_started;
 thread_local int32_t request_user = 0;
@@ -347,9 +349,17 @@ void Service::Routes() {
           } else if (!body.is_object()) {
             return Refuse(res, 400, "the body must be an object {\"args\": [...]}");
           }
-          const CallResult r =
-              Invoke(PublicClasses(), RequestHost(), prog_id, method, args, options_.dsn);
-          Answer(res, 200, CallAnswerText(r));
+          const Host host = RequestHost();
+          auto run = [&] {
+            return CallAnswerText(Invoke(PublicClasses(), host, prog_id, method, args, options_.dsn));
+          };
+          if (!req.has_header(kIdempotencyKey)) return Answer(res, 200, run());
+          // A keyed write: once per user and key, its answer kept.
+          const KeyedAnswer answer =
+              AnswerOnce(options_.dsn, {}, request_user, req.get_header_value(kIdempotencyKey),
+                         Sha256Hex(prog_id + "\n" + method + "\n" + req.body), run);
+          if (answer.replayed) res.set_header("Idempotent-Replayed", "true");
+          Answer(res, 200, answer.body);
         } catch (const Error& e) {
           AnswerError(res, e);
         }
@@ -358,6 +368,10 @@ void Service::Routes() {
   s.Post("/api/calls", [this](const httplib::Request& req, httplib::Response& res) {
     Json body;
     if (!ParseBody(req, res, body)) return;
+    if (req.has_header(kIdempotencyKey)) {
+      return Refuse(res, 400,
+                    "an idempotency key goes with one call (/api/call), not with a script");
+    }
     const Json& script = body.is_object() && body.contains("calls") ? body["calls"] : body;
     if (!script.is_array()) return Refuse(res, 400, "the body must be an array of calls");
     // A call of the script that names another user is refused in its place.

@@ -23,6 +23,11 @@
 // not JSON, not UTF-8, holds a number beyond a double or nests deeper than
 // 64 levels; 413 for a body over the limit. "Accept-Language: en" (or zh)
 // chooses the language of the service's messages.
+//
+// A write is safe to repeat when /api/call carries "Idempotency-Key: K":
+// the first answer per user and key is kept and given again, with
+// "Idempotent-Replayed: true", for a repeat, which writes nothing (the same
+// key with another request is 422). A script (/api/calls) takes no key.
 #pragma once
 
 #include <cstddef>

@@ -311,6 +311,12 @@ std::vector<TableDef> BuildOwnTables() {
       {"mrpcalc_Token",
        {Str("FTokenHash", 64), Int("FUserID"), When("FCreated"), Small("FRevoked", "0")},
        {"FTokenHash"}},
+      // The first answer to each write a client sent with an idempotency
+      // key, per user and key, with a digest of the request it answered.
+      {"mrpcalc_Request",
+       {Int("FUserID"), Str("FKey", 100), Str("FDigest", 64), {"FAnswer", ColumnType::kText, 0, ""},
+        When("FCreated")},
+       {"FUserID", "FKey"}},
   };
 }
 
