@@ -26,6 +26,9 @@ const TEXTS = {
     FPushQty: '待下推', FPurchaseFinishQty: '已下单', FClosed: '关闭', FSourceNo: '源单',
     FKey: '计划行', FFinishDate: '需求日期', FVDate: '计划日期', FBSUnitName: '单位', FAllStockQty: '库存', FActualQty: '实仓库存', FName: '名称', FNumber: '代码',
     Succeed: '成功', Error: '信息', FSupplyName: '供应商', FBillNO: '单号', FInterID: '内码', FItemID: '物料内码',
+    askOrders: '将生成采购订单：', askPush: '将下推为采购订单：', askDelete: '将删除采购计划：', lines: '行',
+    proceed: '是否继续？', alreadyOrdered: '这些行已生成采购订单：', alreadyPlanned: '这些行已保存为采购计划：',
+    confirmAgain: '如需再次采购，请重新“确认并计价”。',
   },
   en: {
     workbench: 'planning workbench', s1: '1 Sign in', s2: '2 Pick demand', s3: '3 Run MRP',
@@ -52,6 +55,9 @@ const TEXTS = {
     FTaxRate: 'Tax %', Fdate: 'Needed on', FPushQty: 'To push', FPurchaseFinishQty: 'Ordered', FClosed: 'Closed',
     FSourceNo: 'Sources', FKey: 'Plan line', FFinishDate: 'Needed on', FVDate: 'Plan date', FBSUnitName: 'Unit', FAllStockQty: 'Stock', FActualQty: 'Real stock', FName: 'Name',
     FNumber: 'Code', Succeed: 'Done', Error: 'Message', FSupplyName: 'Supplier', FBillNO: 'Bill', FInterID: 'Id', FItemID: 'Item id',
+    askOrders: 'Purchase orders to make: ', askPush: 'Purchase orders to push: ', askDelete: 'Plans to delete: ', lines: 'lines',
+    proceed: 'Go ahead?', alreadyOrdered: 'These lines were ordered already: ', alreadyPlanned: 'These lines were planned already: ',
+    confirmAgain: 'To buy them again, press “Confirm and price” again.',
   },
 };
 
@@ -64,6 +70,7 @@ const state = {
   picked: new Set(),
   report: [], pegging: [], reportView: [], page: 0, sortKey: null, sortUp: true, chosenRow: -1,
   priced: [],
+  pricedDone: null,  // what the priced lines were bought as, once bought
   planLines: [],
 };
 const PAGE = 100;
@@ -76,14 +83,16 @@ function say(id, text, kind = 'ok') {
   el.className = 'msg ' + kind;
 }
 
-async function api(method, path, body) {
+async function api(method, path, body, key) {
+  const headers = {
+    'Authorization': 'Bearer ' + state.token,
+    'Content-Type': 'application/json',
+    'Accept-Language': state.lang,
+  };
+  if (key) headers['Idempotency-Key'] = key;
   const response = await fetch(path, {
     method,
-    headers: {
-      'Authorization': 'Bearer ' + state.token,
-      'Content-Type': 'application/json',
-      'Accept-Language': state.lang,
-    },
+    headers,
     body: body === undefined ? undefined : JSON.stringify(body),
   });
   const text = await response.text();
@@ -97,15 +106,73 @@ async function api(method, path, body) {
 
 const call = (cls, method, args) => api('POST', `/api/call/ZUVMMrpCalculate.${cls}/${method}`, { args });
 
-// Runs an action, showing its error next to it.
+// A write: sent with an idempotency key, so that the service does it once
+// however often it arrives. The key stays with the same write until an
+// answer comes (a lost answer and the planner's retry reuse it), and goes
+// with the answer.
+const pendingKeys = new Map();  // method and arguments -> key
+
+function newKey() {
+  const bytes = new Uint8Array(16);
+  crypto.getRandomValues(bytes);
+  return [...bytes].map((b) => b.toString(16).padStart(2, '0')).join('');
+}
+
+async function write(cls, method, args) {
+  const what = `${cls}.${method} ${JSON.stringify(args)}`;
+  if (!pendingKeys.has(what)) pendingKeys.set(what, newKey());
+  try {
+    const answer = await api('POST', `/api/call/ZUVMMrpCalculate.${cls}/${method}`, { args }, pendingKeys.get(what));
+    pendingKeys.delete(what);
+    return answer;
+  } catch (e) {
+    if (!(e instanceof TypeError)) pendingKeys.delete(what);  // answered with a refusal: nothing was written
+    throw e;
+  }
+}
+
+// Runs an action, showing its error next to it. The button that started
+// it stays locked until it ends: a second click does nothing.
 function guarded(msgId, action) {
-  return async () => {
+  return async (event) => {
+    const button = event && event.currentTarget instanceof HTMLButtonElement ? event.currentTarget : null;
+    if (button) {
+      if (button.disabled) return;
+      button.disabled = true;
+      button.setAttribute('aria-busy', 'true');
+    }
     try {
       await action();
     } catch (e) {
       say(msgId, e.message, 'error');
+    } finally {
+      if (button) {
+        button.disabled = false;
+        button.removeAttribute('aria-busy');
+      }
     }
   };
+}
+
+// Asks before a write that buys or destroys; false when the planner says no.
+function ask(question) {
+  return window.confirm(`${question}\n\n${t('proceed')}`);
+}
+
+function amount(v) {
+  return Number(v || 0).toLocaleString(state.lang === 'zh' ? 'zh-CN' : 'en-US', { minimumFractionDigits: 2, maximumFractionDigits: 2 });
+}
+
+// Orders per supplier of lines to buy: "S001: 3 lines, 1,234.50".
+function perSupplier(lines, supplierOf, valueOf) {
+  const groups = new Map();
+  lines.forEach((l) => {
+    const g = groups.get(supplierOf(l)) || { lines: 0, value: 0 };
+    g.lines += 1;
+    g.value += valueOf(l);
+    groups.set(supplierOf(l), g);
+  });
+  return [...groups].map(([s, g]) => `${s}: ${g.lines} ${t('lines')}, ${amount(g.value)}`).join('\n');
 }
 
 // Ids, codes and states print as they are; quantities, prices and rates
@@ -328,6 +395,7 @@ function renderPriced() {
 async function confirmLines() {
   const answer = await call('MrpDataServer', 'GetMrpConfirmData', [chosenToBuy()]);
   state.priced = answer.result;
+  state.pricedDone = null;  // newly priced lines may be bought
   renderPriced();
   say('confirm-msg', `${state.priced.length} ${t('rows')}`);
 }
@@ -349,9 +417,20 @@ async function makeOrders() {
   if (!state.priced.length) throw new Error(t('noneChosen'));
   const missing = state.priced.find((l) => l.FSupplyID === null);
   if (missing) throw new Error(`${missing.FItemNumber}: ${t('FSupplyNumber')} ?`);
-  const answer = await call('MrpDataServer', 'MakePOOrderBill', [state.priced, state.me.user, today()]);
+  refuseTwice();
+  const summary = perSupplier(state.priced, (l) => l.FSupplyNumber || l.FSupplyID,
+    (l) => Number(l.FQty || 0) * Number(l.FPrice || 0));
+  if (!ask(t('askOrders') + '\n' + summary)) return;
+  const answer = await write('MrpDataServer', 'MakePOOrderBill', [state.priced, state.me.user, today()]);
   const orders = (answer.result || []).map((o) => `${o.FBillNO} (${o.FSupplyName})`).join(', ');
+  state.pricedDone = t('alreadyOrdered') + orders;
   say('order-msg', t('ordersMade') + orders);
+}
+
+// Lines ordered or planned once are not bought again unless the planner
+// prices them again.
+function refuseTwice() {
+  if (state.pricedDone) throw new Error(`${state.pricedDone} ${t('confirmAgain')}`);
 }
 
 async function savePlan() {
@@ -359,7 +438,9 @@ async function savePlan() {
   const sources = pickedDemand().map((d) => ({
     Ftrantype: d.Ftrantype, FBillNo: d.FBillNo, FInterID: d.FInterID, FEntryID: d.FEntryID, FQty: d.FQty,
   }));
-  const answer = await call('PurchasePlanUpdate', 'UpdatePurchasePlan', [sources, lines, state.me.user]);
+  refuseTwice();
+  const answer = await write('PurchasePlanUpdate', 'UpdatePurchasePlan', [sources, lines, state.me.user]);
+  state.pricedDone = t('alreadyPlanned') + answer.result;
   say('order-msg', t('planSaved') + answer.result);
   $('plan-no').value = '';
 }
@@ -401,7 +482,12 @@ async function pushPlans() {
     FMergeSumQty: 0,
     EntryDataVct: [{ FKey: l.FKey, FInterID: l.FInterID, FEntryID: l.FEntryID, FItemID: l.FItemID, FBillNo: l.FBillNo, FPushQty: l.FPushQty }],
   }));
-  const answer = await call('PurchasePlanUpdate', 'PushBill', [lines, state.me.user, '', today()]);
+  const summary = perSupplier(lines, (l) => {
+    const source = state.planLines.find((p) => p.FKey === l.FKey);
+    return (source && source.FSupplyNumber) || l.FSupplyID;
+  }, (l) => Number(l.FPushQty || 0) * Number(l.FPrice || 0));
+  if (!ask(t('askPush') + '\n' + summary)) return;
+  const answer = await write('PurchasePlanUpdate', 'PushBill', [lines, state.me.user, '', today()]);
   const orders = (answer.result || []).map((o) => o.FBillNO).join(', ');
   await loadPlans();
   say('plans-msg', t('pushed') + orders);
@@ -409,7 +495,7 @@ async function pushPlans() {
 
 async function closePlans(reopen) {
   const rows = chosenPlanLines().map((l) => ({ FInterID: l.FInterID, FEntryID: l.FEntryID }));
-  const answer = await call('PurchasePlanUpdate', reopen ? 'UnClosePurchasePlan' : 'ClosePurchasePlan', [rows]);
+  const answer = await write('PurchasePlanUpdate', reopen ? 'UnClosePurchasePlan' : 'ClosePurchasePlan', [rows]);
   const text = answer.result.map((r) => `${r.FInterID}_${r.FEntryID}: ${r.Succeed ? t('done') : t('refused')} ${r.Error || ''}`).join('; ');
   await loadPlans();
   say('plans-msg', text, answer.result.every((r) => r.Succeed) ? 'ok' : 'error');
@@ -418,7 +504,8 @@ async function closePlans(reopen) {
 async function deletePlans() {
   const plans = new Map();
   chosenPlanLines().forEach((l) => plans.set(l.FBillNo, { FInterID: l.FInterID, FBillNo: l.FBillNo }));
-  const answer = await call('PurchasePlanUpdate', 'DeletePurchasePlan', [[...plans.values()]]);
+  if (!ask(t('askDelete') + [...plans.keys()].join(', '))) return;
+  const answer = await write('PurchasePlanUpdate', 'DeletePurchasePlan', [[...plans.values()]]);
   const text = answer.result.map((r) => `${r.FBillNo}: ${r.Succeed ? t('done') : r.Error}`).join('; ');
   await loadPlans();
   say('plans-msg', text, answer.result.every((r) => r.Succeed) ? 'ok' : 'error');
@@ -454,7 +541,7 @@ async function saveScope() {
   const key = all.filter((s) => s.fDetail === 1).map((s) => s.FItemID).join(',');
   const info = all.map((s) => s.FItemID).join(',');
   const text = chosen.map((s) => `${s.FNumber} - ${s.FName}`).join(',');
-  await call('MrpDataServer', 'UpdateStockInfo', [state.me.user, text, key, info, 1, '']);
+  await write('MrpDataServer', 'UpdateStockInfo', [state.me.user, text, key, info, 1, '']);
   say('scope-msg', t('scopeSaved'));
   await loadScope();
 }

@@ -1,5 +1,6 @@
 // The planner's whole flow in headless Chromium, on a fresh demo database:
 // sign in, pick demand, run MRP, pegging, confirm, order, plan save, push.
+// Orders and pushes are double-clicked: one set of orders each, one question.
 // Each step leaves a screenshot in the output folder; the test asserts
 // what the page shows.
 //
@@ -50,6 +51,17 @@ try {
   const page = await browser.newPage();
   await page.setViewport({ width: 1400, height: 900 });
   page.on('pageerror', (e) => expect('no script error', false, e.message));
+  // Writes that buy or destroy ask first: the questions are kept, and accepted.
+  const questions = [];
+  page.on('dialog', async (d) => { questions.push(d.message()); await d.accept(); });
+  // Counts through the service, with the planner's token.
+  const countOrders = () => page.evaluate(async (tok) => {
+    const r = await fetch('/api/call/ZUVMMrpCalculate.MrpDataServer/getPOOrderBills', {
+      method: 'POST', headers: { Authorization: 'Bearer ' + tok, 'Content-Type': 'application/json' }, body: '{"args": []}',
+    });
+    const lines = (await r.json()).result || [];
+    return new Set(lines.map((l) => l.FInterID)).size;
+  }, token);
   const shot = async (name) => page.screenshot({ path: path.join(outDir, `${String(++step).padStart(2, '0')}-${name}.png`), fullPage: true });
   const text = (selector) => page.$eval(selector, (el) => el.textContent);
   const waitText = (selector, needle) => page.waitForFunction(
@@ -117,13 +129,26 @@ try {
   await page.click('#check-credit');
   await waitText('#order-msg', '信用');
   await shot('confirmed');
-  await page.click('#make-orders');
+  // A double click on "make purchase orders": one question, one set of orders.
+  const ordersBefore = await countOrders();
+  await page.click('#make-orders', { clickCount: 2 });
   await waitText('#order-msg', 'POORD');
   const orders = await text('#order-msg');
   expect('two purchase orders made', (orders.match(/POORD\d+/g) || []).length === 2, orders);
+  expect('a double click makes one set of orders', (await countOrders()) === ordersBefore + 2,
+    `${ordersBefore} -> ${await countOrders()}`);
+  expect('asked once, with the orders per supplier', questions.length === 1 &&
+    questions[0].includes('S001: 4') && questions[0].includes('S002: 1'), JSON.stringify(questions));
   await shot('ordered');
 
-  // Save the same lines as a purchase plan.
+  // The ordered lines are not bought again, not even as a plan ...
+  await page.click('#save-plan');
+  await waitText('#order-msg', '已生成采购订单');
+  expect('ordered lines are not planned again', (await page.$eval('#order-msg', (el) => el.className)).includes('error'));
+  expect('nothing more was ordered', (await countOrders()) === ordersBefore + 2);
+  // ... unless the planner prices them again.
+  await page.click('#confirm-lines');
+  await page.waitForFunction(() => !document.querySelector('#confirm-lines').disabled);  // its answer came
   await page.click('#save-plan');
   await waitText('#order-msg', 'CJ');
   const planNo = (await text('#order-msg')).match(/CJ\d+/)[0];
@@ -138,8 +163,11 @@ try {
   const planLines = await page.$$eval('#plan-lines tbody tr', (rows) => rows.length);
   expect('the plan has five lines', planLines === 5, String(planLines));
   await page.click('#plan-lines input.plan-line');
-  await page.click('#plan-push');
+  const beforePush = await countOrders();
+  await page.click('#plan-push', { clickCount: 2 });
   await waitText('#plans-msg', 'POORD');
+  expect('a double click pushes one order', (await countOrders()) === beforePush + 1);
+  expect('the push asked first', questions.length === 2 && questions[1].includes('S002: 1'), JSON.stringify(questions));
   const pushed = await text('#plans-msg');
   expect('the first line pushed into an order', /POORD\d+/.test(pushed), pushed);
   const cells = await page.$eval('#plan-lines tbody tr', (r) => [...r.children].map((c) => c.textContent));
