@@ -406,6 +406,23 @@ TEST_P(Http, ScriptsReportsAndExports) {
     EXPECT_NEAR(total, report.at("rows")[i].at("FNeedQty").get<double>(), 1e-6);
   }
 
+  // Exactly the lines named: one line of the order, every peg from it.
+  r = Post("/api/report",
+           R"({"lines": [{"type": 81, "inter_id": 1, "entry_id": 2}], "warehouses": "11"})",
+           planner_);
+  ASSERT_EQ(r->status, 200) << r->body;
+  const Json one = Json::parse(r->body);
+  ASSERT_GT(one.at("rows").size(), 0u);
+  for (const auto& pegs : one.at("pegging")) {
+    for (const auto& peg : pegs) {
+      EXPECT_EQ(peg.at("FInterID"), 1);
+      EXPECT_EQ(peg.at("FEntryID"), 2) << peg.dump();
+    }
+  }
+  r = Post("/api/report", R"({"lines": [{"type": 81, "inter_id": 1, "entry_id": 99}]})", planner_);
+  EXPECT_EQ(r->status, 422) << r->body;
+  EXPECT_EQ(Post("/api/report", R"({"lines": [{"type": "x"}]})", planner_)->status, 400);
+
   const std::string rows = Json{{"rows", report.at("rows")}}.dump();
   r = Post("/api/export/report.xlsx", rows, planner_);
   ASSERT_EQ(r->status, 200);

@@ -296,11 +296,12 @@ function renderSwitches() {
 async function runMrp() {
   const picks = pickedDemand();
   if (!picks.length) throw new Error(t('noneChosen'));
-  const bills = [...new Set(picks.map((d) => d.FBillNo))];
+  // Exactly the lines picked, not their whole bills.
+  const lines = picks.map((d) => ({ type: d.Ftrantype, inter_id: d.FInterID, entry_id: d.FEntryID || 0 }));
   const switches = {};
   SWITCHES.forEach((k) => { switches[k] = $(`sw-${k}`).checked; });
   const answer = await api('POST', '/api/report', {
-    bills, switches, warehouses: $('warehouses').value, form: Number($('form').value),
+    lines, switches, warehouses: $('warehouses').value, form: Number($('form').value),
     single_level: $('single').checked,
   });
   state.report = answer.rows;

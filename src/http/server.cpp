@@ -157,6 +157,10 @@ mrp::ReportRequest ReadReportRequest(const Json& body, int32_t caller) {
   mrp::ReportRequest request;
   for (const auto& b : body.value("bills", Json::array()))
     request.bills.push_back(b.get<std::string>());
+  for (const auto& l : body.value("lines", Json::array())) {
+    request.lines.push_back({l.at("type").get<int32_t>(), l.at("inter_id").get<int32_t>(),
+                             l.value("entry_id", 0)});
+  }
   request.sub_id = body.value("sub_id", std::string("SC"));
   request.single_level = body.value("single_level", false);
   const Json switches = body.value("switches", Json::object());
@@ -170,7 +174,12 @@ mrp::ReportRequest ReadReportRequest(const Json& body, int32_t caller) {
 Json ReportRequestJson(const mrp::ReportRequest& request) {
   Json switches = Json::object();
   for (const SwitchField& s : kSwitches) switches[s.name] = request.*s.field;
-  return {{"bills", request.bills},           {"sub_id", request.sub_id},
+  Json lines = Json::array();
+  for (const auto& l : request.lines) {
+    lines.push_back({{"type", l.tran_type}, {"inter_id", l.inter_id}, {"entry_id", l.entry_id}});
+  }
+  return {{"bills", request.bills},           {"lines", lines},
+          {"sub_id", request.sub_id},
           {"single_level", request.single_level}, {"switches", switches},
           {"warehouses", request.warehouses},  {"form", request.form},
           {"user", request.user}};

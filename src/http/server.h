@@ -65,7 +65,8 @@ struct ServeOptions {
 };
 
 // The body of POST /api/report as a report request, and back: "bills"
-// (numbers), "sub_id", "single_level", "switches" (an object of the
+// (numbers), "lines" (just these open lines: {"type", "inter_id",
+// "entry_id"}, the line 0 for a task), "sub_id", "single_level", "switches" (an object of the
 // report's switch names: "NowStock", "SaveStock", "Moving", "UnSale",
 // "Producing", "Produc", "MidStockQty", "Virtual"), "warehouses", "form"
 // and "user" (the caller's user when absent). A body that is not an

@@ -73,10 +73,12 @@ std::vector<OpenDemandLine> OpenDemandOf(Connection& connection,
 }
 
 DemandSelection SelectDemand(Connection& connection, const std::vector<std::string>& bills,
-                             int task_code) {
+                             int task_code, const std::vector<DemandLineKey>& only) {
   DemandSelection out{Vector::Create(), Vector::Create()};
+  const std::set<DemandLineKey> wanted(only.begin(), only.end());
   for (const auto& l : OpenDemandOf(connection, bills)) {
     if (l.tran_type != kTranSalesOrder && l.tran_type != task_code) continue;
+    if (!wanted.empty() && !wanted.count({l.tran_type, l.inter_id, l.entry_id})) continue;
     auto row = Dictionary::Create();
     row->Set("Ftrantype", l.tran_type);
     row->Set("FItemID", l.item_id);
@@ -99,7 +101,7 @@ DemandSelection SelectDemand(Connection& connection, const std::vector<std::stri
 
 ReportArguments ArgumentsOf(Connection& connection, const ReportRequest& r) {
   const int task_code = r.sub_id == "WW" ? kTranOutsourcingTask : kTranProductionTask;
-  DemandSelection selection = SelectDemand(connection, r.bills, task_code);
+  DemandSelection selection = SelectDemand(connection, r.bills, task_code, r.lines);
   ReportArguments out{selection.lines, Dictionary::Create()};
   out.filter->Set("SubID", r.sub_id);
   out.filter->Set("Expand", int32_t{r.single_level ? 0 : 1});

@@ -43,13 +43,21 @@ struct DemandSelection {
   VectorPtr lines;
   VectorPtr source;
 };
+// One demand line by its keys: a sales-order line, or a task (line 0).
+struct DemandLineKey {
+  int32_t tran_type = 0, inter_id = 0, entry_id = 0;
+  auto operator<=>(const DemandLineKey&) const = default;
+};
+// With `only` given, just the open lines it names (of those bills, when
+// bills are named too).
 DemandSelection SelectDemand(db::Connection& connection, const std::vector<std::string>& bills,
-                             int task_code);
+                             int task_code, const std::vector<DemandLineKey>& only = {});
 
 // What a caller asks the MRP report for, in one form whatever the door: the
 // command line, the HTTP service and the benchmarks.
 struct ReportRequest {
   std::vector<std::string> bills;  // sales orders and tasks by number; none: all open demand
+  std::vector<DemandLineKey> lines;  // just these open lines, when given
   std::string sub_id = "SC";       // the task kind: "SC" production, "WW" outsourcing
   bool single_level = false;
   // The netting switches.
