@@ -26,6 +26,7 @@ const TEXTS = {
     FPushQty: '待下推', FPurchaseFinishQty: '已下单', FClosed: '关闭', FSourceNo: '源单',
     FKey: '计划行', FFinishDate: '需求日期', FVDate: '计划日期', FBSUnitName: '单位', FAllStockQty: '库存', FActualQty: '实仓库存', FName: '名称', FNumber: '代码',
     Succeed: '成功', Error: '信息', FSupplyName: '供应商', FBillNO: '单号', FInterID: '内码', FItemID: '物料内码',
+    FSaveQty: '安全库存', FMidStockQty: '半成品库存', suggestion: '建议采购', actOnly: '只显示需采购的行',
     askOrders: '将生成采购订单：', askPush: '将下推为采购订单：', askDelete: '将删除采购计划：', lines: '行',
     proceed: '是否继续？', alreadyOrdered: '这些行已生成采购订单：', alreadyPlanned: '这些行已保存为采购计划：',
     confirmAgain: '如需再次采购，请重新“确认并计价”。',
@@ -55,6 +56,7 @@ const TEXTS = {
     FTaxRate: 'Tax %', Fdate: 'Needed on', FPushQty: 'To push', FPurchaseFinishQty: 'Ordered', FClosed: 'Closed',
     FSourceNo: 'Sources', FKey: 'Plan line', FFinishDate: 'Needed on', FVDate: 'Plan date', FBSUnitName: 'Unit', FAllStockQty: 'Stock', FActualQty: 'Real stock', FName: 'Name',
     FNumber: 'Code', Succeed: 'Done', Error: 'Message', FSupplyName: 'Supplier', FBillNO: 'Bill', FInterID: 'Id', FItemID: 'Item id',
+    FSaveQty: 'Safety stock', FMidStockQty: 'Made parts in stock', suggestion: 'Suggestion', actOnly: 'Only rows to act on',
     askOrders: 'Purchase orders to make: ', askPush: 'Purchase orders to push: ', askDelete: 'Plans to delete: ', lines: 'lines',
     proceed: 'Go ahead?', alreadyOrdered: 'These lines were ordered already: ', alreadyPlanned: 'These lines were planned already: ',
     confirmAgain: 'To buy them again, press “Confirm and price” again.',
@@ -175,14 +177,27 @@ function perSupplier(lines, supplierOf, valueOf) {
   return [...groups].map(([s, g]) => `${s}: ${g.lines} ${t('lines')}, ${amount(g.value)}`).join('\n');
 }
 
-// Ids, codes and states print as they are; quantities, prices and rates
-// with two decimals, whatever JSON made of them.
+// Ids, codes and states print as they are; quantities in the item's own
+// decimals (its FQtyDecimal) and prices with two, grouped by thousands as
+// the page's language groups them.
 const PLAIN = new Set(['FInterID', 'FEntryID', 'FItemID', 'FTranType', 'FSupplyID', 'FClosed',
   'Succeed', 'FQtyDecimal', 'FPriceDecimal', 'FItemPropID', 'FAuxPropID', 'FUnitID']);
+const QUANTITIES = new Set(['FNeedQty', 'FCurrentQty', 'FSaveQty', 'FMovingQty', 'FUnStockQty',
+  'FProducingQty', 'FProducQty', 'FMidStockQty', 'FSuggestQty', 'FQty', 'FAuxQty', 'FPushQty',
+  'FPurchaseFinishQty', 'FAllStockQty', 'FActualQty']);
 
-function fmt(v, key) {
+function number(v, decimals) {
+  return v.toLocaleString(state.lang === 'zh' ? 'zh-CN' : 'en-US',
+    { minimumFractionDigits: decimals, maximumFractionDigits: decimals });
+}
+
+function fmt(v, key, row) {
   if (v === null || v === undefined) return '';
-  if (typeof v === 'number') return PLAIN.has(key) || (key === undefined && Number.isInteger(v)) ? String(v) : v.toFixed(2);
+  if (typeof v === 'number') {
+    if (PLAIN.has(key) || (key === undefined && Number.isInteger(v))) return String(v);
+    const own = row && QUANTITIES.has(key) && Number.isInteger(row.FQtyDecimal) ? row.FQtyDecimal : 2;
+    return number(v, Math.min(Math.max(own, 0), 10));
+  }
   if (typeof v === 'string' && /^\d{4}-\d\d-\d\d 00:00:00$/.test(v)) return v.slice(0, 10);
   return String(v);
 }
@@ -190,11 +205,14 @@ function fmt(v, key) {
 // A table of rows over the given columns; extra(row, i) gives leading cells.
 function table(el, rows, columns, options = {}) {
   const head = (options.lead ? '<th></th>' : '') +
-    columns.map((c) => `<th data-key="${c}">${t(c)}${state.sortKey === c && options.sortable ? (state.sortUp ? ' ▲' : ' ▼') : ''}</th>`).join('');
+    columns.map((c) => `<th data-key="${c}">${t((options.labels && options.labels[c]) || c)}${state.sortKey === c && options.sortable ? (state.sortUp ? ' ▲' : ' ▼') : ''}</th>`).join('');
   const body = rows.map((r, i) => {
     const cls = options.rowClass ? options.rowClass(r, i) : '';
     const lead = options.lead ? `<td>${options.lead(r, i)}</td>` : '';
-    const cells = columns.map((c) => `<td class="${typeof r[c] === 'number' ? 'n' : ''}">${escapeHtml(fmt(r[c], c))}</td>`).join('');
+    const cells = columns.map((c) => {
+      const cls = [typeof r[c] === 'number' ? 'n' : '', options.cellClass ? options.cellClass(r, c) : ''].join(' ').trim();
+      return `<td class="${cls}">${escapeHtml(fmt(r[c], c, r))}</td>`;
+    }).join('');
     return `<tr data-i="${options.index ? options.index(r, i) : i}" class="${cls}">${lead}${cells}</tr>`;
   }).join('');
   el.innerHTML = `<thead><tr>${head}</tr></thead><tbody>${body}</tbody>`;
@@ -315,14 +333,21 @@ async function runMrp() {
 }
 
 // 4. Review: sort, filter, pages of 100 rows, pegging of a row.
-const REPORT_COLUMNS = ['FItemNumber', 'FItemName', 'FAuxProp', 'FNeedQty', 'FCurrentQty', 'FMovingQty',
-  'FProducingQty', 'FProducQty', 'FQty', 'FSupplyNumber', 'FItemProp', 'FDate'];
+// The report's arithmetic, left to right: gross need, less stock on hand,
+// plus safety stock, less what is on order, plus production in progress,
+// less what was issued and made parts in stock, gives the suggestion.
+const REPORT_COLUMNS = ['FItemNumber', 'FItemName', 'FAuxProp', 'FUnitName', 'FNeedQty', 'FCurrentQty',
+  'FSaveQty', 'FMovingQty', 'FProducingQty', 'FProducQty', 'FMidStockQty', 'FQty', 'FSupplyNumber',
+  'FItemProp', 'FDate'];
+const REPORT_LABELS = { FQty: 'suggestion' };
 
 function renderReport() {
   const filter = $('report-filter').value.trim().toLowerCase();
+  const actOnly = $('act-only').checked;
   let view = state.report.map((r, i) => i).filter((i) => {
-    if (!filter) return true;
     const r = state.report[i];
+    if (actOnly && !(r.FQty > 0)) return false;
+    if (!filter) return true;
     return `${r.FItemNumber} ${r.FItemName} ${r.FSupplyNumber}`.toLowerCase().includes(filter);
   });
   if (state.sortKey) {
@@ -342,8 +367,14 @@ function renderReport() {
   const shown = view.slice(state.page * PAGE, state.page * PAGE + PAGE);
   table($('report'), shown.map((i) => state.report[i]), REPORT_COLUMNS, {
     sortable: true,
+    labels: REPORT_LABELS,
     index: (r, j) => shown[j],
-    rowClass: (r, j) => (shown[j] === state.chosenRow ? 'chosen' : ''),
+    // A row to buy for stands out; so does stock below zero.
+    rowClass: (r, j) => [shown[j] === state.chosenRow ? 'chosen' : '', r.FQty > 0 ? 'shortage' : ''].join(' ').trim(),
+    cellClass: (r, c) => {
+      if (c === 'FCurrentQty' && r[c] < 0) return 'negative';
+      return c === 'FQty' && r[c] > 0 ? 'to-buy' : '';
+    },
   });
   $('report-count').textContent = `${view.length} ${t('rows')}`;
   $('report-pager').innerHTML = pages > 1
@@ -356,7 +387,7 @@ function renderPegging() {
   table($('pegging'), pegs, ['FTranType', 'FBillNo', 'FEntryID', 'FItemID', 'FQty']);
   if (state.chosenRow >= 0) {
     const r = state.report[state.chosenRow];
-    say('review-msg', `${r.FItemNumber} ${r.FItemName}: ${fmt(r.FNeedQty)}`);
+    say('review-msg', `${r.FItemNumber} ${r.FItemName}: ${fmt(r.FNeedQty, 'FNeedQty', r)}`);
   }
 }
 
@@ -372,7 +403,7 @@ function renderToBuy() {
   $('tobuy').innerHTML = '<thead><tr><th></th><th>' + ['FItemNumber', 'FItemName', 'FAuxProp', 'FQty', 'FDate', 'FSupplyNumber'].map(t).join('</th><th>') +
     '</th></tr></thead><tbody>' + rows.map(([r, i]) =>
     `<tr><td><input type="checkbox" class="buy" data-i="${i}" checked></td><td>${escapeHtml(fmt(r.FItemNumber))}</td><td>${escapeHtml(fmt(r.FItemName))}</td>` +
-    `<td>${escapeHtml(fmt(r.FAuxProp))}</td><td class="n">${fmt(r.FQty, 'FQty')}</td><td>${fmt(r.FDate)}</td>` +
+    `<td>${escapeHtml(fmt(r.FAuxProp))}</td><td class="n">${fmt(r.FQty, 'FQty', r)}</td><td>${fmt(r.FDate)}</td>` +
     `<td><input class="supplier" data-i="${i}" value="${escapeHtml(r.FSupplyNumber || '')}"></td></tr>`).join('') + '</tbody>';
 }
 
@@ -570,6 +601,7 @@ function wire() {
   $('show-stock').onclick = guarded('pick-msg', showStock);
   $('run-mrp').onclick = guarded('run-msg', runMrp);
   $('report-filter').oninput = () => { state.page = 0; renderReport(); };
+  $('act-only').onchange = () => { state.page = 0; renderReport(); };
   $('report').onclick = (e) => {
     const th = e.target.closest('th');
     if (th) {

@@ -97,7 +97,17 @@ try {
   await page.waitForSelector('#report tbody tr');
   const reportRows = await page.$$eval('#report tbody tr', (els) => els.length);
   expect('twelve report rows', reportRows === 12, String(reportRows));
-  expect('the spokes need 2,277.55', (await text('#report')).includes('2277.55'));
+  // The arithmetic is on screen, each figure in its item's decimals: the
+  // spokes count in whole pieces.
+  const heads = await page.$$eval('#report th', (ths) => ths.map((th) => th.textContent));
+  expect('the report shows safety stock, made parts in stock and the suggestion',
+    ['安全库存', '半成品库存', '建议采购', '单位'].every((h) => heads.some((x) => x.startsWith(h))), heads.join(' | '));
+  expect('the spokes need 2,278 pieces', (await text('#report')).includes('2,278'));
+  const toBuy = await page.$$eval('#report td.to-buy', (els) => els.length);
+  await page.click('#act-only');
+  const acting = await page.$$eval('#report tbody tr', (els) => els.length);
+  expect('only the rows to act on', acting === toBuy && acting > 0 && acting < reportRows, `${acting} of ${reportRows}`);
+  await page.click('#act-only');
   await shot('report');
 
   // 4. Pegging of the frames row: the three sales-order lines behind it.
@@ -171,7 +181,7 @@ try {
   const pushed = await text('#plans-msg');
   expect('the first line pushed into an order', /POORD\d+/.test(pushed), pushed);
   const cells = await page.$eval('#plan-lines tbody tr', (r) => [...r.children].map((c) => c.textContent));
-  expect('the pushed line shows as ordered and closed', cells[8] === '2297.55' && cells[10] === '1', cells.join(' | '));
+  expect('the pushed line shows as ordered and closed', cells[8] === '2,298' && cells[10] === '1', cells.join(' | '));
   await shot('pushed');
 
   // English, and an error shown next to its cause.
