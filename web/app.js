@@ -26,6 +26,8 @@ const TEXTS = {
     FPushQty: '待下推', FPurchaseFinishQty: '已下单', FClosed: '关闭', FSourceNo: '源单',
     FKey: '计划行', FFinishDate: '需求日期', FVDate: '计划日期', FBSUnitName: '单位', FAllStockQty: '库存', FActualQty: '实仓库存', FName: '名称', FNumber: '代码',
     Succeed: '成功', Error: '信息', FSupplyName: '供应商', FBillNO: '单号', FInterID: '内码', FItemID: '物料内码',
+    closed0: '未关闭', closed1: '已全部下单', closed2: '手工关闭', line: '行', closedNow: '已关闭',
+    reopenedNow: '已反关闭', notOpen: '不是未关闭的行，不能下推：', nothingToPush: '没有待下推数量：',
     FSaveQty: '安全库存', FMidStockQty: '半成品库存', suggestion: '建议采购', actOnly: '只显示需采购的行',
     askOrders: '将生成采购订单：', askPush: '将下推为采购订单：', askDelete: '将删除采购计划：', lines: '行',
     proceed: '是否继续？', alreadyOrdered: '这些行已生成采购订单：', alreadyPlanned: '这些行已保存为采购计划：',
@@ -56,6 +58,8 @@ const TEXTS = {
     FTaxRate: 'Tax %', Fdate: 'Needed on', FPushQty: 'To push', FPurchaseFinishQty: 'Ordered', FClosed: 'Closed',
     FSourceNo: 'Sources', FKey: 'Plan line', FFinishDate: 'Needed on', FVDate: 'Plan date', FBSUnitName: 'Unit', FAllStockQty: 'Stock', FActualQty: 'Real stock', FName: 'Name',
     FNumber: 'Code', Succeed: 'Done', Error: 'Message', FSupplyName: 'Supplier', FBillNO: 'Bill', FInterID: 'Id', FItemID: 'Item id',
+    closed0: 'open', closed1: 'fully ordered', closed2: 'closed by hand', line: 'line', closedNow: 'closed',
+    reopenedNow: 'reopened', notOpen: 'Only open lines can be pushed: ', nothingToPush: 'Nothing left to push: ',
     FSaveQty: 'Safety stock', FMidStockQty: 'Made parts in stock', suggestion: 'Suggestion', actOnly: 'Only rows to act on',
     askOrders: 'Purchase orders to make: ', askPush: 'Purchase orders to push: ', askDelete: 'Plans to delete: ', lines: 'lines',
     proceed: 'Go ahead?', alreadyOrdered: 'These lines were ordered already: ', alreadyPlanned: 'These lines were planned already: ',
@@ -193,6 +197,7 @@ function number(v, decimals) {
 
 function fmt(v, key, row) {
   if (v === null || v === undefined) return '';
+  if (key === 'FClosed' && [0, 1, 2].includes(v)) return t(`closed${v}`);  // a state, in words
   if (typeof v === 'number') {
     if (PLAIN.has(key) || (key === undefined && Number.isInteger(v))) return String(v);
     const own = row && QUANTITIES.has(key) && Number.isInteger(row.FQtyDecimal) ? row.FQtyDecimal : 2;
@@ -507,7 +512,13 @@ function chosenPlanLines() {
 }
 
 async function pushPlans() {
-  const lines = chosenPlanLines().map((l) => ({
+  const chosen = chosenPlanLines();
+  // A closed line, or one with nothing left to push, would make an empty order.
+  const closed = chosen.filter((l) => l.FClosed !== 0);
+  if (closed.length) throw new Error(t('notOpen') + closed.map((l) => planLineName(l.FInterID, l.FEntryID)).join(', '));
+  const empty = chosen.filter((l) => !(l.FPushQty > 0));
+  if (empty.length) throw new Error(t('nothingToPush') + empty.map((l) => planLineName(l.FInterID, l.FEntryID)).join(', '));
+  const lines = chosen.map((l) => ({
     FKey: l.FKey, FSupplyID: l.FSupplyID, FItemID: l.FItemID, FAuxPropID: l.FAuxPropID, FUnitID: l.FUnitID,
     FPushQty: l.FPushQty, FPrice: l.FPrice, FDiscountRate: l.FDiscountRate, FTaxRate: l.FTaxRate,
     FMemo: l.FMemo, FFinishDate: l.FFinishDate, FBillNo: l.FBillNo, FIsMerge: 0, FStartKey: '', FEndKey: '',
@@ -525,10 +536,17 @@ async function pushPlans() {
   say('plans-msg', t('pushed') + orders);
 }
 
+// "CJ20261124001 line 2", for a plan line's interior id and line.
+function planLineName(interId, entryId) {
+  const line = state.planLines.find((l) => l.FInterID === interId && l.FEntryID === entryId);
+  return `${line ? line.FBillNo : interId} ${t('line')} ${entryId}`;
+}
+
 async function closePlans(reopen) {
   const rows = chosenPlanLines().map((l) => ({ FInterID: l.FInterID, FEntryID: l.FEntryID }));
   const answer = await write('PurchasePlanUpdate', reopen ? 'UnClosePurchasePlan' : 'ClosePurchasePlan', [rows]);
-  const text = answer.result.map((r) => `${r.FInterID}_${r.FEntryID}: ${r.Succeed ? t('done') : t('refused')} ${r.Error || ''}`).join('; ');
+  const text = answer.result.map((r) => `${planLineName(r.FInterID, r.FEntryID)}: ` +
+    `${r.Succeed ? t(reopen ? 'reopenedNow' : 'closedNow') : t('refused')} ${r.Error || ''}`.trim()).join('; ');
   await loadPlans();
   say('plans-msg', text, answer.result.every((r) => r.Succeed) ? 'ok' : 'error');
 }

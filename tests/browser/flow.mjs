@@ -181,8 +181,15 @@ try {
   const pushed = await text('#plans-msg');
   expect('the first line pushed into an order', /POORD\d+/.test(pushed), pushed);
   const cells = await page.$eval('#plan-lines tbody tr', (r) => [...r.children].map((c) => c.textContent));
-  expect('the pushed line shows as ordered and closed', cells[8] === '2,298' && cells[10] === '1', cells.join(' | '));
+  expect('the pushed line shows as ordered and closed', cells[8] === '2,298' && cells[10] === '已全部下单', cells.join(' | '));
   await shot('pushed');
+  // Pushed again, the closed line is refused in the page: no empty order.
+  const beforeAgain = await countOrders();
+  await page.click('#plan-lines input.plan-line');
+  await page.click('#plan-push');
+  await waitText('#plans-msg', '不是未关闭的行');
+  expect('a closed line is not pushed again', (await countOrders()) === beforeAgain);
+  await page.click('#plan-lines input.plan-line');
 
   // English, and an error shown next to its cause.
   await page.click('#lang');
