@@ -26,6 +26,7 @@ const TEXTS = {
     FPushQty: '待下推', FPurchaseFinishQty: '已下单', FClosed: '关闭', FSourceNo: '源单',
     FKey: '计划行', FFinishDate: '需求日期', FVDate: '计划日期', FBSUnitName: '单位', FAllStockQty: '库存', FActualQty: '实仓库存', FName: '名称', FNumber: '代码',
     Succeed: '成功', Error: '信息', FSupplyName: '供应商', FBillNO: '单号', FInterID: '内码', FItemID: '物料内码',
+    signOut: '退出', signInFirst: '请先登录。', tokenRefused: '令牌无效或已被吊销，请重新登录。',
     closed0: '未关闭', closed1: '已全部下单', closed2: '手工关闭', line: '行', closedNow: '已关闭',
     reopenedNow: '已反关闭', notOpen: '不是未关闭的行，不能下推：', nothingToPush: '没有待下推数量：',
     FSaveQty: '安全库存', FMidStockQty: '半成品库存', suggestion: '建议采购', actOnly: '只显示需采购的行',
@@ -58,6 +59,7 @@ const TEXTS = {
     FTaxRate: 'Tax %', Fdate: 'Needed on', FPushQty: 'To push', FPurchaseFinishQty: 'Ordered', FClosed: 'Closed',
     FSourceNo: 'Sources', FKey: 'Plan line', FFinishDate: 'Needed on', FVDate: 'Plan date', FBSUnitName: 'Unit', FAllStockQty: 'Stock', FActualQty: 'Real stock', FName: 'Name',
     FNumber: 'Code', Succeed: 'Done', Error: 'Message', FSupplyName: 'Supplier', FBillNO: 'Bill', FInterID: 'Id', FItemID: 'Item id',
+    signOut: 'Sign out', signInFirst: 'Sign in first.', tokenRefused: 'The token is not valid or was revoked: sign in again.',
     closed0: 'open', closed1: 'fully ordered', closed2: 'closed by hand', line: 'line', closedNow: 'closed',
     reopenedNow: 'reopened', notOpen: 'Only open lines can be pushed: ', nothingToPush: 'Nothing left to push: ',
     FSaveQty: 'Safety stock', FMidStockQty: 'Made parts in stock', suggestion: 'Suggestion', actOnly: 'Only rows to act on',
@@ -104,6 +106,13 @@ async function api(method, path, body, key) {
   const text = await response.text();
   let data = null;
   try { data = JSON.parse(text); } catch (e) { data = null; }
+  if (response.status === 401) {
+    // Signed out by the service: the page says so in its own language.
+    forgetSignIn();
+    show('signin');
+    say('signin-msg', t('tokenRefused'), 'error');
+    throw new Error(t('tokenRefused'));
+  }
   if (!response.ok) {
     throw new Error(data && data.error ? data.error.description : `${response.status} ${text}`);
   }
@@ -254,6 +263,11 @@ function applyLanguage() {
 }
 
 function show(step) {
+  if (!state.me && step !== 'signin') {
+    state.wanted = step;  // where to go once signed in
+    say('signin-msg', t('signInFirst'), 'error');
+    step = 'signin';
+  }
   document.querySelectorAll('main section').forEach((s) => { s.hidden = s.id !== step; });
   document.querySelectorAll('nav a').forEach((a) => a.classList.toggle('active', a.dataset.step === step));
   if (step === 'pick' && state.me && !state.demand.length) guarded('pick-msg', loadDemand)();
@@ -267,8 +281,67 @@ async function signIn() {
   state.me = await api('GET', '/api/me');
   sessionStorage.setItem('mrpcalc.token', state.token);
   $('who').textContent = `${state.me.name} (${state.me.user})`;
+  $('signout').hidden = false;
   say('signin-msg', t('signedIn') + `${state.me.name} (${state.me.user})`);
-  location.hash = '#pick';
+  // Picks kept over a reload need their lines again.
+  if (state.picked.size && !state.demand.length) await loadDemand();
+  const next = state.wanted && state.wanted !== 'signin' ? state.wanted : 'pick';
+  state.wanted = null;
+  if (location.hash === `#${next}`) show(next); else location.hash = `#${next}`;
+}
+
+function forgetSignIn() {
+  state.me = null;
+  state.token = '';
+  sessionStorage.removeItem('mrpcalc.token');
+  $('who').textContent = '';
+  $('signout').hidden = true;
+}
+
+function signOut() {
+  forgetSignIn();
+  sessionStorage.removeItem(WORK);
+  location.hash = '';
+  location.reload();
+}
+
+// The work in progress, kept for this tab: what was picked, the run's
+// settings, and the report while it is small enough to keep.
+const WORK = 'mrpcalc.work';
+const KEPT_REPORT_CHARS = 4 << 20;
+
+function saveWork() {
+  const work = {
+    picked: [...state.picked],
+    switches: Object.fromEntries(SWITCHES.map((k) => [k, $(`sw-${k}`)?.checked ?? false])),
+    warehouses: $('warehouses').value, form: $('form').value, single: $('single').checked,
+  };
+  const report = JSON.stringify({ report: state.report, pegging: state.pegging });
+  if (report.length < KEPT_REPORT_CHARS) Object.assign(work, JSON.parse(report));
+  try {
+    sessionStorage.setItem(WORK, JSON.stringify(work));
+  } catch (e) {
+    // Over the browser's quota: the picks and settings without the report.
+    delete work.report;
+    delete work.pegging;
+    sessionStorage.setItem(WORK, JSON.stringify(work));
+  }
+}
+
+function restoreWork() {
+  let work = null;
+  try { work = JSON.parse(sessionStorage.getItem(WORK) || 'null'); } catch (e) { work = null; }
+  if (!work) return;
+  state.picked = new Set(work.picked || []);
+  Object.entries(work.switches || {}).forEach(([k, on]) => { if ($(`sw-${k}`)) $(`sw-${k}`).checked = on; });
+  $('warehouses').value = work.warehouses || '';
+  $('form').value = work.form || $('form').value;
+  $('single').checked = !!work.single;
+  if (work.report) {
+    state.report = work.report;
+    state.pegging = work.pegging || [];
+    renderReport();
+  }
 }
 
 // 2. Pick demand.
@@ -332,6 +405,7 @@ async function runMrp() {
   state.page = 0;
   state.chosenRow = -1;
   renderReport();
+  saveWork();
   const messages = answer.messages.length ? ' ' + answer.messages.join(' ') : '';
   say('run-msg', `${t('reportDone')}${state.report.length} ${t('rows')}${messages}`);
   location.hash = '#review';
@@ -471,6 +545,7 @@ function refuseTwice() {
 }
 
 async function savePlan() {
+  if (!pickedDemand().length) throw new Error(t('noneChosen'));
   const lines = chosenToBuy();
   const sources = pickedDemand().map((d) => ({
     Ftrantype: d.Ftrantype, FBillNo: d.FBillNo, FInterID: d.FInterID, FEntryID: d.FEntryID, FQty: d.FQty,
@@ -615,7 +690,10 @@ function wire() {
       if (e.target.checked) state.picked.add(e.target.dataset.key); else state.picked.delete(e.target.dataset.key);
     }
     say('pick-msg', `${t('picked')} ${state.picked.size}`);
+    saveWork();
   };
+  $('run').onchange = saveWork;  // switches, warehouses, form, levels
+  $('signout').onclick = signOut;
   $('show-stock').onclick = guarded('pick-msg', showStock);
   $('run-mrp').onclick = guarded('run-msg', runMrp);
   $('report-filter').oninput = () => { state.page = 0; renderReport(); };
@@ -660,11 +738,13 @@ function wire() {
 
 wire();
 applyLanguage();
+restoreWork();
 say('review-msg', t('clickRow'));
+state.wanted = location.hash.slice(1) || 'pick';
 if (state.token) {
   $('token').value = '';
+  show('signin');
   guarded('signin-msg', signIn)();
 } else {
-  show('signin');
+  show(location.hash.slice(1) || 'signin');  // a step asked for says to sign in first
 }
-show(location.hash.slice(1) || 'signin');

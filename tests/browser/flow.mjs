@@ -67,11 +67,14 @@ try {
   const waitText = (selector, needle) => page.waitForFunction(
     (s, n) => document.querySelector(s) && document.querySelector(s).textContent.includes(n), { timeout: 15000 }, selector, needle);
 
-  // 1. Sign in: a wrong token is refused next to the field, the right one works.
-  await page.goto(`http://127.0.0.1:${port}/`);
+  // 1. A step asked for before signing in leads to the sign-in.
+  await page.goto(`http://127.0.0.1:${port}/#run`);
+  await waitText('#signin-msg', '请先登录');
+  expect('no step before signing in', await page.$eval('#run', (el) => el.hidden));
+  // Sign in: a wrong token is refused next to the field, the right one works.
   await page.type('#token', 'mrp_wrong');
   await page.click('#signin-go');
-  await waitText('#signin-msg', 'Bearer');
+  await waitText('#signin-msg', '令牌无效');
   expect('a wrong token is refused', (await page.$eval('#signin-msg', (el) => el.className)).includes('error'));
   await page.$eval('#token', (el) => { el.value = ''; });
   await page.type('#token', token);
@@ -79,8 +82,10 @@ try {
   await waitText('#who', 'planner');
   await shot('signed-in');
   expect('signed in as the planner', (await text('#who')).includes('(16)'));
+  expect('signed in, the step first asked for', !(await page.$eval('#run', (el) => el.hidden)));
 
   // 2. Pick every open line; stock of the warehouses.
+  await page.click('nav a[data-step="pick"]');
   await page.waitForSelector('#demand input.pick');
   const lines = await page.$$eval('#demand input.pick', (els) => els.length);
   expect('seven open demand lines', lines === 7, String(lines));
@@ -109,6 +114,15 @@ try {
   expect('only the rows to act on', acting === toBuy && acting > 0 && acting < reportRows, `${acting} of ${reportRows}`);
   await page.click('#act-only');
   await shot('report');
+
+  // A reload keeps the work: signed in, the report where it was.
+  await page.reload();
+  await page.waitForSelector('#report tbody tr');
+  await waitText('#who', 'planner');
+  await page.waitForFunction(() => !document.querySelector('#review').hidden, { timeout: 15000 });
+  const kept = await page.$$eval('#report tbody tr', (els) => els.length);
+  expect('a reload keeps the report and the sign-in', kept === reportRows &&
+    !(await page.$eval('#review', (el) => el.hidden)), `${kept} rows`);
 
   // 4. Pegging of the frames row: the three sales-order lines behind it.
   const frameRow = await page.$$eval('#report tbody tr', (rows) => rows.findIndex((r) => r.textContent.includes('车架总成')));
@@ -200,6 +214,14 @@ try {
   await waitText('#plans-msg', 'linked to the purchase orders');
   expect('deleting a plan with orders is refused', (await page.$eval('#plans-msg', (el) => el.className)).includes('error'));
   await shot('refused-in-english');
+
+  // A revoked token signs the page out, in the page's language.
+  execFileSync(binary, ['token', 'revoke', '--dsn', dsn, '--token', token], { stdio: 'ignore' });
+  await page.click('#plans-load');
+  await waitText('#signin-msg', 'sign in again');
+  expect('a revoked token shows the sign-in, the header cleared',
+    !(await page.$eval('#signin', (el) => el.hidden)) && (await text('#who')) === '');
+  await shot('revoked');
 } catch (e) {
   expect('the flow ran to its end', false, e.stack);
 } finally {
