@@ -8,7 +8,7 @@ set -euo pipefail
 
 packages=(build-essential cmake pkg-config libsqlite3-dev unixodbc-dev odbc-postgresql tdsodbc
           nlohmann-json3-dev libsimdjson-dev libcli11-dev libfmt-dev libinih-dev libcpp-httplib-dev
-          libxlsxwriter-dev libssl-dev)
+          libxlsxwriter-dev libssl-dev zlib1g-dev)
 if [[ "${1:-}" == "--test" || "${1:-}" == "--fuzz" ]]; then
   # The fuzz target is built with clang and its libFuzzer.
   packages+=(clang libclang-rt-14-dev)

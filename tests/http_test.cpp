@@ -406,6 +406,18 @@ TEST_P(Http, ScriptsReportsAndExports) {
     EXPECT_NEAR(total, report.at("rows")[i].at("FNeedQty").get<double>(), 1e-6);
   }
 
+  // Gzipped for a client that takes gzip, the same report once unpacked.
+  {
+    httplib::Client client("127.0.0.1", port_);
+    auto zipped = client.Post(
+        "/api/report",
+        {{"Authorization", "Bearer " + planner_}, {"Accept-Encoding", "gzip, deflate, br"}},
+        R"({"bills": ["SEORD000001"], "switches": {"NowStock": true}, "warehouses": "11,12,20"})",
+        "application/json");
+    ASSERT_EQ(zipped->status, 200);
+    EXPECT_EQ(zipped->get_header_value("Content-Encoding"), "gzip");
+    EXPECT_EQ(Json::parse(zipped->body), report);
+  }
   // Exactly the lines named: one line of the order, every peg from it.
   r = Post("/api/report",
            R"({"lines": [{"type": 81, "inter_id": 1, "entry_id": 2}], "warehouses": "11"})",

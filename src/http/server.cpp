@@ -2,6 +2,7 @@
 #include "http/server.h"
 
 #include <httplib.h>
+#include <zlib.h>
 
 #include <sys/socket.h>
 
@@ -30,11 +31,15 @@
 namespace mrpcalc::http {
 namespace {
 
+// Named with its charset, JSON is left alone by the library's own
+// compression, whose brotli takes seconds a megabyte; answers are gzipped
+// here instead (Answer).
 constexpr const char* kJson = "application/json; charset=utf-8";
 constexpr const char* kIdempotencyKey = "Idempotency-Key";
 
 thread_local std::chrono::steady_clock::time_point request_started;
 thread_local int32_t request_user = 0;
+thread_local bool request_takes_gzip = false;  // its Accept-Encoding names gzip
 thread_local std::string request_language;  // "en" or "zh" from Accept-Language, else ""
 
 // The login of one request: the service's, with the token's user and the
@@ -61,8 +66,35 @@ class RequestLogin : public LoginProperties {
   std::string language_;
 };
 
+// Answers from this size on go gzipped to a client that takes gzip: a large
+// report shrinks about tenfold, for a tenth of the time it took to make.
+constexpr size_t kGzipFrom = 8 << 10;
+
+std::string Gzipped(const std::string& body) {
+  z_stream z{};
+  if (deflateInit2(&z, 1, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
+    throw Error(ErrorCategory::kInternal, "gzip could not start");
+  }
+  std::string out(deflateBound(&z, body.size()), '\0');
+  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(body.data()));
+  z.avail_in = static_cast<uInt>(body.size());
+  z.next_out = reinterpret_cast<Bytef*>(out.data());
+  z.avail_out = static_cast<uInt>(out.size());
+  const int done = deflate(&z, Z_FINISH);
+  out.resize(z.total_out);
+  deflateEnd(&z);
+  if (done != Z_STREAM_END) throw Error(ErrorCategory::kInternal, "gzip failed");
+  return out;
+}
+
 void Answer(httplib::Response& res, int status, const std::string& body) {
   res.status = status;
+  if (request_takes_gzip && body.size() >= kGzipFrom && body.size() < (size_t{1} << 32)) {
+    res.set_header("Content-Encoding", "gzip");
+    res.set_header("Vary", "Accept-Encoding");
+    res.set_content(Gzipped(body + "\n"), kJson);
+    return;
+  }
   res.set_content(body + "\n", kJson);
 }
 
@@ -257,6 +289,8 @@ void Service::Routes() {
   s.set_pre_routing_handler([this](const httplib::Request& req, httplib::Response& res) {
     request_started = std::chrono::steady_clock::now();
     request_user = 0;
+    request_takes_gzip = FoldKey(req.get_header_value("Accept-Encoding")).find("gzip") !=
+                         std::string::npos;
     // Messages in the caller's language: English or Chinese.
     const std::string accept = req.get_header_value("Accept-Language");
     request_language = accept.rfind("en", 0) == 0 ? "en" : accept.rfind("zh", 0) == 0 ? "zh" : "";
