@@ -26,6 +26,8 @@ const TEXTS = {
     FPushQty: '待下推', FPurchaseFinishQty: '已下单', FClosed: '关闭', FSourceNo: '源单',
     FKey: '计划行', FFinishDate: '需求日期', FVDate: '计划日期', FBSUnitName: '单位', FAllStockQty: '库存', FActualQty: '实仓库存', FName: '名称', FNumber: '代码',
     Succeed: '成功', Error: '信息', FSupplyName: '供应商', FBillNO: '单号', FInterID: '内码', FItemID: '物料内码',
+    kind81: '销售订单', kind85: '生产任务', kind91: '委外加工', kind: '单据类型', product: '产品', neededOn: '需求日期',
+    class1: '外购', class2: '组装', class3: '自制', classOther: '其他',
     signOut: '退出', signInFirst: '请先登录。', tokenRefused: '令牌无效或已被吊销，请重新登录。',
     closed0: '未关闭', closed1: '已全部下单', closed2: '手工关闭', line: '行', closedNow: '已关闭',
     reopenedNow: '已反关闭', notOpen: '不是未关闭的行，不能下推：', nothingToPush: '没有待下推数量：',
@@ -59,6 +61,8 @@ const TEXTS = {
     FTaxRate: 'Tax %', Fdate: 'Needed on', FPushQty: 'To push', FPurchaseFinishQty: 'Ordered', FClosed: 'Closed',
     FSourceNo: 'Sources', FKey: 'Plan line', FFinishDate: 'Needed on', FVDate: 'Plan date', FBSUnitName: 'Unit', FAllStockQty: 'Stock', FActualQty: 'Real stock', FName: 'Name',
     FNumber: 'Code', Succeed: 'Done', Error: 'Message', FSupplyName: 'Supplier', FBillNO: 'Bill', FInterID: 'Id', FItemID: 'Item id',
+    kind81: 'sales order', kind85: 'production task', kind91: 'outsourcing', kind: 'Document', product: 'Product', neededOn: 'Needed on',
+    class1: 'purchased', class2: 'assembled', class3: 'made', classOther: 'other',
     signOut: 'Sign out', signInFirst: 'Sign in first.', tokenRefused: 'The token is not valid or was revoked: sign in again.',
     closed0: 'open', closed1: 'fully ordered', closed2: 'closed by hand', line: 'line', closedNow: 'closed',
     reopenedNow: 'reopened', notOpen: 'Only open lines can be pushed: ', nothingToPush: 'Nothing left to push: ',
@@ -207,6 +211,8 @@ function number(v, decimals) {
 function fmt(v, key, row) {
   if (v === null || v === undefined) return '';
   if (key === 'FClosed' && [0, 1, 2].includes(v)) return t(`closed${v}`);  // a state, in words
+  if (key === 'FItemProp' && row) return t([1, 2, 3].includes(row.FItemPropID) ? `class${row.FItemPropID}` : 'classOther');
+  if (key === 'kind') return t([81, 85, 91].includes(v) ? `kind${v}` : String(v));
   if (typeof v === 'number') {
     if (PLAIN.has(key) || (key === undefined && Number.isInteger(v))) return String(v);
     const own = row && QUANTITIES.has(key) && Number.isInteger(row.FQtyDecimal) ? row.FQtyDecimal : 2;
@@ -411,6 +417,20 @@ async function runMrp() {
   location.hash = '#review';
 }
 
+// The report as the page shows it, for a file: the rows the filter keeps, in
+// the order shown, under the page's column titles, figures as numbers.
+function shownReport() {
+  return state.reportView.map((i) => {
+    const r = state.report[i];
+    const out = {};
+    REPORT_COLUMNS.forEach((c) => {
+      const title = t(REPORT_LABELS[c] || c);
+      out[title] = c === 'FItemProp' ? fmt(r[c], c, r) : c === 'FDate' ? fmt(r[c], c) : r[c];
+    });
+    return out;
+  });
+}
+
 // 4. Review: sort, filter, pages of 100 rows, pegging of a row.
 // The report's arithmetic, left to right: gross need, less stock on hand,
 // plus safety stock, less what is on order, plus production in progress,
@@ -461,9 +481,20 @@ function renderReport() {
     : '';
 }
 
+// The demand lines behind the chosen row, beside it: which document, line,
+// product and date, and the row's share; sorted by number, not as text.
 function renderPegging() {
-  const pegs = state.chosenRow >= 0 ? state.pegging[state.chosenRow] : [];
-  table($('pegging'), pegs, ['FTranType', 'FBillNo', 'FEntryID', 'FItemID', 'FQty']);
+  const pegs = (state.chosenRow >= 0 ? state.pegging[state.chosenRow] : []).map((p) => {
+    const d = state.demand.find((x) => x.Ftrantype === p.FTranType && x.FInterID === p.FInterID &&
+      (x.FEntryID || 0) === (p.FEntryID || 0));
+    return {
+      kind: p.FTranType, FBillNo: p.FBillNo, FEntryID: p.FEntryID,
+      product: d ? `${d.FItemNumber} ${d.FItemName}` : '', neededOn: d ? d.FDate : '', FQty: p.FQty,
+    };
+  });
+  const k = state.pegSort || 'FQty';
+  pegs.sort((a, b) => (typeof a[k] === 'number' && typeof b[k] === 'number' ? b[k] - a[k] : String(a[k]).localeCompare(String(b[k]))));
+  table($('pegging'), pegs, ['kind', 'FBillNo', 'FEntryID', 'product', 'neededOn', 'FQty']);
   if (state.chosenRow >= 0) {
     const r = state.report[state.chosenRow];
     say('review-msg', `${r.FItemNumber} ${r.FItemName}: ${fmt(r.FNeedQty, 'FNeedQty', r)}`);
@@ -717,8 +748,14 @@ function wire() {
     state.page = Number(e.target.dataset.page);
     renderReport();
   };
-  $('export-report-csv').onclick = guarded('review-msg', () => download('report', 'csv', state.report));
-  $('export-report-xlsx').onclick = guarded('review-msg', () => download('report', 'xlsx', state.report));
+  $('export-report-csv').onclick = guarded('review-msg', () => download('report', 'csv', shownReport()));
+  $('export-report-xlsx').onclick = guarded('review-msg', () => download('report', 'xlsx', shownReport()));
+  $('pegging').onclick = (e) => {
+    const th = e.target.closest('th');
+    if (!th) return;
+    state.pegSort = th.dataset.key;
+    renderPegging();
+  };
   $('confirm-lines').onclick = guarded('confirm-msg', confirmLines);
   $('check-credit').onclick = guarded('order-msg', checkCredit);
   $('make-orders').onclick = guarded('order-msg', makeOrders);

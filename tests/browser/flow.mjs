@@ -129,7 +129,13 @@ try {
   await page.click(`#report tbody tr:nth-child(${frameRow + 1})`);
   await page.waitForSelector('#pegging tbody tr');
   const pegs = await page.$$eval('#pegging tbody tr', (rows) => rows.map((r) => r.textContent));
-  expect('the frames peg to three sales-order lines', pegs.length === 3 && pegs.every((p) => p.includes('SEORD')), pegs.join(' | '));
+  expect('the frames peg to three sales-order lines, by kind, product and date',
+    pegs.length === 3 && pegs.every((p) => p.includes('销售订单') && p.includes('SEORD') && /2026-\d\d-\d\d/.test(p)),
+    pegs.join(' | '));
+  // Beside the grid, not below it: the panel's top is level with the grid's.
+  const [gridTop, pegTop] = await page.evaluate(() => [document.querySelector('#report').getBoundingClientRect().top,
+    document.querySelector('aside.pegs').getBoundingClientRect().top]);
+  expect('the pegging beside the row', Math.abs(gridTop - pegTop) < 60, `${gridTop} / ${pegTop}`);
   // Sort by need, descending: the spokes first.
   await page.click('#report th[data-key="FNeedQty"]');
   await page.click('#report th[data-key="FNeedQty"]');
@@ -222,6 +228,18 @@ try {
   expect('a revoked token shows the sign-in, the header cleared',
     !(await page.$eval('#signin', (el) => el.hidden)) && (await text('#who')) === '');
   await shot('revoked');
+
+  // On a phone (390 px): the sign-in fits the screen.
+  const phone = await browser.newPage();
+  await phone.setViewport({ width: 390, height: 844 });
+  await phone.goto(`http://127.0.0.1:${port}/`);
+  const [tokenRight, buttonRight, pageWidth] = await phone.evaluate(() => [
+    document.querySelector('#token').getBoundingClientRect().right,
+    document.querySelector('#signin-go').getBoundingClientRect().right,
+    document.documentElement.scrollWidth]);
+  expect('the sign-in fits a 390 px screen', tokenRight <= 390 && buttonRight <= 390 && pageWidth <= 390,
+    `${tokenRight} ${buttonRight} ${pageWidth}`);
+  await phone.screenshot({ path: path.join(outDir, `${String(++step).padStart(2, '0')}-phone.png`) });
 } catch (e) {
   expect('the flow ran to its end', false, e.stack);
 } finally {
