@@ -28,6 +28,7 @@ const TEXTS = {
     Succeed: '成功', Error: '信息', FSupplyName: '供应商', FBillNO: '单号', FInterID: '内码', FItemID: '物料内码',
     kind81: '销售订单', kind85: '生产任务', kind91: '委外加工', kind: '单据类型', product: '产品', neededOn: '需求日期',
     class1: '外购', class2: '组装', class3: '自制', classOther: '其他',
+    amount: '金额', total: '合计', unknownSupplier: '没有这个供应商代码：', flagged: '行缺少供应商或单价，不能下单：',
     signOut: '退出', signInFirst: '请先登录。', tokenRefused: '令牌无效或已被吊销，请重新登录。',
     closed0: '未关闭', closed1: '已全部下单', closed2: '手工关闭', line: '行', closedNow: '已关闭',
     reopenedNow: '已反关闭', notOpen: '不是未关闭的行，不能下推：', nothingToPush: '没有待下推数量：',
@@ -63,6 +64,7 @@ const TEXTS = {
     FNumber: 'Code', Succeed: 'Done', Error: 'Message', FSupplyName: 'Supplier', FBillNO: 'Bill', FInterID: 'Id', FItemID: 'Item id',
     kind81: 'sales order', kind85: 'production task', kind91: 'outsourcing', kind: 'Document', product: 'Product', neededOn: 'Needed on',
     class1: 'purchased', class2: 'assembled', class3: 'made', classOther: 'other',
+    amount: 'Amount', total: 'Total', unknownSupplier: 'No supplier with the code: ', flagged: 'lines lack a supplier or a price and cannot be ordered: ',
     signOut: 'Sign out', signInFirst: 'Sign in first.', tokenRefused: 'The token is not valid or was revoked: sign in again.',
     closed0: 'open', closed1: 'fully ordered', closed2: 'closed by hand', line: 'line', closedNow: 'closed',
     reopenedNow: 'reopened', notOpen: 'Only open lines can be pushed: ', nothingToPush: 'Nothing left to push: ',
@@ -82,7 +84,10 @@ const state = {
   picked: new Set(),
   report: [], pegging: [], reportView: [], page: 0, sortKey: null, sortUp: true, chosenRow: -1,
   priced: [],
-  pricedDone: null,  // what the priced lines were bought as, once bought
+  pricedDone: null,
+  supplierCodes: new Map(),  // by report row: the code typed on the confirmation
+  notBuying: new Set(),      // report rows unticked on the confirmation
+  supplierNames: new Map(),  // by code: the supplier's name, null when there is none  // what the priced lines were bought as, once bought
   planLines: [],
 };
 const PAGE = 100;
@@ -408,6 +413,9 @@ async function runMrp() {
   });
   state.report = answer.rows;
   state.pegging = answer.pegging;
+  state.supplierCodes = new Map();
+  state.notBuying = new Set();
+  $('tobuy').innerHTML = '';  // the list of the report before
   state.page = 0;
   state.chosenRow = -1;
   renderReport();
@@ -508,13 +516,49 @@ function toBuy() {
   return state.report.map((r, i) => [r, i]).filter(([r]) => r.FQty > 0 && !MADE.has(r.FItemPropID));
 }
 
+// What the planner set on the confirmation list, kept before it is drawn
+// again: the lines not to buy and the codes typed.
+function rememberToBuy() {
+  document.querySelectorAll('#tobuy input.buy').forEach((box) => {
+    if (box.checked) state.notBuying.delete(Number(box.dataset.i)); else state.notBuying.add(Number(box.dataset.i));
+  });
+  document.querySelectorAll('#tobuy input.supplier').forEach((input) => {
+    state.supplierCodes.set(Number(input.dataset.i), input.value.trim());
+  });
+}
+
 function renderToBuy() {
+  rememberToBuy();
   const rows = toBuy();
   $('tobuy').innerHTML = '<thead><tr><th></th><th>' + ['FItemNumber', 'FItemName', 'FAuxProp', 'FQty', 'FDate', 'FSupplyNumber'].map(t).join('</th><th>') +
     '</th></tr></thead><tbody>' + rows.map(([r, i]) =>
-    `<tr><td><input type="checkbox" class="buy" data-i="${i}" checked></td><td>${escapeHtml(fmt(r.FItemNumber))}</td><td>${escapeHtml(fmt(r.FItemName))}</td>` +
+    `<tr><td><input type="checkbox" class="buy" data-i="${i}" ${state.notBuying.has(i) ? '' : 'checked'}></td><td>${escapeHtml(fmt(r.FItemNumber))}</td><td>${escapeHtml(fmt(r.FItemName))}</td>` +
     `<td>${escapeHtml(fmt(r.FAuxProp))}</td><td class="n">${fmt(r.FQty, 'FQty', r)}</td><td>${fmt(r.FDate)}</td>` +
-    `<td><input class="supplier" data-i="${i}" value="${escapeHtml(r.FSupplyNumber || '')}"></td></tr>`).join('') + '</tbody>';
+    `<td><input class="supplier" data-i="${i}" aria-label="${t('FSupplyNumber')} ${escapeHtml(fmt(r.FItemNumber))}" ` +
+    `value="${escapeHtml(state.supplierCodes.get(i) ?? r.FSupplyNumber ?? '')}"></td></tr>`).join('') + '</tbody>';
+  document.querySelectorAll('#tobuy input.supplier').forEach(markSupplier);
+}
+
+// A supplier code typed on the confirmation: kept when the page is drawn
+// again, and looked up at once, an unknown one marked where it was typed.
+async function checkSupplier(input) {
+  const code = input.value.trim();
+  state.supplierCodes.set(Number(input.dataset.i), code);
+  if (!code || state.supplierNames.has(code)) return markSupplier(input);
+  try {
+    const answer = await call('MrpDataServer', 'GetSupplierNameByNumber', [code]);
+    state.supplierNames.set(code, answer.result);
+  } catch (e) {
+    state.supplierNames.set(code, null);
+  }
+  markSupplier(input);
+}
+
+function markSupplier(input) {
+  const code = input.value.trim();
+  const name = state.supplierNames.get(code);
+  input.classList.toggle('invalid', !!code && name === null);
+  input.title = name || '';
 }
 
 function chosenToBuy() {
@@ -528,19 +572,37 @@ function chosenToBuy() {
   return out;
 }
 
-const PRICED_COLUMNS = ['FItemNumber', 'FItemName', 'FSupplyNumber', 'FQty', 'FAuxQty', 'FPrice', 'FAuxPrice', 'FTaxRate', 'Fdate'];
+const PRICED_COLUMNS = ['FItemNumber', 'FItemName', 'FSupplyNumber', 'FUnitName', 'FQty', 'FPrice', 'amount', 'FTaxRate', 'Fdate'];
 
+// The priced lines with each line's amount, lines that cannot be ordered
+// marked, and the total per supplier under them.
 function renderPriced() {
-  table($('priced'), state.priced, PRICED_COLUMNS);
+  const rows = state.priced.map((l) => ({ ...l, amount: Number(l.FQty || 0) * Number(l.FPrice || 0) }));
+  table($('priced'), rows, PRICED_COLUMNS, { rowClass: (r) => (lacksSupplierOrPrice(r) ? 'flagged' : '') });
+  const totals = new Map();
+  rows.forEach((r) => totals.set(r.FSupplyNumber || '?', (totals.get(r.FSupplyNumber || '?') || 0) + r.amount));
+  $('priced-totals').textContent = [...totals].map(([s, v]) => `${s} ${t('total')} ${amount(v)}`).join('; ');
 }
 
 async function confirmLines() {
-  const answer = await call('MrpDataServer', 'GetMrpConfirmData', [chosenToBuy()]);
+  const lines = chosenToBuy();
+  const inputs = [...document.querySelectorAll('#tobuy input.supplier')];
+  for (const input of inputs) await checkSupplier(input);  // each code once: the names are kept
+  const unknown = [...new Set(lines.map((l) => l.FSupplyNumber).filter((c) => c && state.supplierNames.get(c) === null))];
+  if (unknown.length) throw new Error(t('unknownSupplier') + unknown.join(', '));
+  const answer = await call('MrpDataServer', 'GetMrpConfirmData', [lines]);
   state.priced = answer.result;
   state.pricedDone = null;  // newly priced lines may be bought
   renderPriced();
-  say('confirm-msg', `${state.priced.length} ${t('rows')}`);
+  const flagged = state.priced.filter(lacksSupplierOrPrice);
+  if (flagged.length) {
+    say('confirm-msg', `${flagged.length} ${t('flagged')}${flagged.map((l) => l.FItemNumber).join(', ')}`, 'error');
+  } else {
+    say('confirm-msg', `${state.priced.length} ${t('rows')}`);
+  }
 }
+
+const lacksSupplierOrPrice = (l) => l.FSupplyID === null || l.FSupplyID === undefined || !(l.FPrice > 0);
 
 async function checkCredit() {
   if (!state.priced.length) throw new Error(t('noneChosen'));
@@ -557,8 +619,8 @@ function today() {
 
 async function makeOrders() {
   if (!state.priced.length) throw new Error(t('noneChosen'));
-  const missing = state.priced.find((l) => l.FSupplyID === null);
-  if (missing) throw new Error(`${missing.FItemNumber}: ${t('FSupplyNumber')} ?`);
+  const flagged = state.priced.filter(lacksSupplierOrPrice);
+  if (flagged.length) throw new Error(`${flagged.length} ${t('flagged')}${flagged.map((l) => l.FItemNumber).join(', ')}`);
   refuseTwice();
   const summary = perSupplier(state.priced, (l) => l.FSupplyNumber || l.FSupplyID,
     (l) => Number(l.FQty || 0) * Number(l.FPrice || 0));
@@ -576,8 +638,14 @@ function refuseTwice() {
 }
 
 async function savePlan() {
-  if (!pickedDemand().length) throw new Error(t('noneChosen'));
-  const lines = chosenToBuy();
+  if (!pickedDemand().length || !state.priced.length) throw new Error(t('noneChosen'));
+  // The lines priced on the page, as the plan takes MRP lines: the plan
+  // and the orders buy the same lines from the same suppliers.
+  const lines = state.priced.map((l) => ({
+    FBomItemID: l.FItemID, FItemNumber: l.FItemNumber, FItemName: l.FItemName, FItemModel: l.FItemModel,
+    FAuxPropID: l.FAuxPropID, FAuxProp: l.FAuxPropName, FSupplyNumber: l.FSupplyNumber, FSupplyName: l.FSupplyName,
+    FUnitID: l.FUnitID, FUnitName: l.FUnitName, FQty: l.FQty, FMemo: l.FNote, FDate: l.Fdate,
+  }));
   const sources = pickedDemand().map((d) => ({
     Ftrantype: d.Ftrantype, FBillNo: d.FBillNo, FInterID: d.FInterID, FEntryID: d.FEntryID, FQty: d.FQty,
   }));
@@ -757,6 +825,7 @@ function wire() {
     renderPegging();
   };
   $('confirm-lines').onclick = guarded('confirm-msg', confirmLines);
+  $('tobuy').onchange = (e) => { if (e.target.classList.contains('supplier')) guarded('confirm-msg', () => checkSupplier(e.target))(); };
   $('check-credit').onclick = guarded('order-msg', checkCredit);
   $('make-orders').onclick = guarded('order-msg', makeOrders);
   $('save-plan').onclick = guarded('order-msg', savePlan);

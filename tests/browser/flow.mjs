@@ -151,8 +151,25 @@ try {
     const code = { '3.04': 'S002', '3.06': 'S001', '3.08': 'S001' }[item];
     if (code) supplier.value = code; else r.querySelector('input.buy').checked = false;
   }));
+  // An unknown code is refused where it was typed, before anything is priced.
+  const spokes = await page.$$eval('#tobuy tbody tr', (rows) => rows.findIndex((r) => r.children[1].textContent === '3.04'));
+  const spokesCode = `#tobuy tbody tr:nth-child(${spokes + 1}) input.supplier`;
+  await page.$eval(spokesCode, (el) => { el.value = 'S999'; });
+  await page.click('#confirm-lines');
+  await waitText('#confirm-msg', 'S999');
+  expect('an unknown supplier code is refused inline', await page.$eval(spokesCode, (el) => el.classList.contains('invalid')));
+  await page.click(spokesCode, { clickCount: 3 });
+  await page.keyboard.type('S002');
+  await page.keyboard.press('Tab');
+  await page.waitForFunction((sel) => !document.querySelector(sel).classList.contains('invalid'), {}, spokesCode);
+  // Typed codes stay when the page is drawn again.
+  await page.click('nav a[data-step="review"]');
+  await page.click('nav a[data-step="confirm"]');
+  expect('typed codes survive a change of step', (await page.$eval(spokesCode, (el) => el.value)) === 'S002');
   await page.click('#confirm-lines');
   await page.waitForSelector('#priced tbody tr');
+  await page.waitForFunction(() => !document.querySelector('#confirm-lines').disabled);
+  expect('totals per supplier under the priced lines', /S001.*S002|S002.*S001/.test(await text('#priced-totals')), await text('#priced-totals'));
   const priced = await page.$$eval('#priced tbody tr', (rows) => rows.length);
   expect('five priced purchase lines', priced === 5, String(priced));
   expect('the spokes priced at 0.80', (await text('#priced')).includes('0.80'));
