@@ -29,6 +29,7 @@ const TEXTS = {
     kind81: '销售订单', kind85: '生产任务', kind91: '委外加工', kind: '单据类型', product: '产品', neededOn: '需求日期',
     class1: '外购', class2: '组装', class3: '自制', classOther: '其他',
     amount: '金额', total: '合计', unknownSupplier: '没有这个供应商代码：', flagged: '行缺少供应商或单价，不能下单：',
+    prev: '上一页', next: '下一页', shown: '显示', of: '共',
     signOut: '退出', signInFirst: '请先登录。', tokenRefused: '令牌无效或已被吊销，请重新登录。',
     closed0: '未关闭', closed1: '已全部下单', closed2: '手工关闭', line: '行', closedNow: '已关闭',
     reopenedNow: '已反关闭', notOpen: '不是未关闭的行，不能下推：', nothingToPush: '没有待下推数量：',
@@ -65,6 +66,7 @@ const TEXTS = {
     kind81: 'sales order', kind85: 'production task', kind91: 'outsourcing', kind: 'Document', product: 'Product', neededOn: 'Needed on',
     class1: 'purchased', class2: 'assembled', class3: 'made', classOther: 'other',
     amount: 'Amount', total: 'Total', unknownSupplier: 'No supplier with the code: ', flagged: 'lines lack a supplier or a price and cannot be ordered: ',
+    prev: 'Previous page', next: 'Next page', shown: 'shown', of: 'of',
     signOut: 'Sign out', signInFirst: 'Sign in first.', tokenRefused: 'The token is not valid or was revoked: sign in again.',
     closed0: 'open', closed1: 'fully ordered', closed2: 'closed by hand', line: 'line', closedNow: 'closed',
     reopenedNow: 'reopened', notOpen: 'Only open lines can be pushed: ', nothingToPush: 'Nothing left to push: ',
@@ -91,6 +93,29 @@ const state = {
   planLines: [],
 };
 const PAGE = 100;
+
+// A pager of a long list: previous, "page 3 / 38", next.
+function renderPager(el, page, pages, go) {
+  if (pages <= 1) {
+    el.innerHTML = '';
+    return;
+  }
+  el.innerHTML = `<button type="button" data-go="${page - 1}" aria-label="${t('prev')}" ${page === 0 ? 'disabled' : ''}>‹</button>` +
+    ` <span>${t('page')} ${page + 1} / ${pages}</span> ` +
+    `<button type="button" data-go="${page + 1}" aria-label="${t('next')}" ${page >= pages - 1 ? 'disabled' : ''}>›</button>`;
+  el.onclick = (e) => {
+    const b = e.target.closest('button');
+    if (b && !b.disabled) go(Number(b.dataset.go));
+  };
+}
+
+// One page of a list, and the pager under it.
+function paged(list, page, pagerId, go) {
+  const pages = Math.max(1, Math.ceil(list.length / PAGE));
+  const p = Math.min(page, pages - 1);
+  renderPager($(pagerId), p, pages, go);
+  return { page: p, rows: list.slice(p * PAGE, p * PAGE + PAGE), from: p * PAGE };
+}
 const $ = (id) => document.getElementById(id);
 const t = (key) => (TEXTS[state.lang][key] ?? key);
 
@@ -269,6 +294,8 @@ function applyLanguage() {
   renderSwitches();
   renderDemand();
   renderReport();
+  renderPegging();
+  if ($('tobuy').innerHTML) renderToBuy();
   if (state.priced.length) renderPriced();
   if (state.planLines.length) renderPlans();
 }
@@ -367,9 +394,11 @@ function renderDemand() {
   const filter = $('demand-filter').value.trim().toLowerCase();
   state.demandView = state.demand.filter((d) => !filter ||
     `${d.FBillNo} ${d.FItemNumber} ${d.FItemName}`.toLowerCase().includes(filter));
-  // At most 500 lines on the page; "all" picks every line the filter keeps.
-  const rows = state.demandView.slice(0, 500);
-  $('demand-count').textContent = `${rows.length} / ${state.demandView.length} ${t('rows')}`;
+  // A page at a time; "all" picks every line the filter keeps, on every page.
+  const shown = paged(state.demandView, state.demandPage || 0, 'demand-pager', (p) => { state.demandPage = p; renderDemand(); });
+  state.demandPage = shown.page;
+  const rows = shown.rows;
+  $('demand-count').textContent = `${state.demandView.length} ${t('rows')}, ${t('picked')} ${state.picked.size}`;
   table($('demand'), rows, ['FBillNo', 'FEntryID', 'FItemNumber', 'FItemName', 'FQty', 'FUnitName', 'FDate'], {
     lead: (d) => `<input type="checkbox" class="pick" data-key="${demandKey(d)}" ${state.picked.has(demandKey(d)) ? 'checked' : ''}>`,
   });
@@ -484,9 +513,7 @@ function renderReport() {
     },
   });
   $('report-count').textContent = `${view.length} ${t('rows')}`;
-  $('report-pager').innerHTML = pages > 1
-    ? Array.from({ length: pages }, (_, p) => `<button type="button" data-page="${p}" ${p === state.page ? 'disabled' : ''}>${p + 1}</button>`).join('')
-    : '';
+  renderPager($('report-pager'), state.page, pages, (p) => { state.page = p; renderReport(); });
 }
 
 // The demand lines behind the chosen row, beside it: which document, line,
@@ -529,7 +556,9 @@ function rememberToBuy() {
 
 function renderToBuy() {
   rememberToBuy();
-  const rows = toBuy();
+  const shown = paged(toBuy(), state.toBuyPage || 0, 'tobuy-pager', (p) => { rememberToBuy(); state.toBuyPage = p; renderToBuy(); });
+  state.toBuyPage = shown.page;
+  const rows = shown.rows;
   $('tobuy').innerHTML = '<thead><tr><th></th><th>' + ['FItemNumber', 'FItemName', 'FAuxProp', 'FQty', 'FDate', 'FSupplyNumber'].map(t).join('</th><th>') +
     '</th></tr></thead><tbody>' + rows.map(([r, i]) =>
     `<tr><td><input type="checkbox" class="buy" data-i="${i}" ${state.notBuying.has(i) ? '' : 'checked'}></td><td>${escapeHtml(fmt(r.FItemNumber))}</td><td>${escapeHtml(fmt(r.FItemName))}</td>` +
@@ -544,14 +573,19 @@ function renderToBuy() {
 async function checkSupplier(input) {
   const code = input.value.trim();
   state.supplierCodes.set(Number(input.dataset.i), code);
-  if (!code || state.supplierNames.has(code)) return markSupplier(input);
+  await lookUpSupplier(code);
+  markSupplier(input);
+}
+
+// A code's supplier name, asked of the service once per code.
+async function lookUpSupplier(code) {
+  if (!code || state.supplierNames.has(code)) return;
   try {
     const answer = await call('MrpDataServer', 'GetSupplierNameByNumber', [code]);
     state.supplierNames.set(code, answer.result);
   } catch (e) {
     state.supplierNames.set(code, null);
   }
-  markSupplier(input);
 }
 
 function markSupplier(input) {
@@ -561,13 +595,11 @@ function markSupplier(input) {
   input.title = name || '';
 }
 
+// The lines to buy, on every page of the list, with their suppliers.
 function chosenToBuy() {
-  const out = [];
-  document.querySelectorAll('#tobuy input.buy:checked').forEach((box) => {
-    const i = Number(box.dataset.i);
-    const supplier = document.querySelector(`#tobuy input.supplier[data-i="${i}"]`).value.trim();
-    out.push({ ...state.report[i], FSupplyNumber: supplier });
-  });
+  rememberToBuy();
+  const out = toBuy().filter(([, i]) => !state.notBuying.has(i))
+    .map(([r, i]) => ({ ...r, FSupplyNumber: state.supplierCodes.get(i) ?? r.FSupplyNumber ?? '' }));
   if (!out.length) throw new Error(t('noneChosen'));
   return out;
 }
@@ -578,7 +610,9 @@ const PRICED_COLUMNS = ['FItemNumber', 'FItemName', 'FSupplyNumber', 'FUnitName'
 // marked, and the total per supplier under them.
 function renderPriced() {
   const rows = state.priced.map((l) => ({ ...l, amount: Number(l.FQty || 0) * Number(l.FPrice || 0) }));
-  table($('priced'), rows, PRICED_COLUMNS, { rowClass: (r) => (lacksSupplierOrPrice(r) ? 'flagged' : '') });
+  const shown = paged(rows, state.pricedPage || 0, 'priced-pager', (p) => { state.pricedPage = p; renderPriced(); });
+  state.pricedPage = shown.page;
+  table($('priced'), shown.rows, PRICED_COLUMNS, { rowClass: (r) => (lacksSupplierOrPrice(r) ? 'flagged' : '') });
   const totals = new Map();
   rows.forEach((r) => totals.set(r.FSupplyNumber || '?', (totals.get(r.FSupplyNumber || '?') || 0) + r.amount));
   $('priced-totals').textContent = [...totals].map(([s, v]) => `${s} ${t('total')} ${amount(v)}`).join('; ');
@@ -586,8 +620,8 @@ function renderPriced() {
 
 async function confirmLines() {
   const lines = chosenToBuy();
-  const inputs = [...document.querySelectorAll('#tobuy input.supplier')];
-  for (const input of inputs) await checkSupplier(input);  // each code once: the names are kept
+  for (const code of new Set(lines.map((l) => l.FSupplyNumber))) await lookUpSupplier(code);
+  document.querySelectorAll('#tobuy input.supplier').forEach(markSupplier);
   const unknown = [...new Set(lines.map((l) => l.FSupplyNumber).filter((c) => c && state.supplierNames.get(c) === null))];
   if (unknown.length) throw new Error(t('unknownSupplier') + unknown.join(', '));
   const answer = await call('MrpDataServer', 'GetMrpConfirmData', [lines]);
@@ -810,11 +844,6 @@ function wire() {
     state.chosenRow = Number(tr.dataset.i);
     renderReport();
     renderPegging();
-  };
-  $('report-pager').onclick = (e) => {
-    if (e.target.dataset.page === undefined) return;
-    state.page = Number(e.target.dataset.page);
-    renderReport();
   };
   $('export-report-csv').onclick = guarded('review-msg', () => download('report', 'csv', shownReport()));
   $('export-report-xlsx').onclick = guarded('review-msg', () => download('report', 'xlsx', shownReport()));
