@@ -29,6 +29,7 @@ const TEXTS = {
     kind81: '销售订单', kind85: '生产任务', kind91: '委外加工', kind: '单据类型', product: '产品', neededOn: '需求日期',
     class1: '外购', class2: '组装', class3: '自制', classOther: '其他',
     amount: '金额', total: '合计', unknownSupplier: '没有这个供应商代码：', flagged: '行缺少供应商或单价，不能下单：',
+    stockCounts: '计入库存的仓库（来自已保存的仓库范围）', noStocks: '未选仓库：不计库存',
     prev: '上一页', next: '下一页', shown: '显示', of: '共',
     signOut: '退出', signInFirst: '请先登录。', tokenRefused: '令牌无效或已被吊销，请重新登录。',
     closed0: '未关闭', closed1: '已全部下单', closed2: '手工关闭', line: '行', closedNow: '已关闭',
@@ -66,6 +67,7 @@ const TEXTS = {
     kind81: 'sales order', kind85: 'production task', kind91: 'outsourcing', kind: 'Document', product: 'Product', neededOn: 'Needed on',
     class1: 'purchased', class2: 'assembled', class3: 'made', classOther: 'other',
     amount: 'Amount', total: 'Total', unknownSupplier: 'No supplier with the code: ', flagged: 'lines lack a supplier or a price and cannot be ordered: ',
+    stockCounts: 'Warehouses whose stock counts (from the saved stock scope)', noStocks: 'no warehouse: stock does not count',
     prev: 'Previous page', next: 'Next page', shown: 'shown', of: 'of',
     signOut: 'Sign out', signInFirst: 'Sign in first.', tokenRefused: 'The token is not valid or was revoked: sign in again.',
     closed0: 'open', closed1: 'fully ordered', closed2: 'closed by hand', line: 'line', closedNow: 'closed',
@@ -323,9 +325,33 @@ async function signIn() {
   say('signin-msg', t('signedIn') + `${state.me.name} (${state.me.user})`);
   // Picks kept over a reload need their lines again.
   if (state.picked.size && !state.demand.length) await loadDemand();
+  await loadRunStocks();
   const next = state.wanted && state.wanted !== 'signin' ? state.wanted : 'pick';
   state.wanted = null;
   if (location.hash === `#${next}`) show(next); else location.hash = `#${next}`;
+}
+
+// The warehouses whose stock counts, by name: the user's leaf warehouses,
+// those of the saved stock scope ticked (all of them without one). The run
+// and the stock view use the ticked ones.
+async function loadRunStocks() {
+  const list = await call('MrpDataServer', 'GetItemStock', [5, state.me.user, false]);
+  const stored = await call('MrpDataServer', 'GetStockInfo', [state.me.user, '', '', '', 1, '']);
+  const scope = new Set(String(stored.result ? stored.byref.sStockKey : '').split(',').filter(Boolean));
+  const kept = $('warehouses').value ? new Set($('warehouses').value.split(',')) : null;  // restored work
+  state.runStocks = (list.result || []).filter((w) => w.fDetail === 1);
+  $('run-stocks').innerHTML = `<legend data-i18n="stockCounts">${t('stockCounts')}</legend>` + state.runStocks.map((w) => {
+    const on = kept ? kept.has(String(w.FItemID)) : !scope.size || scope.has(String(w.FItemID));
+    return `<label><input type="checkbox" class="run-stock" value="${w.FItemID}" ${on ? 'checked' : ''}> ${escapeHtml(`${w.FNumber} - ${w.FName}`)}</label>`;
+  }).join('');
+  chooseRunStocks();
+}
+
+function chooseRunStocks() {
+  const ticked = [...document.querySelectorAll('#run-stocks input.run-stock:checked')];
+  $('warehouses').value = ticked.map((b) => b.value).join(',');
+  $('pick-stocks').textContent = ticked.length
+    ? ticked.map((b) => b.parentElement.textContent.trim()).join(', ') : t('noStocks');
 }
 
 function forgetSignIn() {
@@ -785,7 +811,7 @@ async function loadScope() {
   const chosen = new Set(String(scope.sStockInfo || '').split(',').filter(Boolean));
   const list = await call('MrpDataServer', 'GetItemStock', [5, state.me.user, false]);
   scopeStocks = list.result || [];
-  table($('scope-stocks'), scopeStocks, ['FNumber', 'FName', 'FItemID'], {
+  table($('scope-stocks'), scopeStocks, ['FNumber', 'FName'], {
     lead: (r, i) => `<input type="checkbox" class="stock" data-i="${i}" ${stored.result && chosen.has(String(r.FItemID)) ? 'checked' : ''}>`,
   });
 }
@@ -801,7 +827,9 @@ async function saveScope() {
   const text = chosen.map((s) => `${s.FNumber} - ${s.FName}`).join(',');
   await write('MrpDataServer', 'UpdateStockInfo', [state.me.user, text, key, info, 1, '']);
   say('scope-msg', t('scopeSaved'));
+  $('warehouses').value = '';  // the new scope's warehouses
   await loadScope();
+  await loadRunStocks();
 }
 
 function wire() {
@@ -825,7 +853,10 @@ function wire() {
     say('pick-msg', `${t('picked')} ${state.picked.size}`);
     saveWork();
   };
-  $('run').onchange = saveWork;  // switches, warehouses, form, levels
+  $('run').onchange = (e) => {  // switches, warehouses, form, levels
+    if (e.target.classList.contains('run-stock')) chooseRunStocks();
+    saveWork();
+  };
   $('signout').onclick = signOut;
   $('show-stock').onclick = guarded('pick-msg', showStock);
   $('run-mrp').onclick = guarded('run-msg', runMrp);

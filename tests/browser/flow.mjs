@@ -96,8 +96,11 @@ try {
   expect('stock shown for the picked lines', stockRows >= 6, String(stockRows));
   await shot('picked');
 
-  // 3. Run with the default switches.
+  // 3. Run with the default switches, on the warehouses chosen by name in this step.
   await page.goto(`http://127.0.0.1:${port}/#run`);
+  const stocks = await page.$$eval('#run-stocks label', (ls) => ls.map((l) => l.textContent.trim()));
+  expect('warehouses by name where the run is', stocks.length >= 2 && stocks.every((x) => / - /.test(x)) &&
+    !stocks.some((x) => /^\d+$/.test(x)), stocks.join(' | '));
   await page.click('#run-mrp');
   await page.waitForSelector('#report tbody tr');
   const reportRows = await page.$$eval('#report tbody tr', (els) => els.length);
