@@ -265,7 +265,8 @@ function table(el, rows, columns, options = {}) {
       const cls = [typeof r[c] === 'number' ? 'n' : '', options.cellClass ? options.cellClass(r, c) : ''].join(' ').trim();
       return `<td class="${cls}">${escapeHtml(fmt(r[c], c, r))}</td>`;
     }).join('');
-    return `<tr data-i="${options.index ? options.index(r, i) : i}" class="${cls}">${lead}${cells}</tr>`;
+    const focus = options.focusable ? ' tabindex="0"' : '';
+    return `<tr data-i="${options.index ? options.index(r, i) : i}" class="${cls}"${focus}>${lead}${cells}</tr>`;
   }).join('');
   el.innerHTML = `<thead><tr>${head}</tr></thead><tbody>${body}</tbody>`;
 }
@@ -483,13 +484,16 @@ async function runMrp() {
 // The report as the page shows it, for a file: the rows the filter keeps, in
 // the order shown, under the page's column titles, figures as numbers.
 function shownReport() {
-  return state.reportView.map((i) => {
-    const r = state.report[i];
+  return asShown(state.reportView.map((i) => state.report[i]), REPORT_COLUMNS, REPORT_LABELS);
+}
+
+// Rows for a file as a table shows them: its columns under its titles,
+// states and classes in words, dates as days, figures as numbers.
+const IN_WORDS = new Set(['FItemProp', 'FClosed', 'FDate', 'Fdate', 'FFinishDate', 'FVDate']);
+function asShown(rows, columns, labels = {}) {
+  return rows.map((r) => {
     const out = {};
-    REPORT_COLUMNS.forEach((c) => {
-      const title = t(REPORT_LABELS[c] || c);
-      out[title] = c === 'FItemProp' ? fmt(r[c], c, r) : c === 'FDate' ? fmt(r[c], c) : r[c];
-    });
+    columns.forEach((c) => { out[t(labels[c] || c)] = IN_WORDS.has(c) ? fmt(r[c], c, r) : r[c]; });
     return out;
   });
 }
@@ -529,6 +533,7 @@ function renderReport() {
   const shown = view.slice(state.page * PAGE, state.page * PAGE + PAGE);
   table($('report'), shown.map((i) => state.report[i]), REPORT_COLUMNS, {
     sortable: true,
+    focusable: true,
     labels: REPORT_LABELS,
     index: (r, j) => shown[j],
     // A row to buy for stands out; so does stock below zero.
@@ -661,6 +666,8 @@ async function confirmLines() {
     say('confirm-msg', `${state.priced.length} ${t('rows')}`);
   }
 }
+
+const pricedAsShown = () => asShown(state.priced.map((l) => ({ ...l, amount: Number(l.FQty || 0) * Number(l.FPrice || 0) })), PRICED_COLUMNS);
 
 const lacksSupplierOrPrice = (l) => l.FSupplyID === null || l.FSupplyID === undefined || !(l.FPrice > 0);
 
@@ -875,9 +882,23 @@ function wire() {
     state.chosenRow = Number(tr.dataset.i);
     renderReport();
     renderPegging();
+    const again = $('report').querySelector(`tbody tr[data-i="${state.chosenRow}"]`);
+    if (again) again.focus();
   };
   $('export-report-csv').onclick = guarded('review-msg', () => download('report', 'csv', shownReport()));
   $('export-report-xlsx').onclick = guarded('review-msg', () => download('report', 'xlsx', shownReport()));
+  // The keyboard: arrows move between rows, Enter shows the row's pegging.
+  $('report').onkeydown = (e) => {
+    const tr = e.target.closest('tbody tr');
+    if (!tr) return;
+    if (e.key === 'ArrowDown' || e.key === 'ArrowUp') {
+      const next = e.key === 'ArrowDown' ? tr.nextElementSibling : tr.previousElementSibling;
+      if (next) next.focus();
+      e.preventDefault();
+    } else if (e.key === 'Enter') {
+      tr.click();
+    }
+  };
   $('pegging').onclick = (e) => {
     const th = e.target.closest('th');
     if (!th) return;
@@ -889,15 +910,15 @@ function wire() {
   $('check-credit').onclick = guarded('order-msg', checkCredit);
   $('make-orders').onclick = guarded('order-msg', makeOrders);
   $('save-plan').onclick = guarded('order-msg', savePlan);
-  $('export-priced-csv').onclick = guarded('order-msg', () => download('purchase-lines', 'csv', state.priced));
-  $('export-priced-xlsx').onclick = guarded('order-msg', () => download('purchase-lines', 'xlsx', state.priced));
+  $('export-priced-csv').onclick = guarded('order-msg', () => download('purchase-lines', 'csv', pricedAsShown()));
+  $('export-priced-xlsx').onclick = guarded('order-msg', () => download('purchase-lines', 'xlsx', pricedAsShown()));
   $('plans-load').onclick = guarded('plans-msg', loadPlans);
   $('plan-push').onclick = guarded('plans-msg', pushPlans);
   $('plan-close').onclick = guarded('plans-msg', () => closePlans(false));
   $('plan-reopen').onclick = guarded('plans-msg', () => closePlans(true));
   $('plan-delete').onclick = guarded('plans-msg', deletePlans);
-  $('export-plans-csv').onclick = guarded('plans-msg', () => download('plans', 'csv', state.planLines));
-  $('export-plans-xlsx').onclick = guarded('plans-msg', () => download('plans', 'xlsx', state.planLines));
+  $('export-plans-csv').onclick = guarded('plans-msg', () => download('plans', 'csv', asShown(state.planLines, PLAN_COLUMNS)));
+  $('export-plans-xlsx').onclick = guarded('plans-msg', () => download('plans', 'xlsx', asShown(state.planLines, PLAN_COLUMNS)));
   $('scope-save').onclick = guarded('scope-msg', saveScope);
   window.onhashchange = () => show(location.hash.slice(1) || 'signin');
 }

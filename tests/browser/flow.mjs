@@ -139,6 +139,22 @@ try {
   const [gridTop, pegTop] = await page.evaluate(() => [document.querySelector('#report').getBoundingClientRect().top,
     document.querySelector('aside.pegs').getBoundingClientRect().top]);
   expect('the pegging beside the row', Math.abs(gridTop - pegTop) < 60, `${gridTop} / ${pegTop}`);
+  // By keyboard: the next row, Enter, its pegging.
+  const chosenBefore = await page.$eval('#report tr.chosen', (r) => r.rowIndex);
+  await page.keyboard.press('ArrowDown');
+  await page.keyboard.press('Enter');
+  const chosenAfter = await page.$eval('#report tr.chosen', (r) => r.rowIndex);
+  const pegsAfter = await page.$$eval('#pegging tbody tr', (rows) => rows.map((r) => r.textContent).join('|'));
+  expect('the keyboard moves to the next row and shows its pegging',
+    chosenAfter === chosenBefore + 1 && pegsAfter !== pegs.join('|'), `${chosenBefore} -> ${chosenAfter}`);
+  // The report's file is the report as shown, under the page's titles.
+  const exported = new Promise((resolve) => page.on('request', (r) => {
+    if (r.url().includes('/api/export/report.csv')) resolve(JSON.parse(r.postData()));
+  }));
+  await page.click('#export-report-csv');
+  const sent = await exported;
+  expect('the export carries the page\'s titles', Object.keys(sent.rows[0]).includes('物料代码') &&
+    !Object.keys(sent.rows[0]).includes('FItemID'), Object.keys(sent.rows[0]).join(','));
   // Sort by need, descending: the spokes first.
   await page.click('#report th[data-key="FNeedQty"]');
   await page.click('#report th[data-key="FNeedQty"]');
