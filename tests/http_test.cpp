@@ -418,6 +418,31 @@ TEST_P(Http, ScriptsReportsAndExports) {
     EXPECT_EQ(zipped->get_header_value("Content-Encoding"), "gzip");
     EXPECT_EQ(Json::parse(zipped->body), report);
   }
+  // The compact form holds the same report: names once, rows as arrays.
+  {
+    r = Post("/api/report",
+             R"({"bills": ["SEORD000001"], "switches": {"NowStock": true}, "warehouses": "11,12,20",)"
+             R"( "compact": true})",
+             planner_);
+    ASSERT_EQ(r->status, 200) << r->body;
+    EXPECT_EQ(r->body.find("\n"), r->body.size() - 1);  // no blanks, one line
+    const Json compact = Json::parse(r->body);
+    auto objects = [](const Json& table) {
+      Json out = Json::array();
+      for (const auto& values : table.at("rows")) {
+        Json row = Json::object();
+        for (size_t k = 0; k < values.size(); ++k) row[table.at("columns")[k].get<std::string>()] = values[k];
+        out.push_back(row);
+      }
+      return out;
+    };
+    EXPECT_EQ(objects(compact.at("report")), report.at("rows"));
+    ASSERT_EQ(compact.at("pegging").size(), report.at("pegging").size());
+    for (size_t i = 0; i < report.at("pegging").size(); ++i) {
+      EXPECT_EQ(objects(compact.at("pegging")[i]), report.at("pegging")[i]) << i;
+    }
+    EXPECT_EQ(compact.at("messages"), report.at("messages"));
+  }
   // Exactly the lines named: one line of the order, every peg from it.
   r = Post("/api/report",
            R"({"lines": [{"type": 81, "inter_id": 1, "entry_id": 2}], "warehouses": "11"})",

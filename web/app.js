@@ -373,7 +373,7 @@ function signOut() {
 // The work in progress, kept for this tab: what was picked, the run's
 // settings, and the report while it is small enough to keep.
 const WORK = 'mrpcalc.work';
-const KEPT_REPORT_CHARS = 4 << 20;
+const KEPT_REPORT_ROWS = 3000;
 
 function saveWork() {
   const work = {
@@ -381,8 +381,12 @@ function saveWork() {
     switches: Object.fromEntries(SWITCHES.map((k) => [k, $(`sw-${k}`)?.checked ?? false])),
     warehouses: $('warehouses').value, form: $('form').value, single: $('single').checked,
   };
-  const report = JSON.stringify({ report: state.report, pegging: state.pegging });
-  if (report.length < KEPT_REPORT_CHARS) Object.assign(work, JSON.parse(report));
+  // A report of a few thousand rows is kept; a larger one would cost more
+  // to write at every pick than running it again.
+  if (state.report.length <= KEPT_REPORT_ROWS) {
+    work.report = state.report;
+    work.pegging = state.pegging;
+  }
   try {
     sessionStorage.setItem(WORK, JSON.stringify(work));
   } catch (e) {
@@ -463,12 +467,14 @@ async function runMrp() {
   const lines = picks.map((d) => ({ type: d.Ftrantype, inter_id: d.FInterID, entry_id: d.FEntryID || 0 }));
   const switches = {};
   SWITCHES.forEach((k) => { switches[k] = $(`sw-${k}`).checked; });
+  // The compact form: names once, rows as arrays (a large report is a
+  // fraction of the size), turned into rows here.
   const answer = await api('POST', '/api/report', {
     lines, switches, warehouses: $('warehouses').value, form: Number($('form').value),
-    single_level: $('single').checked,
+    single_level: $('single').checked, compact: true,
   });
-  state.report = answer.rows;
-  state.pegging = answer.pegging;
+  state.report = rowsOf(answer.report);
+  state.pegging = answer.pegging.map(rowsOf);
   state.supplierCodes = new Map();
   state.notBuying = new Set();
   $('tobuy').innerHTML = '';  // the list of the report before
@@ -495,6 +501,15 @@ function asShown(rows, columns, labels = {}) {
     const out = {};
     columns.forEach((c) => { out[t(labels[c] || c)] = IN_WORDS.has(c) ? fmt(r[c], c, r) : r[c]; });
     return out;
+  });
+}
+
+function rowsOf(table) {
+  const { columns, rows } = table;
+  return rows.map((values) => {
+    const row = {};
+    for (let k = 0; k < columns.length; ++k) row[columns[k]] = values[k];
+    return row;
   });
 }
 

@@ -69,7 +69,9 @@ struct ServeOptions {
 // "entry_id"}, the line 0 for a task), "sub_id", "single_level", "switches" (an object of the
 // report's switch names: "NowStock", "SaveStock", "Moving", "UnSale",
 // "Producing", "Produc", "MidStockQty", "Virtual"), "warehouses", "form"
-// and "user" (the caller's user when absent). A body that is not an
+// and "user" (the caller's user when absent). With "compact": true the
+// answer is {"report": T, "pegging": [T, ...], "messages": [...]}, each T
+// {"columns": [...], "rows": [[...], ...]} without blanks. A body that is not an
 // object is invalid input; a value of the wrong type throws Json's own
 // type error (the service answers 400).
 mrp::ReportRequest ReadReportRequest(const Json& body, int32_t caller);
