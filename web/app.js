@@ -86,7 +86,7 @@ const state = {
   demand: [],
   demandView: [],
   picked: new Set(),
-  report: [], pegging: [], reportView: [], page: 0, sortKey: null, sortUp: true, chosenRow: -1,
+  report: [], reportDemand: [], pegging: [], reportView: [], page: 0, sortKey: null, sortUp: true, chosenRow: -1,
   priced: [],
   pricedDone: null,
   supplierCodes: new Map(),  // by report row: the code typed on the confirmation
@@ -385,6 +385,7 @@ function saveWork() {
   // to write at every pick than running it again.
   if (state.report.length <= KEPT_REPORT_ROWS) {
     work.report = state.report;
+    work.reportDemand = state.reportDemand;
     work.pegging = state.pegging;
   }
   try {
@@ -408,6 +409,7 @@ function restoreWork() {
   $('single').checked = !!work.single;
   if (work.report) {
     state.report = work.report;
+    state.reportDemand = work.reportDemand || [];
     state.pegging = work.pegging || [];
     renderReport();
   }
@@ -474,7 +476,8 @@ async function runMrp() {
     single_level: $('single').checked, compact: true,
   });
   state.report = rowsOf(answer.report);
-  state.pegging = answer.pegging.map(rowsOf);
+  state.reportDemand = rowsOf(answer.demand);
+  state.pegging = answer.pegging;  // by row: [index into reportDemand, share]
   state.supplierCodes = new Map();
   state.notBuying = new Set();
   $('tobuy').innerHTML = '';  // the list of the report before
@@ -565,7 +568,8 @@ function renderReport() {
 // The demand lines behind the chosen row, beside it: which document, line,
 // product and date, and the row's share; sorted by number, not as text.
 function renderPegging() {
-  const pegs = (state.chosenRow >= 0 ? state.pegging[state.chosenRow] : []).map((p) => {
+  const pegs = (state.chosenRow >= 0 ? state.pegging[state.chosenRow] || [] : []).map(([line, share]) => {
+    const p = { ...state.reportDemand[line], FQty: share };
     const d = state.demand.find((x) => x.Ftrantype === p.FTranType && x.FInterID === p.FInterID &&
       (x.FEntryID || 0) === (p.FEntryID || 0));
     return {

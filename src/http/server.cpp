@@ -518,23 +518,50 @@ void Service::Routes() {
       const mrp::ReportRequest request = ReadReportRequest(body, request_user);
       EnsureMayActFor(host, "user", request.user);
       MrpDataInfo info(host);
-      const auto report = info.GetMrpReportPeggedFor(options_.dsn, request);
-      CheckJsonText(Variant(report.rows));
       AnswerBuffer out;
       JsonWriter w([&](std::string_view chunk) { out.Append(chunk); });
+      VectorPtr rows;
       if (body.value("compact", false)) {
-        // The large form: each table's names once, its rows as arrays.
+        // The large form: each table's names once, its rows as arrays, and
+        // each row's pegging as [demand line, share] into one list of lines.
+        const auto report = info.GetMrpReportPeggedByLineFor(options_.dsn, request);
+        rows = report.rows;
+        CheckJsonText(Variant(report.rows));
         w.Raw("{\"report\":");
         CompactRows(w, report.rows);
-        w.Raw(",\"pegging\":[");
-        for (size_t i = 0; i < report.pegging.size(); ++i) {
-          if (i) w.Raw(",");
-          CompactRows(w, report.pegging[i]);
+        w.Raw(",\"demand\":{\"columns\":[\"FTranType\",\"FBillNo\",\"FInterID\",\"FEntryID\",\"FItemID\"],"
+              "\"rows\":[");
+        for (size_t i = 0; i < report.demand.size(); ++i) {
+          const mrp::DemandLine& d = report.demand[i];
+          w.Raw(i ? ",[" : "[");
+          w.Value(Variant(d.tran_type), 0);
+          w.Raw(",");
+          w.String(d.bill_no);
+          for (int32_t v : {d.inter_id, d.entry_id, d.item_id}) {
+            w.Raw(",");
+            w.Value(Variant(v), 0);
+          }
+          w.Raw("]");
+        }
+        w.Raw("]},\"pegging\":[");
+        for (size_t i = 0; i < report.pegs.size(); ++i) {
+          w.Raw(i ? ",[" : "[");
+          for (size_t k = 0; k < report.pegs[i].size(); ++k) {
+            w.Raw(k ? ",[" : "[");
+            w.Value(Variant(report.pegs[i][k].demand), 0);
+            w.Raw(",");
+            w.Value(Variant(report.pegs[i][k].qty), 0);
+            w.Raw("]");
+          }
+          w.Raw("]");
         }
         w.Raw("],\"messages\":");
         w.Strings(host.messages->messages(), 0);
         w.Raw("}");
       } else {
+        const auto report = info.GetMrpReportPeggedFor(options_.dsn, request);
+        rows = report.rows;
+        CheckJsonText(Variant(report.rows));
         w.Raw("{\n  \"rows\": ");
         w.Value(Variant(report.rows), 2);
         w.Raw(",\n  \"pegging\": [");
@@ -548,7 +575,7 @@ void Service::Routes() {
       }
       w.Flush();
       out.Send(res);
-      large_answer = report.rows && report.rows->Count() > kLargeReportRows;
+      large_answer = rows && rows->Count() > kLargeReportRows;
     } catch (const Error& e) {
       AnswerError(res, e);
     } catch (const Json::exception& e) {

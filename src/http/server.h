@@ -70,8 +70,10 @@ struct ServeOptions {
 // report's switch names: "NowStock", "SaveStock", "Moving", "UnSale",
 // "Producing", "Produc", "MidStockQty", "Virtual"), "warehouses", "form"
 // and "user" (the caller's user when absent). With "compact": true the
-// answer is {"report": T, "pegging": [T, ...], "messages": [...]}, each T
-// {"columns": [...], "rows": [[...], ...]} without blanks. A body that is not an
+// answer is {"report": T, "demand": T, "pegging": [[[line, share], ...],
+// ...], "messages": [...]} without blanks, each T {"columns": [...],
+// "rows": [[...], ...]}: a row's pegging names its demand lines by their
+// place in "demand" (FTranType, FBillNo, FInterID, FEntryID, FItemID). A body that is not an
 // object is invalid input; a value of the wrong type throws Json's own
 // type error (the service answers 400).
 mrp::ReportRequest ReadReportRequest(const Json& body, int32_t caller);

@@ -167,9 +167,18 @@ MrpDataInfo::PeggedReport MrpDataInfo::GetMrpReportPeggedFor(const std::string& 
   return GetMrpReportPegged(dsn, a.lines, a.filter, r.warehouses, r.user, r.form);
 }
 
+MrpDataInfo::PeggedByLine MrpDataInfo::GetMrpReportPeggedByLineFor(
+    const std::string& dsn, const mrp::ReportRequest& r) {
+  const mrp::ReportArguments a = DemandOf(*this, dsn, r);
+  PeggedByLine out;
+  out.rows = Report(dsn, a.lines, a.filter, r.warehouses, r.user, r.form, nullptr, &out);
+  return out;
+}
+
 VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
                               const DictionaryPtr& dctFilter, const std::string& sStockKey,
-                              int32_t user_id, int frm_type, std::vector<VectorPtr>* pegging) {
+                              int32_t user_id, int frm_type, std::vector<VectorPtr>* pegging,
+                              PeggedByLine* by_line) {
   using Clock = std::chrono::steady_clock;
   const auto started = Clock::now();
   return Run(dsn, [&](db::Connection& c) {
@@ -189,7 +198,7 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     o.expand = SwitchOn(filter, "Expand");
     o.user_id = user_id;
     o.frm_type = frm_type;
-    o.peg = pegging != nullptr;
+    o.peg = pegging != nullptr || by_line != nullptr;
     if (o.task.code == 0) {
       ThrowInvalid("dctFilter \"SubID\" must be \"SC\" (production tasks) or \"WW\" (outsourcing "
                    "tasks), not \"" + filter->Get("SubID").ToText() + "\"");
@@ -330,6 +339,11 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     }
     const auto loaded = Clock::now();
     mrp::ReportRows rows = mrp::Calculate(in, &boms);
+    if (by_line) {
+      by_line->demand = in.demand;
+      by_line->pegs.reserve(rows.size());
+      for (mrp::ReportRow& row : rows) by_line->pegs.push_back(std::move(row.pegs));
+    }
     if (pegging) {
       static const KeyList peg_keys =
           MakeKeyList({"FTranType", "FBillNo", "FInterID", "FEntryID", "FItemID", "FQty"});

@@ -39,6 +39,17 @@ class MrpDataInfo : public ComponentObject {
                                   const DictionaryPtr& dctFilter, const std::string& sStockKey,
                                   int32_t user_id, int frm_type);
 
+  // The pegged report with its pegging by demand line, for large reports:
+  // the demand lines once, and each row's shares as (index of the line,
+  // share). What GetMrpReportPegged answers, without a row per share.
+  struct PeggedByLine {
+    VectorPtr rows;
+    std::vector<mrp::DemandLine> demand;
+    std::vector<std::vector<mrp::Peg>> pegs;  // by report row
+  };
+  PeggedByLine GetMrpReportPeggedByLineFor(const std::string& dsn,
+                                           const mrp::ReportRequest& request);
+
   // A planner's request as the report's arguments: the open demand lines
   // it names (all open demand when it names no bill) and its filter, read
   // in a unit of work of their own.
@@ -63,7 +74,7 @@ class MrpDataInfo : public ComponentObject {
  private:
   VectorPtr Report(const std::string& dsn, const VectorPtr& lines, const DictionaryPtr& dctFilter,
                    const std::string& sStockKey, int32_t user_id, int frm_type,
-                   std::vector<VectorPtr>* pegging);
+                   std::vector<VectorPtr>* pegging, PeggedByLine* by_line = nullptr);
 
   // System profile IC/BOMType, read once per instance.
   int BomType(db::Connection& connection);
