@@ -257,8 +257,25 @@ try {
   expect('deleting a plan with orders is refused', (await page.$eval('#plans-msg', (el) => el.className)).includes('error'));
   await shot('refused-in-english');
 
+  // One picked line runs that line alone, not its whole order.
+  await page.click('nav a[data-step="pick"]');
+  await page.waitForSelector('#demand input.pick');
+  await page.click('#pick-all');  // all on,
+  await page.click('#pick-all');  // all off
+  const one = await page.$$eval('#demand tbody tr', (rows) => rows.findIndex((r) =>
+    r.children[1].textContent === 'SEORD000001' && r.children[2].textContent === '2'));
+  await page.click(`#demand tbody tr:nth-child(${one + 1}) input.pick`);
+  await page.click('nav a[data-step="run"]');
+  await page.click('#run-mrp');
+  await page.waitForFunction(() => !document.querySelector('#run-mrp').disabled);
+  await page.click('#report tbody tr');
+  const onePegs = await page.$$eval('#pegging tbody tr', (rows) => rows.map((r) => [r.children[1].textContent, r.children[2].textContent]));
+  expect('one picked line runs one line', onePegs.length > 0 &&
+    onePegs.every(([bill, line]) => bill === 'SEORD000001' && line === '2'), JSON.stringify(onePegs));
+
   // A revoked token signs the page out, in the page's language.
   execFileSync(binary, ['token', 'revoke', '--dsn', dsn, '--token', token], { stdio: 'ignore' });
+  await page.click('nav a[data-step="plans"]');
   await page.click('#plans-load');
   await waitText('#signin-msg', 'sign in again');
   expect('a revoked token shows the sign-in, the header cleared',
