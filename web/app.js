@@ -29,6 +29,7 @@ const TEXTS = {
     kind81: '销售订单', kind85: '生产任务', kind91: '委外加工', kind: '单据类型', product: '产品', neededOn: '需求日期',
     class1: '外购', class2: '组装', class3: '自制', classOther: '其他',
     amount: '金额', total: '合计', unknownSupplier: '没有这个供应商代码：', flagged: '行缺少供应商或单价，不能下单：',
+    plannedIn: '已列入采购计划', withPlanned: '全选时包括已列入计划的行', plannedLeftOut: '行已列入采购计划，未选：',
     stockCounts: '计入库存的仓库（来自已保存的仓库范围）', noStocks: '未选仓库：不计库存',
     prev: '上一页', next: '下一页', shown: '显示', of: '共',
     signOut: '退出', signInFirst: '请先登录。', tokenRefused: '令牌无效或已被吊销，请重新登录。',
@@ -67,6 +68,7 @@ const TEXTS = {
     kind81: 'sales order', kind85: 'production task', kind91: 'outsourcing', kind: 'Document', product: 'Product', neededOn: 'Needed on',
     class1: 'purchased', class2: 'assembled', class3: 'made', classOther: 'other',
     amount: 'Amount', total: 'Total', unknownSupplier: 'No supplier with the code: ', flagged: 'lines lack a supplier or a price and cannot be ordered: ',
+    plannedIn: 'Planned in', withPlanned: '"All" includes planned lines', plannedLeftOut: 'lines already planned, not picked: ',
     stockCounts: 'Warehouses whose stock counts (from the saved stock scope)', noStocks: 'no warehouse: stock does not count',
     prev: 'Previous page', next: 'Next page', shown: 'shown', of: 'of',
     signOut: 'Sign out', signInFirst: 'Sign in first.', tokenRefused: 'The token is not valid or was revoked: sign in again.',
@@ -432,11 +434,16 @@ function renderDemand() {
   state.demandPage = shown.page;
   const rows = shown.rows;
   $('demand-count').textContent = `${state.demandView.length} ${t('rows')}, ${t('picked')} ${state.picked.size}`;
-  table($('demand'), rows, ['FBillNo', 'FEntryID', 'FItemNumber', 'FItemName', 'FQty', 'FUnitName', 'FDate'], {
+  table($('demand'), rows, ['FBillNo', 'FEntryID', 'FItemNumber', 'FItemName', 'FQty', 'FUnitName', 'FDate', 'FPurchasePlanBillNo'], {
+    labels: { FPurchasePlanBillNo: 'plannedIn' },
+    // A line a plan covers already is marked, and "all" leaves it out.
+    rowClass: (d) => (d.FPurchasePlanBillNo ? 'planned' : ''),
     lead: (d) => `<input type="checkbox" class="pick" data-key="${demandKey(d)}" ${state.picked.has(demandKey(d)) ? 'checked' : ''}>`,
   });
+  // "All" shows as ticked when every line in view is picked.
+  const allPicked = state.demandView.length > 0 && state.demandView.every((d) => state.picked.has(demandKey(d)));
   const all = $('demand').querySelector('thead th');
-  if (all) all.innerHTML = '<input type="checkbox" id="pick-all">';
+  if (all) all.innerHTML = `<input type="checkbox" id="pick-all" ${allPicked ? 'checked' : ''}>`;
 }
 
 function pickedDemand() {
@@ -738,6 +745,7 @@ async function savePlan() {
   refuseTwice();
   const answer = await write('PurchasePlanUpdate', 'UpdatePurchasePlan', [sources, lines, state.me.user]);
   state.pricedDone = t('alreadyPlanned') + answer.result;
+  state.demand = [];  // its lines now name the plan: read again when shown
   say('order-msg', t('planSaved') + answer.result);
   $('plan-no').value = '';
 }
@@ -869,10 +877,20 @@ function wire() {
   $('demand-filter').oninput = renderDemand;
   $('demand').onchange = (e) => {
     if (e.target.id === 'pick-all') {
+      const withPlanned = $('with-planned').checked;
+      let leftOut = 0;
       state.demandView.forEach((d) => {
-        if (e.target.checked) state.picked.add(demandKey(d)); else state.picked.delete(demandKey(d));
+        if (!e.target.checked) state.picked.delete(demandKey(d));
+        else if (d.FPurchasePlanBillNo && !withPlanned) ++leftOut;
+        else state.picked.add(demandKey(d));
       });
-      document.querySelectorAll('#demand input.pick').forEach((b) => { b.checked = e.target.checked; });
+      renderDemand();
+      if (leftOut) {
+        say('pick-msg', `${t('picked')} ${state.picked.size}; ${leftOut} ${t('plannedLeftOut')}` +
+          state.demandView.filter((d) => d.FPurchasePlanBillNo).map((d) => `${d.FBillNo}/${d.FEntryID} (${d.FPurchasePlanBillNo})`).join(', '));
+        saveWork();
+        return;
+      }
     } else if (e.target.classList.contains('pick')) {
       if (e.target.checked) state.picked.add(e.target.dataset.key); else state.picked.delete(e.target.dataset.key);
     }

@@ -452,7 +452,8 @@ void Service::Routes() {
                       {"FItemName", l.item_name},
                       {"FQty", l.open_qty},
                       {"FUnitName", l.unit_name},
-                      {"FDate", l.date.ToDateString()}});
+                      {"FDate", l.date.ToDateString()},
+                      {"FPurchasePlanBillNo", l.plans}});
     }
     Answer(res, 200, rows.dump(2));
   });

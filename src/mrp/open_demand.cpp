@@ -3,6 +3,8 @@
 
 #include <set>
 
+#include "record/text.h"
+
 namespace mrpcalc::mrp {
 
 using db::Connection;
@@ -12,7 +14,7 @@ namespace {
 // Bill numbers order as the ERP's server orders text, letter case aside.
 std::string OpenSalesLines(const db::Dialect& d) {
   return "select v.FBillNo, u.FInterID, u.FEntryID, u.FItemID, i.FNumber, i.FName,"
-    " u.FQty - u.FCommitQty, m.FName, u.FDate"
+    " u.FQty - u.FCommitQty, m.FName, u.FDate, u.FPurchasePlanBillNo"
     " from SEOrderEntry u inner join SEOrder v on u.FInterID = v.FInterID"
     " inner join t_ICItem i on u.FItemID = i.FItemID"
     " left join t_MeasureUnit m on i.FUnitID = m.FMeasureUnitID"
@@ -24,7 +26,7 @@ std::string OpenSalesLines(const db::Dialect& d) {
 std::string OpenTasks(const db::Dialect& d, const char* table) {
   return std::string(
              "select t.FBillNo, t.FInterID, 0, t.FItemID, i.FNumber, i.FName,"
-             " t.FQty - t.FStockFinishQty, m.FName, t.FBeginDate from ") +
+             " t.FQty - t.FStockFinishQty, m.FName, t.FBeginDate, t.FPurchasePlanBillNo from ") +
          table +
          " t inner join t_ICItem i on t.FItemID = i.FItemID"
          " left join t_MeasureUnit m on i.FUnitID = m.FMeasureUnitID"
@@ -46,6 +48,9 @@ void Collect(Connection& c, const std::string& sql, int tran_type,
     line.open_qty = row[6].IsNull() ? 0 : row[6].ToDouble();
     line.unit_name = row[7].IsNull() ? "" : row[7].ToText();
     line.date = row[8].AsDate() ? *row[8].AsDate() : Date();
+    // The ERP writes "0" for a list that names no plan.
+    const std::string plans = row[9].IsNull() ? "" : Trim(row[9].ToText());
+    line.plans = plans == "0" ? "" : plans;
     out.push_back(std::move(line));
   }
 }

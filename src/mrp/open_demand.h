@@ -23,6 +23,7 @@ struct OpenDemandLine {
   double open_qty = 0;
   std::string unit_name;
   Date date;  // delivery date of the order line, planned start of the task
+  std::string plans;  // the purchase plans that cover it ("CJ...,CJ..."), "" for none
 };
 
 // Ordered by type, bill number and line.

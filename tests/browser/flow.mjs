@@ -260,8 +260,15 @@ try {
   // One picked line runs that line alone, not its whole order.
   await page.click('nav a[data-step="pick"]');
   await page.waitForSelector('#demand input.pick');
-  await page.click('#pick-all');  // all on,
-  await page.click('#pick-all');  // all off
+  // The lines the plan covers are marked with it, and "all" leaves them out.
+  const planned = await page.$$eval('#demand tr.planned', (rows) => rows.map((r) => r.lastElementChild.textContent));
+  expect('lines a plan covers are marked with the plan', planned.length > 0 && planned.every((p) => /CJ\d+/.test(p)), planned.join(' | '));
+  // "All" shows whether everything is picked: from all on, all off.
+  if (!(await page.$eval('#pick-all', (b) => b.checked))) await page.click('#pick-all');
+  await page.click('#pick-all');
+  await page.click('#pick-all');  // everything is planned: nothing is picked
+  await waitText('#pick-msg', 'already planned');
+  expect('"all" leaves planned lines out', (await text('#pick-msg')).startsWith('picked 0'), await text('#pick-msg'));
   const one = await page.$$eval('#demand tbody tr', (rows) => rows.findIndex((r) =>
     r.children[1].textContent === 'SEORD000001' && r.children[2].textContent === '2'));
   await page.click(`#demand tbody tr:nth-child(${one + 1}) input.pick`);
