@@ -451,6 +451,38 @@ TEST_P(Http, ScriptsReportsAndExports) {
     }
     EXPECT_EQ(compact.at("messages"), report.at("messages"));
   }
+  // The pegging kept by the service, a row at a time, for its user only
+  // and only of his last report.
+  {
+    const std::string body =
+        R"({"bills": ["SEORD000001"], "switches": {"NowStock": true}, "warehouses": "11,12,20",)"
+        R"( "compact": true, "pegging": "by_row"})";
+    r = Post("/api/report", body, planner_);
+    ASSERT_EQ(r->status, 200) << r->body;
+    const Json lazy = Json::parse(r->body);
+    EXPECT_FALSE(lazy.contains("pegging"));
+    const std::string id = lazy.at("pegging_id").get<std::string>();
+    httplib::Client client("127.0.0.1", port_);
+    auto get = [&](const std::string& path, const std::string& token) {
+      return client.Get(path, {{"Authorization", "Bearer " + token}});
+    };
+    for (size_t row = 0; row < report.at("pegging").size(); ++row) {
+      auto one = get("/api/pegging/" + id + "/" + std::to_string(row), planner_);
+      ASSERT_EQ(one->status, 200) << one->body;
+      const Json table = Json::parse(one->body);
+      Json pegs = Json::array();
+      for (const auto& values : table.at("rows")) {
+        Json peg = Json::object();
+        for (size_t k = 0; k < values.size(); ++k) peg[table.at("columns")[k].get<std::string>()] = values[k];
+        pegs.push_back(peg);
+      }
+      EXPECT_EQ(pegs, report.at("pegging")[row]) << row;
+    }
+    EXPECT_EQ(get("/api/pegging/" + id + "/0", admin_)->status, 404);  // not his
+    EXPECT_EQ(get("/api/pegging/" + id + "/99999", planner_)->status, 404);
+    ASSERT_EQ(Post("/api/report", body, planner_)->status, 200);
+    EXPECT_EQ(get("/api/pegging/" + id + "/0", planner_)->status, 404);  // replaced
+  }
   // Exactly the lines named: one line of the order, every peg from it.
   r = Post("/api/report",
            R"({"lines": [{"type": 81, "inter_id": 1, "entry_id": 2}], "warehouses": "11"})",

@@ -88,7 +88,7 @@ const state = {
   demand: [],
   demandView: [],
   picked: new Set(),
-  report: [], reportDemand: [], pegging: [], reportView: [], page: 0, sortKey: null, sortUp: true, chosenRow: -1,
+  report: [], peggingId: null, pegging: [], reportView: [], page: 0, sortKey: null, sortUp: true, chosenRow: -1,
   priced: [],
   pricedDone: null,
   supplierCodes: new Map(),  // by report row: the code typed on the confirmation
@@ -387,8 +387,7 @@ function saveWork() {
   // to write at every pick than running it again.
   if (state.report.length <= KEPT_REPORT_ROWS) {
     work.report = state.report;
-    work.reportDemand = state.reportDemand;
-    work.pegging = state.pegging;
+    work.peggingId = state.peggingId;
   }
   try {
     sessionStorage.setItem(WORK, JSON.stringify(work));
@@ -411,8 +410,8 @@ function restoreWork() {
   $('single').checked = !!work.single;
   if (work.report) {
     state.report = work.report;
-    state.reportDemand = work.reportDemand || [];
-    state.pegging = work.pegging || [];
+    state.peggingId = work.peggingId;
+    state.pegging = [];
     renderReport();
   }
 }
@@ -478,13 +477,14 @@ async function runMrp() {
   SWITCHES.forEach((k) => { switches[k] = $(`sw-${k}`).checked; });
   // The compact form: names once, rows as arrays (a large report is a
   // fraction of the size), turned into rows here.
+  // The pegging stays with the service, a row's asked for when it is chosen.
   const answer = await api('POST', '/api/report', {
     lines, switches, warehouses: $('warehouses').value, form: Number($('form').value),
-    single_level: $('single').checked, compact: true,
+    single_level: $('single').checked, compact: true, pegging: 'by_row',
   });
   state.report = rowsOf(answer.report);
-  state.reportDemand = rowsOf(answer.demand);
-  state.pegging = answer.pegging;  // by row: [index into reportDemand, share]
+  state.peggingId = answer.pegging_id;
+  state.pegging = [];  // by row, as fetched
   state.supplierCodes = new Map();
   state.notBuying = new Set();
   $('tobuy').innerHTML = '';  // the list of the report before
@@ -574,9 +574,14 @@ function renderReport() {
 
 // The demand lines behind the chosen row, beside it: which document, line,
 // product and date, and the row's share; sorted by number, not as text.
+// A row's pegging, asked of the service the first time the row is chosen.
+async function loadPegging(row) {
+  if (state.pegging[row] || !state.peggingId) return;
+  state.pegging[row] = rowsOf(await api('GET', `/api/pegging/${state.peggingId}/${row}`));
+}
+
 function renderPegging() {
-  const pegs = (state.chosenRow >= 0 ? state.pegging[state.chosenRow] || [] : []).map(([line, share]) => {
-    const p = { ...state.reportDemand[line], FQty: share };
+  const pegs = (state.chosenRow >= 0 ? state.pegging[state.chosenRow] || [] : []).map((p) => {
     const d = state.demand.find((x) => x.Ftrantype === p.FTranType && x.FInterID === p.FInterID &&
       (x.FEntryID || 0) === (p.FEntryID || 0));
     return {
@@ -919,6 +924,11 @@ function wire() {
     state.chosenRow = Number(tr.dataset.i);
     renderReport();
     renderPegging();
+    guarded('review-msg', async () => {
+      const row = state.chosenRow;
+      await loadPegging(row);
+      if (row === state.chosenRow) renderPegging();
+    })();
     const again = $('report').querySelector(`tbody tr[data-i="${state.chosenRow}"]`);
     if (again) again.focus();
   };

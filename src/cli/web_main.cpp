@@ -43,7 +43,7 @@ int Run(int argc, char** argv) {
     need(4);
     // Few heaps for many workers: what one request frees, the next reuses,
     // instead of each of 64 threads keeping a heap of its own.
-    mallopt(M_ARENA_MAX, 4);
+    mallopt(M_ARENA_MAX, 2);
     http::ServeOptions options;
     options.dsn = argv[2];
     options.bind = argv[3];

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <map>
 #include <mutex>
 
 #include "component/registry.h"
@@ -236,11 +237,25 @@ class PooledSession {
 
 }  // namespace
 
+// The last report's pegging of each user, kept for the page to ask for a
+// row's at a time: the whole of it would be most of a large answer.
+struct Service::PeggingStore {
+  struct Entry {
+    std::string id;
+    std::vector<mrp::DemandLine> demand;
+    std::vector<std::vector<mrp::Peg>> pegs;  // by report row
+  };
+  std::mutex mutex;
+  std::map<int32_t, std::shared_ptr<const Entry>> by_user;
+  uint64_t next = 1;
+};
+
 Service::Service(ServeOptions options, Host host)
     : options_(std::move(options)),
       host_(std::move(host)),
       pool_(std::make_shared<ConnectionPool>()),
-      server_(std::make_unique<httplib::Server>()) {
+      server_(std::make_unique<httplib::Server>()),
+      pegging_(std::make_unique<PeggingStore>()) {
   Routes();
 }
 
@@ -502,6 +517,40 @@ void Service::Routes() {
     Answer(res, 200, RunCallScript(session, script, options_.dsn, failed, ErrorAnswerFor));
   });
 
+  s.Get(R"(/api/pegging/([^/]+)/(\d+))", [this](const httplib::Request& req,
+                                                 httplib::Response& res) {
+    std::shared_ptr<const PeggingStore::Entry> entry;
+    {
+      std::lock_guard<std::mutex> lock(pegging_->mutex);
+      auto it = pegging_->by_user.find(request_user);
+      if (it != pegging_->by_user.end() && it->second->id == req.matches[1].str()) entry = it->second;
+    }
+    if (!entry) return Refuse(res, 404, "no such report: run the report again");
+    const size_t row = std::stoul(req.matches[2].str());
+    if (row >= entry->pegs.size()) return Refuse(res, 404, "the report has no row " + std::to_string(row));
+    AnswerBuffer out;
+    JsonWriter w([&](std::string_view chunk) { out.Append(chunk); });
+    w.Raw("{\"columns\":[\"FTranType\",\"FBillNo\",\"FInterID\",\"FEntryID\",\"FItemID\",\"FQty\"],\"rows\":[");
+    const auto& pegs = entry->pegs[row];
+    for (size_t k = 0; k < pegs.size(); ++k) {
+      const mrp::DemandLine& d = entry->demand[static_cast<size_t>(pegs[k].demand)];
+      w.Raw(k ? ",[" : "[");
+      w.Value(Variant(d.tran_type), 0);
+      w.Raw(",");
+      w.String(d.bill_no);
+      for (int32_t v : {d.inter_id, d.entry_id, d.item_id}) {
+        w.Raw(",");
+        w.Value(Variant(v), 0);
+      }
+      w.Raw(",");
+      w.Value(Variant(pegs[k].qty), 0);
+      w.Raw("]");
+    }
+    w.Raw("]}");
+    w.Flush();
+    out.Send(res);
+  });
+
   s.Post("/api/report", [this](const httplib::Request& req, httplib::Response& res) {
     Json body;
     if (!ParseBody(req, res, body)) return;
@@ -525,38 +574,61 @@ void Service::Routes() {
       if (body.value("compact", false)) {
         // The large form: each table's names once, its rows as arrays, and
         // each row's pegging as [demand line, share] into one list of lines.
-        const auto report = info.GetMrpReportPeggedByLineFor(options_.dsn, request);
+        const bool by_row = body.value("pegging", std::string()) == "by_row";
+        if (by_row) {
+          // The last report's pegging goes before the next is made.
+          std::lock_guard<std::mutex> lock(pegging_->mutex);
+          pegging_->by_user.erase(request_user);
+        }
+        auto report = info.GetMrpReportPeggedByLineFor(options_.dsn, request);
         rows = report.rows;
         CheckJsonText(Variant(report.rows));
         w.Raw("{\"report\":");
         CompactRows(w, report.rows);
-        w.Raw(",\"demand\":{\"columns\":[\"FTranType\",\"FBillNo\",\"FInterID\",\"FEntryID\",\"FItemID\"],"
-              "\"rows\":[");
-        for (size_t i = 0; i < report.demand.size(); ++i) {
-          const mrp::DemandLine& d = report.demand[i];
-          w.Raw(i ? ",[" : "[");
-          w.Value(Variant(d.tran_type), 0);
-          w.Raw(",");
-          w.String(d.bill_no);
-          for (int32_t v : {d.inter_id, d.entry_id, d.item_id}) {
-            w.Raw(",");
-            w.Value(Variant(v), 0);
+        if (by_row) {
+          // Kept for the rows asked for, no larger than it is; the answer names it.
+          auto entry = std::make_shared<PeggingStore::Entry>();
+          entry->demand = std::move(report.demand);
+          entry->pegs = std::move(report.pegs);
+          for (auto& pegs : entry->pegs) pegs.shrink_to_fit();
+          {
+            std::lock_guard<std::mutex> lock(pegging_->mutex);
+            // A user reads only his own: the number need not be secret.
+            entry->id = std::to_string(pegging_->next++);
+            pegging_->by_user[request_user] = entry;
           }
-          w.Raw("]");
-        }
-        w.Raw("]},\"pegging\":[");
-        for (size_t i = 0; i < report.pegs.size(); ++i) {
-          w.Raw(i ? ",[" : "[");
-          for (size_t k = 0; k < report.pegs[i].size(); ++k) {
-            w.Raw(k ? ",[" : "[");
-            w.Value(Variant(report.pegs[i][k].demand), 0);
+          w.Raw(",\"pegging_id\":");
+          w.String(entry->id);
+        } else {
+          w.Raw(",\"demand\":{\"columns\":[\"FTranType\",\"FBillNo\",\"FInterID\",\"FEntryID\",\"FItemID\"],"
+                "\"rows\":[");
+          for (size_t i = 0; i < report.demand.size(); ++i) {
+            const mrp::DemandLine& d = report.demand[i];
+            w.Raw(i ? ",[" : "[");
+            w.Value(Variant(d.tran_type), 0);
             w.Raw(",");
-            w.Value(Variant(report.pegs[i][k].qty), 0);
+            w.String(d.bill_no);
+            for (int32_t v : {d.inter_id, d.entry_id, d.item_id}) {
+              w.Raw(",");
+              w.Value(Variant(v), 0);
+            }
+            w.Raw("]");
+          }
+          w.Raw("]},\"pegging\":[");
+          for (size_t i = 0; i < report.pegs.size(); ++i) {
+            w.Raw(i ? ",[" : "[");
+            for (size_t k = 0; k < report.pegs[i].size(); ++k) {
+              w.Raw(k ? ",[" : "[");
+              w.Value(Variant(report.pegs[i][k].demand), 0);
+              w.Raw(",");
+              w.Value(Variant(report.pegs[i][k].qty), 0);
+              w.Raw("]");
+            }
             w.Raw("]");
           }
           w.Raw("]");
         }
-        w.Raw("],\"messages\":");
+        w.Raw(",\"messages\":");
         w.Strings(host.messages->messages(), 0);
         w.Raw("}");
       } else {

@@ -73,7 +73,12 @@ struct ServeOptions {
 // answer is {"report": T, "demand": T, "pegging": [[[line, share], ...],
 // ...], "messages": [...]} without blanks, each T {"columns": [...],
 // "rows": [[...], ...]}: a row's pegging names its demand lines by their
-// place in "demand" (FTranType, FBillNo, FInterID, FEntryID, FItemID). A body that is not an
+// place in "demand" (FTranType, FBillNo, FInterID, FEntryID, FItemID).
+// With "compact": true and "pegging": "by_row" the answer carries no
+// pegging but "pegging_id"; GET /api/pegging/{id}/{row} then answers one
+// row's pegging as a table T (FTranType, FBillNo, FInterID, FEntryID,
+// FItemID, FQty). The service keeps each user's last such report's
+// pegging only: an older id is 404. A body that is not an
 // object is invalid input; a value of the wrong type throws Json's own
 // type error (the service answers 400).
 mrp::ReportRequest ReadReportRequest(const Json& body, int32_t caller);
@@ -106,6 +111,9 @@ class Service {
   Host host_;
   std::shared_ptr<ConnectionPool> pool_;
   std::unique_ptr<httplib::Server> server_;
+  // Each user's last report's pegging, for the rows asked for one by one.
+  struct PeggingStore;
+  std::unique_ptr<PeggingStore> pegging_;
 };
 
 }  // namespace mrpcalc::http

@@ -143,6 +143,10 @@ try {
   const chosenBefore = await page.$eval('#report tr.chosen', (r) => r.rowIndex);
   await page.keyboard.press('ArrowDown');
   await page.keyboard.press('Enter');
+  await page.waitForFunction((before) => {
+    const rows = [...document.querySelectorAll('#pegging tbody tr')].map((r) => r.textContent).join('|');
+    return rows && rows !== before;
+  }, {}, pegs.join('|'));
   const chosenAfter = await page.$eval('#report tr.chosen', (r) => r.rowIndex);
   const pegsAfter = await page.$$eval('#pegging tbody tr', (rows) => rows.map((r) => r.textContent).join('|'));
   expect('the keyboard moves to the next row and shows its pegging',
@@ -276,6 +280,7 @@ try {
   await page.click('#run-mrp');
   await page.waitForFunction(() => !document.querySelector('#run-mrp').disabled);
   await page.click('#report tbody tr');
+  await page.waitForSelector('#pegging tbody tr');  // asked of the service when chosen
   const onePegs = await page.$$eval('#pegging tbody tr', (rows) => rows.map((r) => [r.children[1].textContent, r.children[2].textContent]));
   expect('one picked line runs one line', onePegs.length > 0 &&
     onePegs.every(([bill, line]) => bill === 'SEORD000001' && line === '2'), JSON.stringify(onePegs));
