@@ -31,6 +31,7 @@ const TEXTS = {
     amount: '金额', total: '合计', unknownSupplier: '没有这个供应商代码：', flagged: '行缺少供应商或单价，不能下单：',
     plannedIn: '已列入采购计划', withPlanned: '全选时包括已列入计划的行', plannedLeftOut: '行已列入采购计划，未选：',
     stockCounts: '计入库存的仓库（来自已保存的仓库范围）', noStocks: '未选仓库：不计库存',
+    badQty: '数量必须大于 0：', badDate: '日期不对：', allClasses: '全部属性',
     prev: '上一页', next: '下一页', shown: '显示', of: '共',
     signOut: '退出', signInFirst: '请先登录。', tokenRefused: '令牌无效或已被吊销，请重新登录。',
     closed0: '未关闭', closed1: '已全部下单', closed2: '手工关闭', line: '行', closedNow: '已关闭',
@@ -70,6 +71,7 @@ const TEXTS = {
     amount: 'Amount', total: 'Total', unknownSupplier: 'No supplier with the code: ', flagged: 'lines lack a supplier or a price and cannot be ordered: ',
     plannedIn: 'Planned in', withPlanned: '"All" includes planned lines', plannedLeftOut: 'lines already planned, not picked: ',
     stockCounts: 'Warehouses whose stock counts (from the saved stock scope)', noStocks: 'no warehouse: stock does not count',
+    badQty: 'the quantity must be above 0: ', badDate: 'not a date: ', allClasses: 'All classes',
     prev: 'Previous page', next: 'Next page', shown: 'shown', of: 'of',
     signOut: 'Sign out', signInFirst: 'Sign in first.', tokenRefused: 'The token is not valid or was revoked: sign in again.',
     closed0: 'open', closed1: 'fully ordered', closed2: 'closed by hand', line: 'line', closedNow: 'closed',
@@ -93,6 +95,8 @@ const state = {
   pricedDone: null,
   supplierCodes: new Map(),  // by report row: the code typed on the confirmation
   notBuying: new Set(),      // report rows unticked on the confirmation
+  toBuyQty: new Map(),       // by report row: the quantity set on the confirmation
+  toBuyDate: new Map(),      // by report row: the date set there
   supplierNames: new Map(),  // by code: the supplier's name, null when there is none  // what the priced lines were bought as, once bought
   planLines: [],
 };
@@ -292,8 +296,16 @@ async function download(name, kind, rows) {
   URL.revokeObjectURL(a.href);
 }
 
+function renderClassFilter() {
+  const el = $('class-filter');
+  const chosen = el.value;
+  el.innerHTML = [['', 'allClasses'], ['1', 'class1'], ['2', 'class2'], ['3', 'class3'], ['other', 'classOther']]
+    .map(([v, k]) => `<option value="${v}" ${v === chosen ? 'selected' : ''}>${t(k)}</option>`).join('');
+}
+
 function applyLanguage() {
   document.documentElement.lang = state.lang;
+  renderClassFilter();
   document.querySelectorAll('[data-i18n]').forEach((el) => { el.textContent = t(el.dataset.i18n); });
   $('lang').textContent = state.lang === 'zh' ? 'English' : '中文';
   renderSwitches();
@@ -487,6 +499,8 @@ async function runMrp() {
   state.pegging = [];  // by row, as fetched
   state.supplierCodes = new Map();
   state.notBuying = new Set();
+  state.toBuyQty = new Map();
+  state.toBuyDate = new Map();
   $('tobuy').innerHTML = '';  // the list of the report before
   state.page = 0;
   state.chosenRow = -1;
@@ -535,9 +549,11 @@ const REPORT_LABELS = { FQty: 'suggestion' };
 function renderReport() {
   const filter = $('report-filter').value.trim().toLowerCase();
   const actOnly = $('act-only').checked;
+  const cls = $('class-filter').value;  // '' all, '1' '2' '3', 'other'
   let view = state.report.map((r, i) => i).filter((i) => {
     const r = state.report[i];
     if (actOnly && !(r.FQty > 0)) return false;
+    if (cls && (cls === 'other' ? [1, 2, 3].includes(r.FItemPropID) : String(r.FItemPropID) !== cls)) return false;
     if (!filter) return true;
     return `${r.FItemNumber} ${r.FItemName} ${r.FSupplyNumber}`.toLowerCase().includes(filter);
   });
@@ -614,6 +630,12 @@ function rememberToBuy() {
   document.querySelectorAll('#tobuy input.supplier').forEach((input) => {
     state.supplierCodes.set(Number(input.dataset.i), input.value.trim());
   });
+  document.querySelectorAll('#tobuy input.qty').forEach((input) => {
+    state.toBuyQty.set(Number(input.dataset.i), input.value.trim());
+  });
+  document.querySelectorAll('#tobuy input.date').forEach((input) => {
+    state.toBuyDate.set(Number(input.dataset.i), input.value);
+  });
 }
 
 function renderToBuy() {
@@ -624,7 +646,11 @@ function renderToBuy() {
   $('tobuy').innerHTML = '<thead><tr><th></th><th>' + ['FItemNumber', 'FItemName', 'FAuxProp', 'FQty', 'FDate', 'FSupplyNumber'].map(t).join('</th><th>') +
     '</th></tr></thead><tbody>' + rows.map(([r, i]) =>
     `<tr><td><input type="checkbox" class="buy" data-i="${i}" ${state.notBuying.has(i) ? '' : 'checked'}></td><td>${escapeHtml(fmt(r.FItemNumber))}</td><td>${escapeHtml(fmt(r.FItemName))}</td>` +
-    `<td>${escapeHtml(fmt(r.FAuxProp))}</td><td class="n">${fmt(r.FQty, 'FQty', r)}</td><td>${fmt(r.FDate)}</td>` +
+    `<td>${escapeHtml(fmt(r.FAuxProp))}</td>` +
+    `<td><input class="qty" type="number" min="0" step="any" data-i="${i}" aria-label="${t('FQty')} ${escapeHtml(fmt(r.FItemNumber))}" ` +
+    `value="${escapeHtml(state.toBuyQty.get(i) ?? String(r.FQty))}"></td>` +
+    `<td><input class="date" type="date" data-i="${i}" aria-label="${t('FDate')} ${escapeHtml(fmt(r.FItemNumber))}" ` +
+    `value="${escapeHtml(state.toBuyDate.get(i) ?? fmt(r.FDate))}"></td>` +
     `<td><input class="supplier" data-i="${i}" aria-label="${t('FSupplyNumber')} ${escapeHtml(fmt(r.FItemNumber))}" ` +
     `value="${escapeHtml(state.supplierCodes.get(i) ?? r.FSupplyNumber ?? '')}"></td></tr>`).join('') + '</tbody>';
   document.querySelectorAll('#tobuy input.supplier').forEach(markSupplier);
@@ -660,8 +686,14 @@ function markSupplier(input) {
 // The lines to buy, on every page of the list, with their suppliers.
 function chosenToBuy() {
   rememberToBuy();
-  const out = toBuy().filter(([, i]) => !state.notBuying.has(i))
-    .map(([r, i]) => ({ ...r, FSupplyNumber: state.supplierCodes.get(i) ?? r.FSupplyNumber ?? '' }));
+  const out = toBuy().filter(([, i]) => !state.notBuying.has(i)).map(([r, i]) => {
+    // The quantity and date the planner set, checked here.
+    const qty = Number(state.toBuyQty.get(i) ?? r.FQty);
+    if (!(qty > 0)) throw new Error(`${r.FItemNumber}: ${t('badQty')}${state.toBuyQty.get(i)}`);
+    const day = state.toBuyDate.get(i) ?? fmt(r.FDate);
+    if (!/^\d{4}-\d\d-\d\d$/.test(day)) throw new Error(`${r.FItemNumber}: ${t('badDate')}${day}`);
+    return { ...r, FQty: qty, FDate: `${day} 00:00:00`, FSupplyNumber: state.supplierCodes.get(i) ?? r.FSupplyNumber ?? '' };
+  });
   if (!out.length) throw new Error(t('noneChosen'));
   return out;
 }
@@ -911,6 +943,7 @@ function wire() {
   $('run-mrp').onclick = guarded('run-msg', runMrp);
   $('report-filter').oninput = () => { state.page = 0; renderReport(); };
   $('act-only').onchange = () => { state.page = 0; renderReport(); };
+  $('class-filter').onchange = () => { state.page = 0; renderReport(); };
   $('report').onclick = (e) => {
     const th = e.target.closest('th');
     if (th) {

@@ -116,6 +116,11 @@ try {
   const acting = await page.$$eval('#report tbody tr', (els) => els.length);
   expect('only the rows to act on', acting === toBuy && acting > 0 && acting < reportRows, `${acting} of ${reportRows}`);
   await page.click('#act-only');
+  // A column's own filter: only the made parts.
+  await page.select('#class-filter', '3');
+  const made = await page.$$eval('#report tbody tr', (rows) => rows.map((r) => r.children[13].textContent));
+  expect('the class filter keeps one class', made.length > 0 && made.every((c) => c === '自制'), made.join(' | '));
+  await page.select('#class-filter', '');
   await shot('report');
 
   // A reload keeps the work: signed in, the report where it was.
@@ -174,6 +179,15 @@ try {
     const code = { '3.04': 'S002', '3.06': 'S001', '3.08': 'S001' }[item];
     if (code) supplier.value = code; else r.querySelector('input.buy').checked = false;
   }));
+  // Quantities are the planner's to set; a quantity of 0 is refused with its item.
+  const spokesQty = `#tobuy tbody tr:nth-child(${(await page.$$eval('#tobuy tbody tr', (rows) =>
+    rows.findIndex((r) => r.children[1].textContent === '3.04'))) + 1}) input.qty`;
+  const originalQty = await page.$eval(spokesQty, (el) => el.value);
+  await page.$eval(spokesQty, (el) => { el.value = '0'; });
+  await page.click('#confirm-lines');
+  await waitText('#confirm-msg', '3.04');
+  expect('a quantity of 0 is refused with its item', (await text('#confirm-msg')).includes('3.04'), await text('#confirm-msg'));
+  await page.$eval(spokesQty, (el, v) => { el.value = v; }, originalQty);
   // An unknown code is refused where it was typed, before anything is priced.
   const spokes = await page.$$eval('#tobuy tbody tr', (rows) => rows.findIndex((r) => r.children[1].textContent === '3.04'));
   const spokesCode = `#tobuy tbody tr:nth-child(${spokes + 1}) input.supplier`;
