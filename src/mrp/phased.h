@@ -1,0 +1,122 @@
+// Time-phased planning, the calculation alone: dated requirements netted
+// day by day against stock and scheduled receipts, with lead times on a
+// working calendar, lot rules and safety stock, giving planned orders with
+// their due and release dates, the reasons that shaped each, and action
+// messages for the open supply. A second planning mode beside the ERP's
+// report, which stays as it is; with every parameter at its default (no
+// lead time, no lot rule, no safety stock) the planned quantity of each
+// item is its net requirement.
+//
+// Days are whole days counted from the ERP's zero date (1899-12-30).
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "record/date.h"
+
+namespace mrpcalc::mrp::phased {
+
+using Day = int32_t;
+Day DayOf(const Date& date);
+Date DateOf(Day day);
+
+// Working weekdays (Monday first) and holidays.
+struct Calendar {
+  std::array<bool, 7> working = {true, true, true, true, true, false, false};
+  std::set<Day> holidays;
+
+  bool IsWorking(Day day) const;
+  // The working day `n` working days before `day` (n 0: `day` itself, or
+  // the working day before it when it is not one).
+  Day WorkingDaysBefore(Day day, int n) const;
+  // The day `n` working days after `day`.
+  Day WorkingDaysAfter(Day day, int n) const;
+};
+
+// What shapes an item's planned orders; the defaults change nothing.
+struct Parameters {
+  int lead_time = 0;                   // working days, purchase or fixed production
+  double lead_time_per_unit = 0;       // working days per unit made, rounded up
+  double safety_stock = 0;
+  double min_qty = 0, multiple = 0, max_qty = 0;  // 0: no rule; the maximum splits
+  int order_period = 0;                // days of demand grouped into one order
+  int firm_fence = 0;                  // working days from today no order is planned in
+};
+
+// One need of an item on a day: a demand line, or a parent's planned order.
+struct Requirement {
+  Day day = 0;
+  double qty = 0;
+  std::string source;  // "SEORD000001/1", or the parent's planned order
+};
+
+// Open supply of an item: a purchase order line or production task.
+struct Receipt {
+  std::string id;
+  Day day = 0;
+  double qty = 0;
+};
+
+struct Component {
+  int32_t item = 0;
+  double qty_per = 0;  // per unit of the parent
+};
+
+struct Item {
+  int32_t id = 0;
+  std::string number;
+  bool made = false;  // planned orders are production orders
+  Parameters parameters;
+  double on_hand = 0;
+  std::vector<Receipt> receipts;
+  std::vector<Requirement> demand;  // independent demand
+  std::vector<Component> components;
+};
+
+// A rule that shaped a planned order, as data: a code and its figures.
+struct Reason {
+  std::string code;  // "net", "safety", "minimum", "multiple", "maximum", "period", "lead", "late"
+  double value = 0;
+  Day day = 0;
+  std::string text() const;
+};
+
+struct PlannedOrder {
+  int32_t item = 0;
+  double qty = 0;
+  Day due = 0, release = 0;
+  bool late = false;  // its release day is before today
+  std::vector<Reason> reasons;
+  std::vector<Requirement> pegs;  // the needs it covers, with the quantities taken
+};
+
+struct ActionMessage {
+  std::string kind;  // "expedite", "defer", "cancel"
+  int32_t item = 0;
+  std::string receipt;
+  Day from = 0, to = 0;  // its day, and the day it is needed (cancel: none)
+  double qty = 0;
+};
+
+struct Input {
+  std::vector<Item> items;
+  Calendar calendar;
+  Day today = 0;
+};
+
+struct Result {
+  std::vector<PlannedOrder> orders;     // by item's low-level code, item, due day
+  std::vector<ActionMessage> actions;   // by item, receipt day
+  std::map<int32_t, int> low_level;     // item -> its deepest level (0: top)
+};
+
+// Plans every item, parents before their components. Throws invalid input
+// for a bill that leads back to itself or a component that is no item.
+Result Plan(const Input& input);
+
+}  // namespace mrpcalc::mrp::phased

@@ -1,0 +1,144 @@
+// Time-phased planning on in-memory items, against a plan worked out by
+// hand.
+#include <gtest/gtest.h>
+
+#include "expect_error.h"
+#include "mrp/phased.h"
+
+namespace mrpcalc::mrp::phased {
+namespace {
+
+// Monday 2026-11-30 is day 0 of the example; Thursday 2026-12-03 is a
+// holiday.
+Day D(int offset) { return DayOf(Date::FromParts(2026, 11, 30)) + offset; }
+
+// Three levels: A is made of 2 B and 1 C, B of 3 C. A: 10 on hand, two
+// working days to make. B: 15 on hand, safety stock 5, made in fifties,
+// one working day; a task of 30 due today. C: 40 on hand, bought at 100 at
+// least, three working days; an order of 160 due in ten days. D: an order
+// of 25 and no need of it.
+Input Textbook() {
+  Input in;
+  in.today = D(0);
+  in.calendar.holidays = {D(3)};
+  Item a{1, "A", true, {}, 10, {}, {{D(1), 15, "SO-1/1"}, {D(8), 20, "SO-2/1"}}, {{2, 2}, {3, 1}}};
+  a.parameters.lead_time = 2;
+  Item b{2, "B", true, {}, 15, {{"MO-1", D(0), 30}}, {}, {{3, 3}}};
+  b.parameters = {1, 0, 5, 0, 50, 0, 0, 0};
+  Item c{3, "C", false, {}, 40, {{"PO-1", D(10), 160}}, {{D(9), 60, "SO-3/1"}}, {}};
+  c.parameters.lead_time = 3;
+  c.parameters.min_qty = 100;
+  Item d{4, "D", false, {}, 0, {{"PO-3", D(5), 25}}, {}, {}};
+  in.items = {a, b, c, d};
+  return in;
+}
+
+std::vector<std::string> Codes(const PlannedOrder& o) {
+  std::vector<std::string> out;
+  for (const Reason& r : o.reasons) out.push_back(r.code + " " + r.text());
+  return out;
+}
+
+TEST(Phased, TheTextbookExample) {
+  const Result r = Plan(Textbook());
+  EXPECT_EQ(r.low_level, (std::map<int32_t, int>{{1, 0}, {2, 1}, {3, 2}, {4, 0}}));
+  ASSERT_EQ(r.orders.size(), 4u);
+
+  // A: 5 short on Tuesday, released two working days before: Friday the
+  // 27th, three days late; 20 for the 8th, released on Friday the 4th.
+  const PlannedOrder& a1 = r.orders[0];
+  EXPECT_EQ(a1.item, 1);
+  EXPECT_DOUBLE_EQ(a1.qty, 5);
+  EXPECT_EQ(a1.due, D(1));
+  EXPECT_EQ(a1.release, D(-3));
+  EXPECT_TRUE(a1.late);
+  EXPECT_EQ(Codes(a1), (std::vector<std::string>{"net net requirement 5",
+                                                 "lead lead time 2 working days",
+                                                 "late 3 days late"}));
+  ASSERT_EQ(a1.pegs.size(), 1u);
+  EXPECT_EQ(a1.pegs[0].source, "SO-1/1");
+  EXPECT_DOUBLE_EQ(a1.pegs[0].qty, 5);
+  const PlannedOrder& a2 = r.orders[1];
+  EXPECT_DOUBLE_EQ(a2.qty, 20);
+  EXPECT_EQ(a2.due, D(8));
+  EXPECT_EQ(a2.release, D(4));
+  EXPECT_FALSE(a2.late);
+
+  // B needs 10 when A's first order starts (covered, 5 left for safety)
+  // and 40 when its second starts, on Friday: with the task deferred to
+  // Friday, 5 short and 5 under safety stock, raised to 50; released one
+  // working day before Friday, past the holiday: Wednesday.
+  const PlannedOrder& b = r.orders[2];
+  EXPECT_EQ(b.item, 2);
+  EXPECT_DOUBLE_EQ(b.qty, 50);
+  EXPECT_EQ(b.due, D(4));
+  EXPECT_EQ(b.release, D(2));
+  EXPECT_EQ(Codes(b), (std::vector<std::string>{"net net requirement 5", "safety safety stock 5",
+                                                "multiple rounded up to a multiple of 50",
+                                                "lead lead time 1 working days"}));
+  ASSERT_EQ(b.pegs.size(), 1u);
+  EXPECT_DOUBLE_EQ(b.pegs[0].qty, 5);
+  EXPECT_EQ(b.pegs[0].source, "planned A due 2026-12-08");
+
+  // C: 5 (A's first order), 150 (B's order, from Wednesday), 20 (A's
+  // second) are covered by stock and the order of 160 brought forward; 35
+  // of the 60 on the 9th are not: raised to the minimum 100, released three
+  // working days before: Friday the 4th.
+  const PlannedOrder& c = r.orders[3];
+  EXPECT_EQ(c.item, 3);
+  EXPECT_DOUBLE_EQ(c.qty, 100);
+  EXPECT_EQ(c.due, D(9));
+  EXPECT_EQ(c.release, D(4));
+  EXPECT_EQ(Codes(c)[0], "net net requirement 35");
+  EXPECT_EQ(Codes(c)[1], "minimum raised to the minimum 100");
+  ASSERT_EQ(c.pegs.size(), 1u);
+  EXPECT_DOUBLE_EQ(c.pegs[0].qty, 35);
+  EXPECT_EQ(c.pegs[0].source, "SO-3/1");
+
+  // The open supply: the task comes too early, the order too late, and D's
+  // order is not needed at all.
+  ASSERT_EQ(r.actions.size(), 3u);
+  const auto& [defer, expedite, cancel] = std::tie(r.actions[0], r.actions[1], r.actions[2]);
+  EXPECT_EQ(defer.kind, "defer");
+  EXPECT_EQ(defer.receipt, "MO-1");
+  EXPECT_EQ(defer.to, D(4));
+  EXPECT_EQ(expedite.kind, "expedite");
+  EXPECT_EQ(expedite.receipt, "PO-1");
+  EXPECT_EQ(expedite.from, D(10));
+  EXPECT_EQ(expedite.to, D(2));
+  EXPECT_EQ(cancel.kind, "cancel");
+  EXPECT_EQ(cancel.receipt, "PO-3");
+}
+
+TEST(Phased, RulesAndCalendar) {
+  // The maximum splits; the order period groups; days convert both ways.
+  Input in;
+  in.today = D(0);
+  Item x{7, "X", false, {}, 0, {}, {{D(1), 30, "a"}, {D(2), 30, "b"}, {D(9), 10, "c"}}, {}};
+  x.parameters.max_qty = 40;
+  x.parameters.order_period = 5;
+  in.items = {x};
+  const Result r = Plan(in);
+  ASSERT_EQ(r.orders.size(), 3u);  // 60 for the period split 40 + 20, then 10
+  EXPECT_DOUBLE_EQ(r.orders[0].qty, 40);
+  EXPECT_DOUBLE_EQ(r.orders[1].qty, 20);
+  EXPECT_DOUBLE_EQ(r.orders[2].qty, 10);
+  double pegged = 0;
+  for (const auto& o : r.orders)
+    for (const auto& p : o.pegs) pegged += p.qty;
+  EXPECT_DOUBLE_EQ(pegged, 70);
+  EXPECT_EQ(DateOf(D(0)).ToDateString(), "2026-11-30");
+  EXPECT_EQ(DateOf(DayOf(Date::FromParts(1900, 3, 1))).ToDateString(), "1900-03-01");
+  Calendar weekdays;
+  EXPECT_EQ(weekdays.WorkingDaysBefore(D(5), 0), D(4));  // Saturday: the Friday before
+  EXPECT_EQ(weekdays.WorkingDaysAfter(D(4), 1), D(7));   // Friday to Monday
+
+  Item loop{8, "L", true, {}, 0, {}, {{D(1), 1, "x"}}, {{9, 1}}};
+  Item back{9, "M", true, {}, 0, {}, {}, {{8, 1}}};
+  Input cyclic;
+  cyclic.items = {loop, back};
+  EXPECT_ERROR(Plan(cyclic), ErrorCategory::kInvalidInput, "lead back");
+}
+
+}  // namespace
+}  // namespace mrpcalc::mrp::phased
