@@ -110,6 +110,27 @@ TEST(Phased, TheTextbookExample) {
   EXPECT_EQ(cancel.receipt, "PO-3");
 }
 
+// The textbook record of C by weeks from Monday the 30th: the needs of its
+// parents' orders and its own, the order of 160 brought forward, the
+// planned order of 100 due the 9th and released the 4th.
+TEST(Phased, TheTextbookRecordOfC) {
+  const Input in = Textbook();
+  const Result r = Plan(in);
+  // Before the first week: A's late order needs 5 on Friday the 27th.
+  const std::vector<Bucket> weeks = Buckets(in, r, 3, D(0), 7, 2);
+  ASSERT_EQ(weeks.size(), 2u);
+  EXPECT_DOUBLE_EQ(weeks[0].gross, 170);  // 150 for B on the 2nd, 20 for A on the 4th
+  EXPECT_DOUBLE_EQ(weeks[0].scheduled, 160);
+  EXPECT_DOUBLE_EQ(weeks[0].net, 0);
+  EXPECT_DOUBLE_EQ(weeks[0].projected, 25);  // 40 - 5 + 160 - 170
+  EXPECT_DOUBLE_EQ(weeks[0].planned_releases, 100);
+  EXPECT_DOUBLE_EQ(weeks[1].gross, 60);
+  EXPECT_DOUBLE_EQ(weeks[1].net, 35);
+  EXPECT_DOUBLE_EQ(weeks[1].planned_receipts, 100);
+  EXPECT_DOUBLE_EQ(weeks[1].projected, 65);
+  EXPECT_ERROR(Buckets(in, r, 99, D(0), 7, 1), ErrorCategory::kNotFound, "no planned item");
+}
+
 TEST(Phased, RulesAndCalendar) {
   // The maximum splits; the order period groups; days convert both ways.
   Input in;

@@ -3,6 +3,7 @@
 #include "mrp/phased.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <functional>
@@ -127,6 +128,61 @@ std::string Reason::text() const {
   return code;
 }
 
+std::vector<Bucket> Buckets(const Input& input, const Result& result, int32_t item, Day first,
+                            int days, int count) {
+  if (days < 1 || count < 0) ThrowInvalid("a bucket is at least one day");
+  const Item* it = nullptr;
+  for (const Item& i : input.items) {
+    if (i.id == item) it = &i;
+  }
+  if (!it) throw Error(ErrorCategory::kNotFound, "no planned item " + std::to_string(item));
+  auto sum_in = [](auto&& list, auto&& day_of, auto&& qty_of, Day from, Day to) {
+    double total = 0;
+    for (const auto& x : list) {
+      if (day_of(x) >= from && day_of(x) < to) total += qty_of(x);
+    }
+    return total;
+  };
+  static const std::vector<Requirement> no_needs;
+  static const std::vector<Receipt> no_receipts;
+  const auto g = result.gross.find(item);
+  const auto& needs = g == result.gross.end() ? no_needs : g->second;
+  const auto sc = result.scheduled.find(item);
+  const auto& receipts = sc == result.scheduled.end() ? no_receipts : sc->second;
+  std::vector<const PlannedOrder*> orders;
+  for (const PlannedOrder& o : result.orders) {
+    if (o.item == item) orders.push_back(&o);
+  }
+  auto need_day = [](const Requirement& r) { return r.day; };
+  auto need_qty = [](const Requirement& r) { return r.qty; };
+  auto receipt_day = [](const Receipt& r) { return r.day; };
+  auto receipt_qty = [](const Receipt& r) { return r.qty; };
+  auto due = [](const PlannedOrder* o) { return o->due; };
+  auto release = [](const PlannedOrder* o) { return o->release; };
+  auto qty = [](const PlannedOrder* o) { return o->qty; };
+  constexpr Day kBefore = INT32_MIN;
+  // What happened before the first bucket rolls into its opening stock.
+  double projected = it->on_hand + sum_in(receipts, receipt_day, receipt_qty, kBefore, first) +
+                     sum_in(orders, due, qty, kBefore, first) -
+                     sum_in(needs, need_day, need_qty, kBefore, first);
+  std::vector<Bucket> out;
+  for (int k = 0; k < count; ++k) {
+    Bucket b;
+    b.from = first + k * days;
+    const Day to = b.from + days;
+    b.gross = sum_in(needs, need_day, need_qty, b.from, to);
+    b.scheduled = sum_in(receipts, receipt_day, receipt_qty, b.from, to);
+    b.planned_receipts = sum_in(orders, due, qty, b.from, to);
+    b.planned_releases = sum_in(orders, release, qty, b.from, to);
+    const double available = projected + b.scheduled;
+    b.net = std::max(0.0, b.gross + it->parameters.safety_stock - available);
+    projected = available - b.gross + b.planned_receipts;
+    b.projected = projected;
+    out.push_back(b);
+  }
+  return out;
+}
+
 Result Plan(const Input& input) {
   Result result;
   std::map<int32_t, const Item*> items;
@@ -172,9 +228,11 @@ Result Plan(const Input& input) {
       }
       // Planned as arriving when needed, as its message says.
       supply.push_back({needed, receipt.qty});
+      result.scheduled[item->id].push_back({receipt.id, needed, receipt.qty});
       available += receipt.qty;
     }
 
+    result.gross[item->id] = needs;
     // Netting day by day; a shortage becomes planned orders due that day.
     double projected = item->on_hand;
     size_t next_supply = 0;

@@ -113,7 +113,22 @@ struct Result {
   std::vector<PlannedOrder> orders;     // by item's low-level code, item, due day
   std::vector<ActionMessage> actions;   // by item, receipt day
   std::map<int32_t, int> low_level;     // item -> its deepest level (0: top)
+  std::map<int32_t, std::vector<Requirement>> gross;  // item -> every need, by day
+  std::map<int32_t, std::vector<Receipt>> scheduled;  // item -> open supply, on the day planned
 };
+
+// The textbook record of one item over buckets of `days` days from
+// `first`: gross requirements (its own demand and its parents' planned
+// orders), scheduled receipts (open supply as planned, on the day it is
+// needed), projected on hand at each bucket's end, net requirements,
+// planned receipts (due) and planned releases.
+struct Bucket {
+  Day from = 0;  // the bucket's first day
+  double gross = 0, scheduled = 0, projected = 0, net = 0, planned_receipts = 0,
+         planned_releases = 0;
+};
+std::vector<Bucket> Buckets(const Input& input, const Result& result, int32_t item, Day first,
+                            int days, int count);
 
 // Plans every item, parents before their components. Throws invalid input
 // for a bill that leads back to itself or a component that is no item.
