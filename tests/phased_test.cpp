@@ -2,6 +2,10 @@
 // hand.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
+#include <random>
+
 #include "expect_error.h"
 #include "mrp/phased.h"
 
@@ -159,6 +163,96 @@ TEST(Phased, RulesAndCalendar) {
   Input cyclic;
   cyclic.items = {loop, back};
   EXPECT_ERROR(Plan(cyclic), ErrorCategory::kInvalidInput, "lead back");
+}
+
+}  // namespace
+}  // namespace mrpcalc::mrp::phased
+
+namespace mrpcalc::mrp::phased {
+namespace {
+
+// Random factories: every planned order keeps its item's lot rules and is
+// released on a working day; after the planned receipts the stock never
+// falls below safety on a day something is needed; every need is covered
+// by stock, open supply or a planned order's pegs, to the unit.
+TEST(Phased, PropertiesOnRandomFactories) {
+  std::mt19937 random(20261124);
+  auto uniform = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(random); };
+  for (int round = 0; round < 200; ++round) {
+    Input in;
+    in.today = D(0);
+    in.calendar.holidays = {D(uniform(0, 20))};
+    const int count = uniform(2, 8);
+    for (int id = 1; id <= count; ++id) {
+      Item item;
+      item.id = id;
+      item.number = "I" + std::to_string(id);
+      item.on_hand = uniform(0, 50);
+      Parameters& p = item.parameters;
+      p.lead_time = uniform(0, 4);
+      p.safety_stock = uniform(0, 1) ? uniform(0, 10) : 0;
+      p.min_qty = uniform(0, 1) ? uniform(1, 60) : 0;
+      p.multiple = uniform(0, 1) ? uniform(1, 25) : 0;
+      p.max_qty = uniform(0, 2) == 0 ? uniform(30, 90) : 0;
+      p.order_period = uniform(0, 2) == 0 ? uniform(1, 7) : 0;
+      for (int n = uniform(0, 4); n > 0; --n) {
+        item.demand.push_back({D(uniform(-3, 30)), static_cast<double>(uniform(1, 40)), "d"});
+      }
+      for (int n = uniform(0, 2); n > 0; --n) {
+        item.receipts.push_back({"r", D(uniform(-2, 30)), static_cast<double>(uniform(1, 50))});
+      }
+      // Components only further down: no loops.
+      for (int child = id + 1; child <= count; ++child) {
+        if (uniform(0, 3) == 0) item.components.push_back({child, static_cast<double>(uniform(1, 3))});
+      }
+      item.made = !item.components.empty();
+      in.items.push_back(item);
+    }
+    const Result r = Plan(in);
+    std::map<int32_t, const Item*> items;
+    for (const Item& i : in.items) items[i.id] = &i;
+    for (const PlannedOrder& o : r.orders) {
+      const Parameters& p = items[o.item]->parameters;
+      SCOPED_TRACE("round " + std::to_string(round) + ", item " + std::to_string(o.item));
+      EXPECT_GT(o.qty, 0);
+      if (p.max_qty > 0) {
+        EXPECT_LE(o.qty, p.max_qty + 1e-9);
+      }
+      const bool split = std::any_of(o.reasons.begin(), o.reasons.end(),
+                                     [](const Reason& x) { return x.code == "maximum"; });
+      if (p.min_qty > 0 && !split) {
+        EXPECT_GE(o.qty, p.min_qty - 1e-9);
+      }
+      if (p.multiple > 0 && !split) {
+        EXPECT_NEAR(std::fmod(o.qty, p.multiple), 0, 1e-6);
+      }
+      EXPECT_TRUE(in.calendar.IsWorking(o.release));
+      EXPECT_EQ(o.late, o.release < in.today);
+      double pegged = 0;
+      for (const auto& peg : o.pegs) pegged += peg.qty;
+      EXPECT_LE(pegged, o.qty + 1e-9);
+    }
+    for (const Item& item : in.items) {
+      SCOPED_TRACE("round " + std::to_string(round) + ", item " + std::to_string(item.id));
+      // Day by day: stock, open supply as planned and planned receipts
+      // against every need, never under safety stock where something is needed.
+      std::map<Day, double> flow;
+      for (const auto& need : r.gross.at(item.id)) flow[need.day] -= need.qty;
+      for (const auto& s : r.scheduled.count(item.id) ? r.scheduled.at(item.id) : std::vector<Receipt>{})
+        flow[s.day] += s.qty;
+      for (const PlannedOrder& o : r.orders)
+        if (o.item == item.id) flow[o.due] += o.qty;
+      double stock = item.on_hand;
+      for (const auto& [day, change] : flow) {
+        stock += change;
+        const bool needed = std::any_of(r.gross.at(item.id).begin(), r.gross.at(item.id).end(),
+                                        [&, day = day](const Requirement& n) { return n.day == day; });
+        if (needed) {
+          EXPECT_GE(stock, item.parameters.safety_stock - 1e-6) << "day " << day;
+        }
+      }
+    }
+  }
 }
 
 }  // namespace
