@@ -31,6 +31,7 @@ const TEXTS = {
     amount: '金额', total: '合计', unknownSupplier: '没有这个供应商代码：', flagged: '行缺少供应商或单价，不能下单：',
     plannedIn: '已列入采购计划', withPlanned: '全选时包括已列入计划的行', plannedLeftOut: '行已列入采购计划，未选：',
     stockCounts: '计入库存的仓库（来自已保存的仓库范围）', noStocks: '未选仓库：不计库存',
+    noOpenLine: '所选行都已关闭。', noClosedByHand: '所选行都不是手工关闭的。',
     badQty: '数量必须大于 0：', badDate: '日期不对：', allClasses: '全部属性',
     prev: '上一页', next: '下一页', shown: '显示', of: '共',
     signOut: '退出', signInFirst: '请先登录。', tokenRefused: '令牌无效或已被吊销，请重新登录。',
@@ -71,6 +72,7 @@ const TEXTS = {
     amount: 'Amount', total: 'Total', unknownSupplier: 'No supplier with the code: ', flagged: 'lines lack a supplier or a price and cannot be ordered: ',
     plannedIn: 'Planned in', withPlanned: '"All" includes planned lines', plannedLeftOut: 'lines already planned, not picked: ',
     stockCounts: 'Warehouses whose stock counts (from the saved stock scope)', noStocks: 'no warehouse: stock does not count',
+    noOpenLine: 'Every chosen line is closed.', noClosedByHand: 'No chosen line was closed by hand.',
     badQty: 'the quantity must be above 0: ', badDate: 'not a date: ', allClasses: 'All classes',
     prev: 'Previous page', next: 'Next page', shown: 'shown', of: 'of',
     signOut: 'Sign out', signInFirst: 'Sign in first.', tokenRefused: 'The token is not valid or was revoked: sign in again.',
@@ -207,8 +209,36 @@ function guarded(msgId, action) {
         button.disabled = false;
         button.removeAttribute('aria-busy');
       }
+      updateActions();
     }
   };
+}
+
+// Actions that cannot apply are disabled, the reason in their title.
+function setAction(id, reason) {
+  const button = $(id);
+  button.disabled = !!reason;
+  button.title = reason || '';
+}
+
+function updateActions() {
+  const flagged = state.priced.filter(lacksSupplierOrPrice);
+  const bought = state.pricedDone ? `${state.pricedDone} ${t('confirmAgain')}` : '';
+  const nothing = state.priced.length ? '' : t('noneChosen');
+  setAction('make-orders', nothing || bought ||
+    (flagged.length ? `${flagged.length} ${t('flagged')}${flagged.map((l) => l.FItemNumber).join(', ')}` : ''));
+  setAction('save-plan', nothing || bought);
+  const ticked = [...document.querySelectorAll('#plan-lines input.plan-line:checked')]
+    .map((b) => state.planLines[Number(b.dataset.i)]);
+  const none = ticked.length ? '' : t('noneChosen');
+  const names = (lines) => lines.map((l) => planLineName(l.FInterID, l.FEntryID)).join(', ');
+  const closed = ticked.filter((l) => l.FClosed !== 0);
+  const empty = ticked.filter((l) => !(l.FPushQty > 0));
+  setAction('plan-push', none || (closed.length ? t('notOpen') + names(closed) : '') ||
+    (empty.length ? t('nothingToPush') + names(empty) : ''));
+  setAction('plan-close', none || (ticked.some((l) => l.FClosed === 0) ? '' : t('noOpenLine')));
+  setAction('plan-reopen', none || (ticked.some((l) => l.FClosed === 2) ? '' : t('noClosedByHand')));
+  setAction('plan-delete', none);
 }
 
 // Asks before a write that buys or destroys; false when the planner says no.
@@ -306,6 +336,7 @@ function renderClassFilter() {
 function applyLanguage() {
   document.documentElement.lang = state.lang;
   renderClassFilter();
+  updateActions();
   document.querySelectorAll('[data-i18n]').forEach((el) => { el.textContent = t(el.dataset.i18n); });
   $('lang').textContent = state.lang === 'zh' ? 'English' : '中文';
   renderSwitches();
@@ -710,6 +741,7 @@ function renderPriced() {
   const totals = new Map();
   rows.forEach((r) => totals.set(r.FSupplyNumber || '?', (totals.get(r.FSupplyNumber || '?') || 0) + r.amount));
   $('priced-totals').textContent = [...totals].map(([s, v]) => `${s} ${t('total')} ${amount(v)}`).join('; ');
+  updateActions();
 }
 
 async function confirmLines() {
@@ -793,8 +825,9 @@ const PLAN_COLUMNS = ['FBillNo', 'FKey', 'FItemNumber', 'FItemName', 'FSupplyNum
 
 function renderPlans() {
   table($('plan-lines'), state.planLines, PLAN_COLUMNS, {
-    lead: (r, i) => `<input type="checkbox" class="plan-line" data-i="${i}">`,
+    lead: (r, i) => `<input type="checkbox" class="plan-line" data-i="${i}" aria-label="${escapeHtml(planLineName(r.FInterID, r.FEntryID))}">`,
   });
+  updateActions();
 }
 
 async function loadPlans() {
@@ -993,6 +1026,7 @@ function wire() {
   $('export-priced-csv').onclick = guarded('order-msg', () => download('purchase-lines', 'csv', pricedAsShown()));
   $('export-priced-xlsx').onclick = guarded('order-msg', () => download('purchase-lines', 'xlsx', pricedAsShown()));
   $('plans-load').onclick = guarded('plans-msg', loadPlans);
+  $('plan-lines').onchange = updateActions;
   $('plan-push').onclick = guarded('plans-msg', pushPlans);
   $('plan-close').onclick = guarded('plans-msg', () => closePlans(false));
   $('plan-reopen').onclick = guarded('plans-msg', () => closePlans(true));

@@ -226,9 +226,9 @@ try {
   await shot('ordered');
 
   // The ordered lines are not bought again, not even as a plan ...
-  await page.click('#save-plan');
-  await waitText('#order-msg', '已生成采购订单');
-  expect('ordered lines are not planned again', (await page.$eval('#order-msg', (el) => el.className)).includes('error'));
+  const saveState = await page.$eval('#save-plan', (b) => [b.disabled, b.title]);
+  expect('ordered lines are not planned again: the button says why', saveState[0] && saveState[1].includes('已生成采购订单'),
+    saveState.join(' / '));
   expect('nothing more was ordered', (await countOrders()) === ordersBefore + 2);
   // ... unless the planner prices them again.
   await page.click('#confirm-lines');
@@ -260,15 +260,15 @@ try {
   // Pushed again, the closed line is refused in the page: no empty order.
   const beforeAgain = await countOrders();
   await page.click('#plan-lines input.plan-line');
-  await page.click('#plan-push');
-  await waitText('#plans-msg', '不是未关闭的行');
-  expect('a closed line is not pushed again', (await countOrders()) === beforeAgain);
+  const pushState = await page.$eval('#plan-push', (b) => [b.disabled, b.title]);
+  expect('a closed line is not pushed again: the button says why', pushState[0] && pushState[1].includes('不是未关闭的行'),
+    pushState.join(' / '));
+  expect('nothing more was ordered by it', (await countOrders()) === beforeAgain);
   await page.click('#plan-lines input.plan-line');
 
   // English, and an error shown next to its cause.
   await page.click('#lang');
-  await page.click('#plan-delete');
-  await waitText('#plans-msg', 'Choose rows');
+  expect('nothing to delete before a line is chosen', await page.$eval('#plan-delete', (b) => b.disabled && b.title.includes('Choose rows')));
   await page.click('#plan-lines input.plan-line');
   await page.click('#plan-delete');
   await waitText('#plans-msg', 'linked to the purchase orders');
