@@ -73,39 +73,12 @@ class RequestLogin : public LoginProperties {
 constexpr size_t kGzipFrom = 8 << 10;
 constexpr int32_t kLargeReportRows = 5000;
 
-std::string Gzipped(const std::string& body) {
-  z_stream z{};
-  if (deflateInit2(&z, 1, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
-    throw Error(ErrorCategory::kInternal, "gzip could not start");
-  }
-  std::string out(deflateBound(&z, body.size()), '\0');
-  z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(body.data()));
-  z.avail_in = static_cast<uInt>(body.size());
-  z.next_out = reinterpret_cast<Bytef*>(out.data());
-  z.avail_out = static_cast<uInt>(out.size());
-  const int done = deflate(&z, Z_FINISH);
-  out.resize(z.total_out);
-  deflateEnd(&z);
-  if (done != Z_STREAM_END) throw Error(ErrorCategory::kInternal, "gzip failed");
-  return out;
-}
-
-void Answer(httplib::Response& res, int status, const std::string& body) {
-  res.status = status;
-  if (request_takes_gzip && body.size() >= kGzipFrom && body.size() < (size_t{1} << 32)) {
-    res.set_header("Content-Encoding", "gzip");
-    res.set_header("Vary", "Accept-Encoding");
-    res.set_content(Gzipped(body + "\n"), kJson);
-    return;
-  }
-  res.set_content(body + "\n", kJson);
-}
-
 // Text written in pieces, gzipped as it comes when the client takes gzip:
 // a large answer is never held whole before it is compressed.
 class AnswerBuffer {
  public:
-  AnswerBuffer() : zip_(request_takes_gzip) {
+  // `zip`: gzip it, when the client takes gzip.
+  explicit AnswerBuffer(bool zip = true) : zip_(zip && request_takes_gzip) {
     if (zip_ && deflateInit2(&z_, 1, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
       throw Error(ErrorCategory::kInternal, "gzip could not start");
     }
@@ -124,7 +97,7 @@ class AnswerBuffer {
     Deflate(chunk, Z_NO_FLUSH);
   }
   // The answer, with its encoding.
-  void Send(httplib::Response& res) {
+  void Send(httplib::Response& res, int status = 200) {
     if (zip_) {
       Deflate("\n", Z_FINISH);
       res.set_header("Content-Encoding", "gzip");
@@ -132,7 +105,7 @@ class AnswerBuffer {
     } else {
       out_.push_back('\n');
     }
-    res.status = 200;
+    res.status = status;
     res.set_content(std::move(out_), kJson);
   }
 
@@ -153,6 +126,24 @@ class AnswerBuffer {
   z_stream z_{};
   std::string out_;
 };
+
+void Answer(httplib::Response& res, int status, const std::string& body) {
+  AnswerBuffer out(body.size() >= kGzipFrom);
+  out.Append(body);
+  out.Send(res, status);
+}
+
+// A demand line as the compact answers name it: FTranType, FBillNo,
+// FInterID, FEntryID, FItemID.
+void DemandLineValues(JsonWriter& w, const mrp::DemandLine& d) {
+  w.Value(Variant(d.tran_type), 0);
+  w.Raw(",");
+  w.String(d.bill_no);
+  for (int32_t v : {d.inter_id, d.entry_id, d.item_id}) {
+    w.Raw(",");
+    w.Value(Variant(v), 0);
+  }
+}
 
 // Rows of one shape as arrays of their values, the names once ahead:
 // {"columns": [...], "rows": [[...], ...]}, without blanks.
@@ -533,15 +524,8 @@ void Service::Routes() {
     w.Raw("{\"columns\":[\"FTranType\",\"FBillNo\",\"FInterID\",\"FEntryID\",\"FItemID\",\"FQty\"],\"rows\":[");
     const auto& pegs = entry->pegs[row];
     for (size_t k = 0; k < pegs.size(); ++k) {
-      const mrp::DemandLine& d = entry->demand[static_cast<size_t>(pegs[k].demand)];
       w.Raw(k ? ",[" : "[");
-      w.Value(Variant(d.tran_type), 0);
-      w.Raw(",");
-      w.String(d.bill_no);
-      for (int32_t v : {d.inter_id, d.entry_id, d.item_id}) {
-        w.Raw(",");
-        w.Value(Variant(v), 0);
-      }
+      DemandLineValues(w, entry->demand[static_cast<size_t>(pegs[k].demand)]);
       w.Raw(",");
       w.Value(Variant(pegs[k].qty), 0);
       w.Raw("]");
@@ -603,15 +587,8 @@ void Service::Routes() {
           w.Raw(",\"demand\":{\"columns\":[\"FTranType\",\"FBillNo\",\"FInterID\",\"FEntryID\",\"FItemID\"],"
                 "\"rows\":[");
           for (size_t i = 0; i < report.demand.size(); ++i) {
-            const mrp::DemandLine& d = report.demand[i];
             w.Raw(i ? ",[" : "[");
-            w.Value(Variant(d.tran_type), 0);
-            w.Raw(",");
-            w.String(d.bill_no);
-            for (int32_t v : {d.inter_id, d.entry_id, d.item_id}) {
-              w.Raw(",");
-              w.Value(Variant(v), 0);
-            }
+            DemandLineValues(w, report.demand[i]);
             w.Raw("]");
           }
           w.Raw("]},\"pegging\":[");

@@ -5,10 +5,11 @@
 // what the page shows.
 //
 //   node flow.mjs MRPCALC_BINARY OUTPUT_FOLDER
-import { spawn, execFileSync } from 'node:child_process';
+import { execFileSync } from 'node:child_process';
 import { mkdirSync, rmSync } from 'node:fs';
 import path from 'node:path';
 import puppeteer from 'puppeteer-core';
+import { startService } from './service.mjs';
 
 const [binary, outDir] = process.argv.slice(2);
 if (!binary || !outDir) {
@@ -20,20 +21,7 @@ mkdirSync(outDir, { recursive: true });
 const db = path.join(outDir, 'demo.db');
 const dsn = `sqlite:${db}`;
 execFileSync(binary, ['init', '--dsn', dsn, '--demo']);
-const token = execFileSync(binary, ['token', 'create', '--dsn', dsn, '--user', '16'], { stdio: ['ignore', 'pipe', 'ignore'] })
-  .toString().trim();
-
-const server = spawn(binary, ['serve', '--dsn', dsn, '--port', '0'], { stdio: ['ignore', 'ignore', 'pipe'] });
-const port = await new Promise((resolve, reject) => {
-  let seen = '';
-  server.stderr.on('data', (chunk) => {
-    seen += chunk;
-    const m = seen.match(/http:\/\/127\.0\.0\.1:(\d+)\//);
-    if (m) resolve(Number(m[1]));
-  });
-  server.on('exit', () => reject(new Error('the server ended: ' + seen)));
-  setTimeout(() => reject(new Error('the server did not start: ' + seen)), 10000);
-});
+const { token, server, port } = await startService(binary, dsn, 16);
 
 const failures = [];
 function expect(what, ok, detail = '') {

@@ -7,25 +7,16 @@
 //
 // The file is a copy of a bench database (`mrpcalc bench generate`); a
 // user 1 is added to it for the token.
-import { spawn, execFileSync } from 'node:child_process';
+import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import puppeteer from 'puppeteer-core';
+import { startService } from './service.mjs';
 
 const [binary, file, runsArg] = process.argv.slice(2);
 const runs = Number(runsArg || 3);
 const dsn = `sqlite:${file}`;
 execFileSync('sqlite3', [file, "insert into t_User (FUserID, FName) select 1, 'bench' where not exists (select 1 from t_User where FUserID = 1)"]);
-const token = execFileSync(binary, ['token', 'create', '--dsn', dsn, '--user', '1'], { stdio: ['ignore', 'pipe', 'ignore'] }).toString().trim();
-const server = spawn(binary, ['serve', '--dsn', dsn, '--port', '0'], { stdio: ['ignore', 'ignore', 'pipe'] });
-const port = await new Promise((resolve, reject) => {
-  let seen = '';
-  server.stderr.on('data', (chunk) => {
-    seen += chunk;
-    const m = seen.match(/http:\/\/127\.0\.0\.1:(\d+)\//);
-    if (m) resolve(Number(m[1]));
-  });
-  setTimeout(() => reject(new Error('the server did not start')), 20000);
-});
+const { token, server, port } = await startService(binary, dsn, 1);
 // The service runs in mrpcalc-web, the serve process's child.
 const rssMb = () => {
   const pid = execFileSync('pgrep', ['-f', `mrpcalc-web serve ${dsn}`]).toString().trim().split('\n')[0];
