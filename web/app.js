@@ -279,8 +279,9 @@ function number(v, decimals) {
 function fmt(v, key, row) {
   if (v === null || v === undefined) return '';
   if (key === 'FClosed' && [0, 1, 2].includes(v)) return t(`closed${v}`);  // a state, in words
+  if ((key === 'kind' || key === 'FTranType') && [81, 85, 91].includes(v)) return t(`kind${v}`);  // a document kind
   if (key === 'FItemProp' && row) return t([1, 2, 3].includes(row.FItemPropID) ? `class${row.FItemPropID}` : 'classOther');
-  if (key === 'kind') return t([81, 85, 91].includes(v) ? `kind${v}` : String(v));
+
   if (typeof v === 'number') {
     if (PLAIN.has(key) || (key === undefined && Number.isInteger(v))) return String(v);
     const own = row && QUANTITIES.has(key) && Number.isInteger(row.FQtyDecimal) ? row.FQtyDecimal : 2;
