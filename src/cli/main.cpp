@@ -15,6 +15,7 @@
 #include "cli/bench.h"
 #include "cli/buyer.h"
 #include "cli/heap_ahead.h"
+#include "cli/phased.h"
 #include "cli/plans.h"
 #include "component/registry.h"
 #include "db/connection.h"
@@ -339,6 +340,7 @@ struct Options {
   int biller = 1;
   cli::ScopeOptions scope;
   cli::PlanOptions plan;
+  cli::PhasedOptions phased;
   std::string bind = "127.0.0.1";
   int port = 8080;
   size_t max_body = 16u << 20;
@@ -431,6 +433,100 @@ void AddMrp(CLI::App& app, Options& o, Commands& commands) {
                         RunMrp(o.mrp, StandaloneHost());
                         return 0;
                       }});
+}
+
+// The demand and netting choices the report and the time-phased plan share.
+void AddDemandChoices(CLI::App* cmd, mrp::ReportRequest& r) {
+  cmd->add_option("--bills", r.bills, "sales order and task numbers (default: all open)")
+      ->delimiter(',');
+  cmd->add_option("--sub-id", r.sub_id, "task bills: SC production, WW outsourcing")
+      ->check(CLI::IsMember({"SC", "WW"}))
+      ->capture_default_str();
+  cmd->add_flag("--now-stock", r.now_stock, "subtract stock on hand");
+  cmd->add_flag("--save-stock", r.save_stock, "add safety stock");
+  cmd->add_flag("--moving", r.moving, "subtract open purchase orders");
+  cmd->add_flag("--producing", r.producing, "add production in progress");
+  cmd->add_flag("--virtual", r.virtual_stock, "count virtual warehouses as stock");
+  cmd->add_option("--warehouses", r.warehouses, "warehouse ids whose stock counts, e.g. 11,12");
+  cmd->add_option("--user", r.user, "the planner's user id (supplier rights)")
+      ->capture_default_str();
+}
+
+void AddPhased(CLI::App& app, Options& o, Commands& commands) {
+  cli::PhasedOptions& ph = o.phased;
+  const auto formats = CLI::IsMember({"table", "csv", "json", "xlsx"});
+  auto* cmd = app.add_subcommand(
+      "phased", "time-phased plan: when to order, with lead times, lot rules and safety stock");
+  cmd->require_subcommand(0, 1);
+  cmd->add_option("--dsn", ph.dsn, "sqlite:PATH or odbc:CONNECTION-STRING");
+  AddDemandChoices(cmd, ph.report);
+  // Stock, open orders and open tasks count unless the planner says otherwise.
+  ph.report.now_stock = ph.report.moving = ph.report.producing = true;
+  cmd->add_flag("!--no-stock", ph.report.now_stock, "leave stock on hand out");
+  cmd->add_flag("!--no-orders", ph.report.moving, "leave open purchase orders out");
+  cmd->add_flag("!--no-tasks", ph.report.producing, "leave open production tasks out");
+  cmd->add_option("--today", ph.today, "plan as of this day (YYYY-MM-DD; default today)");
+  cmd->add_option("--bucket", ph.bucket, "the record by day, week or month instead of the orders")
+      ->check(CLI::IsMember({"day", "week", "month"}));
+  cmd->add_option("--item", ph.item, "with --bucket: this item's record only");
+  cmd->add_flag("--actions", ph.actions, "the action messages for open supply");
+  cmd->add_flag("--save", ph.save, "keep the run, to compare with later ones");
+  cmd->add_option("--format", ph.format, "table, csv, json or xlsx")->check(formats);
+  cmd->add_option("--out", o.out_file, "write the rows to this file (csv, json, xlsx)");
+  auto needs_dsn = [&ph] {
+    if (ph.dsn.empty()) ThrowInvalid("--dsn is required");
+  };
+  commands.push_back({cmd, [&o, needs_dsn] {
+                        needs_dsn();
+                        return cli::RunPhased(StandaloneHost(), o.phased);
+                      }});
+
+  auto* runs = cmd->add_subcommand("runs", "the saved runs, newest first");
+  auto* diff = cmd->add_subcommand("diff", "what changed in the planned orders between two runs");
+  diff->add_option("RUN1", ph.before, "the earlier run")->required();
+  diff->add_option("RUN2", ph.after, "the later run")->required();
+  auto* param = cmd->add_subcommand("param", "planning parameters per item (and supplier)");
+  param->require_subcommand(1);
+  auto* set = param->add_subcommand("set", "set an item's parameters (the others become 0)");
+  auto* list = param->add_subcommand("list", "the parameters set, of every item or one");
+  auto* remove = param->add_subcommand("delete", "delete an item's parameters");
+  auto* calendar = cmd->add_subcommand("calendar", "show or change the working calendar");
+  for (CLI::App* sub : {runs, diff, set, list, remove, calendar}) {
+    sub->add_option("--dsn", ph.dsn, "sqlite:PATH or odbc:CONNECTION-STRING");
+    sub->add_option("--format", ph.format, "table, csv or json")->check(formats);
+  }
+  set->add_option("--item", ph.item, "the item's code")->required();
+  remove->add_option("--item", ph.item, "the item's code")->required();
+  list->add_option("--item", ph.item, "the item's code");
+  for (CLI::App* sub : {set, remove}) {
+    sub->add_option("--supplier", ph.supplier, "for this supplier only (its code)");
+  }
+  auto& p = ph.parameters;
+  set->add_option("--lead-time", p.lead_time, "purchase lead time, working days");
+  set->add_option("--make-time", p.production_lead_time, "production lead time, working days");
+  set->add_option("--make-time-per-unit", p.production_lead_per_unit, "working days per unit made");
+  set->add_option("--safety", p.safety_qty, "safety stock");
+  set->add_option("--safety-days", p.safety_days, "safety stock as days of average need");
+  set->add_option("--min", p.min_qty, "minimum order quantity");
+  set->add_option("--multiple", p.multiple, "order in multiples of this");
+  set->add_option("--max", p.max_qty, "maximum order quantity (larger orders are split)");
+  set->add_option("--period", p.order_period, "days of need grouped into one order");
+  set->add_option("--fence", p.firm_fence, "firm time fence, working days");
+  calendar->add_option("--holiday", ph.holidays, "make these days holidays (YYYY-MM-DD)");
+  calendar->add_option("--working", ph.not_holidays, "make these holidays working days again");
+  calendar->add_option("--weekday", ph.weekdays, "DAY=1 working, DAY=0 not (1 Monday .. 7)");
+  auto with_dsn = [needs_dsn](std::function<int()> run) {
+    return [needs_dsn, run] {
+      needs_dsn();
+      return run();
+    };
+  };
+  commands.push_back({runs, with_dsn([&ph] { return cli::RunPhasedRuns(ph); })});
+  commands.push_back({diff, with_dsn([&ph] { return cli::RunPhasedDiff(ph); })});
+  commands.push_back({set, with_dsn([&ph] { return cli::RunPhasedParamSet(ph); })});
+  commands.push_back({list, with_dsn([&ph] { return cli::RunPhasedParamList(ph); })});
+  commands.push_back({remove, with_dsn([&ph] { return cli::RunPhasedParamDelete(ph); })});
+  commands.push_back({calendar, with_dsn([&ph] { return cli::RunPhasedCalendar(ph); })});
 }
 
 void AddBuyer(CLI::App& app, Options& o, Commands& commands) {
@@ -647,13 +743,14 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   Options options;
   Commands commands;
-  for (auto add : {AddSetup, AddCalls, AddMrp, AddBuyer, AddPlans, AddService, AddBench}) {
+  for (auto add : {AddSetup, AddCalls, AddMrp, AddPhased, AddBuyer, AddPlans, AddService, AddBench}) {
     add(app, options, commands);
   }
   CLI11_PARSE(app, argc, argv);
   cli::SetOutputFile(options.out_file);
-  for (const Command& command : commands) {
-    if (command.app->parsed()) return RunCommand(command);
+  // A command with subcommands runs only when none of them was chosen.
+  for (auto it = commands.rbegin(); it != commands.rend(); ++it) {
+    if (it->app->parsed()) return RunCommand(*it);
   }
   return 0;
 }

@@ -1,6 +1,9 @@
 // MrpDataInfo: loads the calculation's input, runs the core, shapes rows.
 #include "mrp/mrp_data_info.h"
 
+#include "mrp/phased_bridge.h"
+#include "mrp/phased_repository.h"
+
 #include <algorithm>
 #include <chrono>
 #include <future>
@@ -178,7 +181,9 @@ MrpDataInfo::PeggedByLine MrpDataInfo::GetMrpReportPeggedByLineFor(
 VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
                               const DictionaryPtr& dctFilter, const std::string& sStockKey,
                               int32_t user_id, int frm_type, std::vector<VectorPtr>* pegging,
-                              PeggedByLine* by_line) {
+                              PeggedByLine* by_line,
+                              const std::function<void(db::Connection&, mrp::Input&,
+                                                       const mrp::BomIndex&)>* instead) {
   using Clock = std::chrono::steady_clock;
   const auto started = Clock::now();
   return Run(dsn, [&](db::Connection& c) {
@@ -337,6 +342,11 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
       in.rights.supplier_data_rights =
           host_.data_rights && host_.data_rights->Applies(user_id, kDataRightSuppliers);
     }
+    // Another calculation over the same input (the time-phased plan).
+    if (instead) {
+      (*instead)(c, in, boms);
+      return VectorPtr();
+    }
     const auto loaded = Clock::now();
     mrp::ReportRows rows = mrp::Calculate(in, &boms);
     if (by_line) {
@@ -365,6 +375,31 @@ VectorPtr MrpDataInfo::Report(const std::string& dsn, const VectorPtr& lines,
     timings_.calculate_seconds = std::chrono::duration<double>(Clock::now() - loaded).count();
     return out;
   });
+}
+
+MrpDataInfo::PhasedPlan MrpDataInfo::GetPhasedPlanFor(const std::string& dsn,
+                                                       const mrp::ReportRequest& r,
+                                                       mrp::phased::Day today) {
+  mrp::ReportRequest request = r;
+  request.single_level = false;  // the plan explodes every level
+  const mrp::ReportArguments a = DemandOf(*this, dsn, request);
+  PhasedPlan plan;
+  const std::function<void(db::Connection&, mrp::Input&, const mrp::BomIndex&)> phased =
+      [&](db::Connection& c, mrp::Input& in, const mrp::BomIndex& boms) {
+        mrp::phased::Sources sources;
+        std::vector<int32_t> items;  // every item the bills name
+        for (const auto& [id, item] : in.items) items.push_back(id);
+        std::sort(items.begin(), items.end());
+        sources.parameters = repo::ReadPlanningParameters(c, items);
+        sources.calendar = repo::ReadCalendar(c);
+        sources.supply = repo::ReadOpenSupply(c);
+        sources.today = today;
+        plan.input = mrp::phased::FromErp(in, boms, sources);
+        plan.result = mrp::phased::Plan(plan.input);
+      };
+  Report(dsn, a.lines, a.filter, request.warehouses, request.user, request.form, nullptr, nullptr,
+         &phased);
+  return plan;
 }
 
 void MrpDataInfo::GetBomAllChildRs(const std::string& dsn, int32_t bom_inter_id, int32_t p_item_id,

@@ -5,6 +5,13 @@
 
 #include "frame/component.h"
 #include "mrp/open_demand.h"
+#include "mrp/phased.h"
+
+#include <functional>
+
+namespace mrpcalc::mrp {
+class BomIndex;
+}
 
 namespace mrpcalc {
 
@@ -59,6 +66,16 @@ class MrpDataInfo : public ComponentObject {
   VectorPtr GetMrpReportFor(const std::string& dsn, const mrp::ReportRequest& request);
   PeggedReport GetMrpReportPeggedFor(const std::string& dsn, const mrp::ReportRequest& request);
 
+  // The time-phased plan for a planner's request, as of `today`: the same
+  // demand as the report, every bill level, netted by date (see
+  // mrp/phased_bridge.h for what the switches choose).
+  struct PhasedPlan {
+    mrp::phased::Input input;
+    mrp::phased::Result result;
+  };
+  PhasedPlan GetPhasedPlanFor(const std::string& dsn, const mrp::ReportRequest& request,
+                              mrp::phased::Day today);
+
   // Wall time of the last report, split into loading and calculating.
   struct Timings {
     double load_seconds = 0;
@@ -74,7 +91,9 @@ class MrpDataInfo : public ComponentObject {
  private:
   VectorPtr Report(const std::string& dsn, const VectorPtr& lines, const DictionaryPtr& dctFilter,
                    const std::string& sStockKey, int32_t user_id, int frm_type,
-                   std::vector<VectorPtr>* pegging, PeggedByLine* by_line = nullptr);
+                   std::vector<VectorPtr>* pegging, PeggedByLine* by_line = nullptr,
+                   const std::function<void(db::Connection&, mrp::Input&, const mrp::BomIndex&)>*
+                       instead = nullptr);
 
   // System profile IC/BOMType, read once per instance.
   int BomType(db::Connection& connection);

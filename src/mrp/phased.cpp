@@ -9,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <tuple>
+#include <type_traits>
 
 #include "record/error.h"
 
@@ -131,54 +132,87 @@ std::string Reason::text() const {
 std::vector<Bucket> Buckets(const Input& input, const Result& result, int32_t item, Day first,
                             int days, int count) {
   if (days < 1 || count < 0) ThrowInvalid("a bucket is at least one day");
+  std::vector<Day> bounds;
+  for (int k = 0; k <= count; ++k) bounds.push_back(first + k * days);
+  return Buckets(input, result, item, bounds);
+}
+
+std::vector<Bucket> Buckets(const Input& input, const Result& result, int32_t item,
+                            const std::vector<Day>& bounds) {
+  for (size_t k = 1; k < bounds.size(); ++k) {
+    if (bounds[k] <= bounds[k - 1]) ThrowInvalid("a bucket is at least one day");
+  }
   const Item* it = nullptr;
-  for (const Item& i : input.items) {
-    if (i.id == item) it = &i;
+  const bool by_id = std::is_sorted(input.items.begin(), input.items.end(),
+                                    [](const Item& a, const Item& b) { return a.id < b.id; });
+  if (by_id) {
+    auto found = std::lower_bound(input.items.begin(), input.items.end(), item,
+                                  [](const Item& i, int32_t id) { return i.id < id; });
+    if (found != input.items.end() && found->id == item) it = &*found;
+  } else {
+    for (const Item& i : input.items) {
+      if (i.id == item) it = &i;
+    }
   }
   if (!it) throw Error(ErrorCategory::kNotFound, "no planned item " + std::to_string(item));
-  auto sum_in = [](auto&& list, auto&& day_of, auto&& qty_of, Day from, Day to) {
-    double total = 0;
-    for (const auto& x : list) {
-      if (day_of(x) >= from && day_of(x) < to) total += qty_of(x);
-    }
-    return total;
-  };
   static const std::vector<Requirement> no_needs;
   static const std::vector<Receipt> no_receipts;
   const auto g = result.gross.find(item);
   const auto& needs = g == result.gross.end() ? no_needs : g->second;
   const auto sc = result.scheduled.find(item);
   const auto& receipts = sc == result.scheduled.end() ? no_receipts : sc->second;
-  std::vector<const PlannedOrder*> orders;
-  for (const PlannedOrder& o : result.orders) {
-    if (o.item == item) orders.push_back(&o);
-  }
-  auto need_day = [](const Requirement& r) { return r.day; };
-  auto need_qty = [](const Requirement& r) { return r.qty; };
-  auto receipt_day = [](const Receipt& r) { return r.day; };
-  auto receipt_qty = [](const Receipt& r) { return r.qty; };
-  auto due = [](const PlannedOrder* o) { return o->due; };
-  auto release = [](const PlannedOrder* o) { return o->release; };
-  auto qty = [](const PlannedOrder* o) { return o->qty; };
-  constexpr Day kBefore = INT32_MIN;
-  // What happened before the first bucket rolls into its opening stock.
-  double projected = it->on_hand + sum_in(receipts, receipt_day, receipt_qty, kBefore, first) +
-                     sum_in(orders, due, qty, kBefore, first) -
-                     sum_in(needs, need_day, need_qty, kBefore, first);
+  // The item's orders are neighbours: by low-level code, then item.
+  const auto level = result.low_level.find(item);
+  const int lev = level == result.low_level.end() ? 0 : level->second;
+  auto key = [&](const PlannedOrder& o) {
+    auto l = result.low_level.find(o.item);
+    return std::pair(l == result.low_level.end() ? 0 : l->second, o.item);
+  };
+  auto [first_order, last_order] = std::equal_range(
+      result.orders.begin(), result.orders.end(), std::pair(lev, item),
+      [&](const auto& a, const auto& b) {
+        if constexpr (std::is_same_v<std::decay_t<decltype(a)>, PlannedOrder>) {
+          return key(a) < b;
+        } else {
+          return a < key(b);
+        }
+      });
   std::vector<Bucket> out;
-  for (int k = 0; k < count; ++k) {
-    Bucket b;
-    b.from = first + k * days;
-    const Day to = b.from + days;
-    b.gross = sum_in(needs, need_day, need_qty, b.from, to);
-    b.scheduled = sum_in(receipts, receipt_day, receipt_qty, b.from, to);
-    b.planned_receipts = sum_in(orders, due, qty, b.from, to);
-    b.planned_releases = sum_in(orders, release, qty, b.from, to);
+  if (bounds.size() < 2) return out;
+  const size_t count = bounds.size() - 1;
+  out.resize(count);
+  for (size_t k = 0; k < count; ++k) out[k].from = bounds[k];
+  // Each figure into its bucket; what falls before the first rolls into
+  // the opening stock, what falls after the last is left out.
+  double opening = it->on_hand;
+  auto place = [&](Day day, double qty, double Bucket::*figure, double sign) {
+    if (day < bounds.front()) {
+      opening += sign * qty;
+      return;
+    }
+    if (day >= bounds.back()) return;
+    const size_t k = static_cast<size_t>(
+        std::upper_bound(bounds.begin(), bounds.end(), day) - bounds.begin() - 1);
+    out[k].*figure += qty;
+  };
+  for (const Requirement& r : needs) place(r.day, r.qty, &Bucket::gross, -1);
+  for (const Receipt& r : receipts) place(r.day, r.qty, &Bucket::scheduled, 1);
+  for (auto o = first_order; o != last_order; ++o) {
+    place(o->due, o->qty, &Bucket::planned_receipts, 1);
+    if (o->release >= bounds.front() && o->release < bounds.back()) {
+      const size_t k = static_cast<size_t>(
+          std::upper_bound(bounds.begin(), bounds.end(), o->release) - bounds.begin() - 1);
+      out[k].planned_releases += o->qty;
+    }
+  }
+  const auto safety_of = result.safety.find(item);
+  const double safety = safety_of == result.safety.end() ? 0 : safety_of->second;
+  double projected = opening;
+  for (Bucket& b : out) {
     const double available = projected + b.scheduled;
-    b.net = std::max(0.0, b.gross + it->parameters.safety_stock - available);
+    b.net = std::max(0.0, b.gross + safety - available);
     projected = available - b.gross + b.planned_receipts;
     b.projected = projected;
-    out.push_back(b);
   }
   return out;
 }
@@ -201,6 +235,16 @@ Result Plan(const Input& input) {
     for (const Requirement& r : dependent[item->id]) needs.push_back(r);
     std::stable_sort(needs.begin(), needs.end(),
                      [](const Requirement& a, const Requirement& b) { return a.day < b.day; });
+    // Days of cover: the average need per day from today (or the first
+    // need, when earlier) to the last need.
+    double safety_stock = p.safety_stock;
+    if (p.safety_days > 0 && !needs.empty()) {
+      double total = 0;
+      for (const Requirement& r : needs) total += r.qty;
+      const Day first = std::min(input.today, needs.front().day);
+      safety_stock += p.safety_days * total / (needs.back().day - first + 1);
+    }
+    result.safety[item->id] = safety_stock;
     std::vector<Receipt> receipts = item->receipts;
     std::stable_sort(receipts.begin(), receipts.end(),
                      [](const Receipt& a, const Receipt& b) { return a.day < b.day; });
@@ -208,7 +252,7 @@ Result Plan(const Input& input) {
     // Each open receipt against the day it is first needed: the day the
     // needs outrun the stock above safety and the receipts before it.
     std::vector<Supply> supply;
-    double available = item->on_hand - p.safety_stock;
+    double available = item->on_hand - safety_stock;
     size_t next_need = 0;
     double needed_so_far = 0;
     for (const Receipt& receipt : receipts) {
@@ -245,12 +289,12 @@ Result Plan(const Input& input) {
       double gross = 0;
       for (; i < needs.size() && needs[i].day == day; ++i) gross += needs[i].qty;
       projected -= gross;
-      if (projected >= p.safety_stock - kTolerance) continue;
+      if (projected >= safety_stock - kTolerance) continue;
       std::vector<Reason> reasons;
-      double need = p.safety_stock - projected;
+      double need = safety_stock - projected;
       const double uncovered = std::max(0.0, -projected);  // demand the stock does not cover
       reasons.push_back({"net", uncovered, day});
-      if (need - uncovered > kTolerance) reasons.push_back({"safety", p.safety_stock, day});
+      if (need - uncovered > kTolerance) reasons.push_back({"safety", safety_stock, day});
       // The demand of the order period rides on this order.
       if (p.order_period > 0) {
         double ahead = 0;
@@ -331,6 +375,55 @@ Result Plan(const Input& input) {
                      return std::tie(x.item, x.from) < std::tie(y.item, y.from);
                    });
   return result;
+}
+
+std::vector<Change> Compare(const std::vector<PlannedOrder>& before,
+                            const std::vector<PlannedOrder>& after) {
+  using Orders = std::map<int32_t, std::vector<const PlannedOrder*>>;
+  auto by_item = [](const std::vector<PlannedOrder>& orders) {
+    Orders out;
+    for (const PlannedOrder& o : orders) out[o.item].push_back(&o);
+    for (auto& [item, list] : out) {
+      std::stable_sort(list.begin(), list.end(),
+                       [](const PlannedOrder* a, const PlannedOrder* b) { return a->due < b->due; });
+    }
+    return out;
+  };
+  const Orders old_orders = by_item(before), new_orders = by_item(after);
+  std::set<int32_t> items;
+  for (const auto& [item, list] : old_orders) items.insert(item);
+  for (const auto& [item, list] : new_orders) items.insert(item);
+  auto same_qty = [](double a, double b) { return std::fabs(a - b) <= kTolerance; };
+  std::vector<Change> changes;
+  for (int32_t item : items) {
+    static const std::vector<const PlannedOrder*> none;
+    auto o = old_orders.find(item), n = new_orders.find(item);
+    std::vector<const PlannedOrder*> was = o == old_orders.end() ? none : o->second;
+    std::vector<const PlannedOrder*> is = n == new_orders.end() ? none : n->second;
+    // Orders unchanged pair first, whatever moved around them.
+    for (auto w = was.begin(); w != was.end();) {
+      auto match = std::find_if(is.begin(), is.end(), [&](const PlannedOrder* x) {
+        return x->due == (*w)->due && same_qty(x->qty, (*w)->qty);
+      });
+      if (match == is.end()) {
+        ++w;
+        continue;
+      }
+      is.erase(match);
+      w = was.erase(w);
+    }
+    const size_t paired = std::min(was.size(), is.size());
+    for (size_t k = 0; k < paired; ++k) {
+      const bool moved = was[k]->due != is[k]->due, resized = !same_qty(was[k]->qty, is[k]->qty);
+      changes.push_back({moved && resized ? "moved and resized" : moved ? "moved" : "resized", item,
+                         was[k]->due, is[k]->due, was[k]->qty, is[k]->qty});
+    }
+    for (size_t k = paired; k < was.size(); ++k)
+      changes.push_back({"removed", item, was[k]->due, 0, was[k]->qty, 0});
+    for (size_t k = paired; k < is.size(); ++k)
+      changes.push_back({"added", item, 0, is[k]->due, 0, is[k]->qty});
+  }
+  return changes;
 }
 
 }  // namespace mrpcalc::mrp::phased

@@ -43,6 +43,7 @@ struct Parameters {
   int lead_time = 0;                   // working days, purchase or fixed production
   double lead_time_per_unit = 0;       // working days per unit made, rounded up
   double safety_stock = 0;
+  double safety_days = 0;              // days of cover: this many days of the average daily need
   double min_qty = 0, multiple = 0, max_qty = 0;  // 0: no rule; the maximum splits
   int order_period = 0;                // days of demand grouped into one order
   int firm_fence = 0;                  // working days from today no order is planned in
@@ -69,7 +70,8 @@ struct Component {
 
 struct Item {
   int32_t id = 0;
-  std::string number;
+  std::string number, name;
+  int32_t supplier = 0;  // the default supplier, 0 for none
   bool made = false;  // planned orders are production orders
   Parameters parameters;
   double on_hand = 0;
@@ -115,6 +117,7 @@ struct Result {
   std::map<int32_t, int> low_level;     // item -> its deepest level (0: top)
   std::map<int32_t, std::vector<Requirement>> gross;  // item -> every need, by day
   std::map<int32_t, std::vector<Receipt>> scheduled;  // item -> open supply, on the day planned
+  std::map<int32_t, double> safety;  // item -> safety stock kept, days of cover worked out
 };
 
 // The textbook record of one item over buckets of `days` days from
@@ -129,9 +132,26 @@ struct Bucket {
 };
 std::vector<Bucket> Buckets(const Input& input, const Result& result, int32_t item, Day first,
                             int days, int count);
+// The same over buckets of any length: bucket k runs from bounds[k] to the
+// day before bounds[k + 1]. Items are looked up by id (input.items in id
+// order, as the bridge makes them, is searched by halving).
+std::vector<Bucket> Buckets(const Input& input, const Result& result, int32_t item,
+                            const std::vector<Day>& bounds);
 
 // Plans every item, parents before their components. Throws invalid input
 // for a bill that leads back to itself or a component that is no item.
 Result Plan(const Input& input);
+
+// What changed in an item's planned orders from one run to the next. The
+// orders of an item are paired in due order, equal ones first; a pair that
+// differs is moved (its due day), resized (its quantity) or both.
+struct Change {
+  std::string kind;  // "added", "removed", "moved", "resized", "moved and resized"
+  int32_t item = 0;
+  Day due_before = 0, due_after = 0;
+  double qty_before = 0, qty_after = 0;
+};
+std::vector<Change> Compare(const std::vector<PlannedOrder>& before,
+                            const std::vector<PlannedOrder>& after);
 
 }  // namespace mrpcalc::mrp::phased

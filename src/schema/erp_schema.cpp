@@ -317,6 +317,27 @@ std::vector<TableDef> BuildOwnTables() {
        {Int("FUserID"), Str("FKey", 100), Str("FDigest", 64), {"FAnswer", ColumnType::kText, 0, ""},
         When("FCreated")},
        {"FUserID", "FKey"}},
+      // Time-phased planning: parameters per item, or per item and
+      // supplier (FSupplyID 0: any supplier); zeros change nothing.
+      {"mrpcalc_PlanParam",
+       {Int("FItemID"), Int("FSupplyID", "0"), Int("FLeadTime", "0"), Int("FProdLeadTime", "0"),
+        Qty("FProdLeadPerUnit", "0"), Qty("FSafetyQty", "0"), Qty("FSafetyDays", "0"),
+        Qty("FMinQty", "0"), Qty("FMultiple", "0"), Qty("FMaxQty", "0"),
+        Int("FOrderPeriod", "0"), Int("FFirmFence", "0")},
+       {"FItemID", "FSupplyID"}},
+      // The working calendar: weekdays 1 (Monday) to 7; without rows,
+      // Monday to Friday. Holidays by day.
+      {"mrpcalc_WorkWeek", {Int("FWeekday"), Small("FWorking", "1")}, {"FWeekday"}},
+      {"mrpcalc_Holiday", {When("FDate")}, {"FDate"}},
+      // Saved time-phased runs and their planned orders.
+      {"mrpcalc_PhasedRun",
+       {Int("FRunID"), When("FCreated"), Int("FUserID", "0"),
+        {"FSettings", ColumnType::kText, 0, ""}},
+       {"FRunID"}},
+      {"mrpcalc_PhasedOrder",
+       {Int("FRunID"), Int("FLine"), Int("FItemID"), Str("FItemNumber", 80, "''"), Qty("FQty"),
+        When("FDue"), When("FRelease"), Small("FLate", "0"), Str("FReasons", 2000, "''")},
+       {"FRunID", "FLine"}},
   };
 }
 

@@ -1,0 +1,42 @@
+// A time-phased plan as rows, for people and programs alike: the command
+// line prints them, the HTTP service answers them, workbooks are written
+// from them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "mrp/mrp_data_info.h"
+#include "mrp/phased_repository.h"
+#include "record/variant.h"
+
+namespace mrpcalc::mrp::phased {
+
+// Planned orders: FItemID, FItemNumber, FItemName, FKind ("purchase" or
+// "production"), FSupplyID, FQty, FDue, FRelease, FLate, FReasons (the
+// rules that shaped it, joined by "; ") and FPegging (the needs it covers:
+// "SO1/2 40; ...").
+VectorPtr PlannedOrderRows(const Input& input, const Result& result);
+// Action messages: FKind, FItemID, FItemNumber, FReceipt, FDate (its day),
+// FNeeded (the day it is needed; none for a cancel), FQty.
+VectorPtr ActionRows(const Input& input, const Result& result);
+
+// Bucket bounds from `from` to past `to`: "day", "week" (from Monday) or
+// "month" (from the first); invalid input for another size.
+std::vector<Day> BucketBounds(const std::string& size, Day from, Day to);
+// The first and last day the plan touches (today included).
+std::pair<Day, Day> Horizon(const Input& input, const Result& result);
+// The record of each item with anything planned, needed or scheduled (or
+// only `item`, by id): FItemID, FItemNumber, FFrom, FGross, FScheduled,
+// FProjected, FNet, FPlannedReceipts, FPlannedReleases.
+VectorPtr BucketRows(const Input& input, const Result& result, const std::string& size,
+                     int32_t item = 0);
+
+// The orders as a run keeps them.
+std::vector<repo::SavedOrder> OrdersToSave(const Input& input, const Result& result);
+// What changed from run to run: FKind, FItemID, FItemNumber, FDueBefore,
+// FDueAfter, FQtyBefore, FQtyAfter.
+VectorPtr ChangeRows(const std::vector<repo::SavedOrder>& before,
+                     const std::vector<repo::SavedOrder>& after);
+
+}  // namespace mrpcalc::mrp::phased
