@@ -43,10 +43,10 @@ struct Parameters {
   int lead_time = 0;                   // working days, purchase or fixed production
   double lead_time_per_unit = 0;       // working days per unit made, rounded up
   double safety_stock = 0;
-  double safety_days = 0;              // days of cover: this many days of the average daily need
   double min_qty = 0, multiple = 0, max_qty = 0;  // 0: no rule; the maximum splits
   int order_period = 0;                // days of demand grouped into one order
   int firm_fence = 0;                  // working days from today no order is planned in
+  double safety_days = 0;              // safety stock as days of the average daily need, added
 };
 
 // One need of an item on a day: a demand line, or a parent's planned order.
@@ -70,14 +70,15 @@ struct Component {
 
 struct Item {
   int32_t id = 0;
-  std::string number, name;
-  int32_t supplier = 0;  // the default supplier, 0 for none
+  std::string number;
   bool made = false;  // planned orders are production orders
   Parameters parameters;
   double on_hand = 0;
   std::vector<Receipt> receipts;
   std::vector<Requirement> demand;  // independent demand
   std::vector<Component> components;
+  std::string name;
+  int32_t supplier = 0;  // the default supplier, 0 for none
 };
 
 // A rule that shaped a planned order, as data: a code and its figures.

@@ -46,7 +46,8 @@ Input FromErp(const mrp::Input& in, const BomIndex& boms, const Sources& sources
   for (const auto& e : in.task_entries) entries_of[e.inter_id].push_back(&e);
   for (const DemandLine& d : in.demand) {
     const Day day = DayOf(d.date);
-    const std::string source = d.bill_no + "/" + std::to_string(d.entry_id);
+    const std::string source =
+        d.entry_id > 0 ? d.bill_no + "/" + std::to_string(d.entry_id) : d.bill_no;
     if (o.task.code != 0 && d.tran_type == o.task.code) {
       own_tasks.insert(d.inter_id);
       auto task = in.task_headers.find(d.inter_id);
