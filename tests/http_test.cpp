@@ -564,3 +564,89 @@ TEST_P(Http, EightClientsAtOnceAllAnsweredRight) {
 
 }  // namespace
 }  // namespace mrpcalc::testing
+
+namespace mrpcalc::testing {
+namespace {
+
+class HttpPhased : public Http {
+ protected:
+  httplib::Result Send(const std::string& method, const std::string& path, const Json& body = {}) {
+    httplib::Client client("127.0.0.1", port_);
+    httplib::Headers headers = {{"Authorization", "Bearer " + planner_}};
+    if (method == "GET") return client.Get(path, headers);
+    if (method == "DELETE") return client.Delete(path, headers);
+    if (method == "PUT") return client.Put(path, headers, body.dump(), "application/json");
+    return client.Post(path, headers, body.dump(), "application/json");
+  }
+  static Json Column(const Json& table, const std::string& name) {
+    const auto& columns = table.at("columns");
+    const size_t k = size_t(std::find(columns.begin(), columns.end(), name) - columns.begin());
+    Json out = Json::array();
+    for (const auto& row : table.at("rows")) out.push_back(row.at(k));
+    return out;
+  }
+};
+MRPCALC_ALL_SCHEMAS(HttpPhased);
+
+// The plan over HTTP, as the workbench uses it: parameters and a holiday
+// set, a saved run, an item's weeks, one order's reasons and pegging, and
+// what changed from the run before.
+TEST_P(HttpPhased, PlansKeepsRunsAndExplainsEachOrder) {
+  const Json request = {{"switches", {{"NowStock", true}, {"Moving", true}, {"Producing", true}}},
+                        {"today", "2026-11-30"}, {"save", true}};
+  auto first = Send("POST", "/api/phased", request);
+  ASSERT_EQ(first->status, 200) << first->body;
+  auto r = Send("PUT", "/api/phased/params",
+                {{"item", "3.02"}, {"min", 100}, {"multiple", 50}, {"lead_time", 5}});
+  ASSERT_EQ(r->status, 200) << r->body;
+  r = Send("PUT", "/api/phased/calendar", {{"add", {"2026-11-27"}}});
+  ASSERT_EQ(r->status, 200) << r->body;
+  EXPECT_EQ(Json::parse(r->body)["holidays"], Json({"2026-11-27"}));
+  r = Send("PUT", "/api/phased/calendar", {{"working", {false, false, false, false, false, false, false}}});
+  EXPECT_EQ(r->status, 422) << r->body;
+
+  auto second = Send("POST", "/api/phased", request);
+  ASSERT_EQ(second->status, 200) << second->body;
+  const Json plan = Json::parse(second->body);
+  EXPECT_EQ(plan["run_id"].get<int>(), Json::parse(first->body)["run_id"].get<int>() + 1);
+  const Json items = Column(plan["orders"], "FItemNumber");
+  const size_t n = size_t(std::find(items.begin(), items.end(), "3.02") - items.begin());
+  ASSERT_LT(n, items.size());
+  EXPECT_EQ(Column(plan["orders"], "FQty")[n], 100);
+  EXPECT_EQ(Column(plan["orders"], "FLate")[n], 1);
+  const std::string id = plan["plan_id"];
+  r = Send("GET", "/api/phased/" + id + "/order/" + std::to_string(n));
+  ASSERT_EQ(r->status, 200) << r->body;
+  const Json order = Json::parse(r->body);
+  EXPECT_EQ(order["reasons"][1], "raised to the minimum 100");
+  EXPECT_EQ(order["reasons"][3], "7 days late");
+  EXPECT_FALSE(order["pegs"]["rows"].empty());
+
+  const int32_t bolts = Column(plan["orders"], "FItemID")[n];
+  r = Send("GET", "/api/phased/" + id + "/buckets?size=week&item=" + std::to_string(bolts));
+  ASSERT_EQ(r->status, 200) << r->body;
+  const Json weeks = Json::parse(r->body);
+  EXPECT_EQ(Column(weeks, "FFrom")[0], "2026-11-23");  // the week of the first release
+  double releases = 0;
+  for (const auto& q : Column(weeks, "FPlannedReleases")) releases += q.get<double>();
+  double planned = 0;
+  const Json qty = Column(plan["orders"], "FQty"), ids = Column(plan["orders"], "FItemID");
+  for (size_t k = 0; k < qty.size(); ++k) planned += ids[k] == bolts ? qty[k].get<double>() : 0;
+  EXPECT_NEAR(releases, planned, 1e-9);
+
+  r = Send("GET", "/api/phased/diff?before=" + std::to_string(plan["run_id"].get<int>() - 1) +
+                      "&after=" + std::to_string(plan["run_id"].get<int>()));
+  ASSERT_EQ(r->status, 200) << r->body;
+  for (const auto& number : Column(Json::parse(r->body), "FItemNumber")) EXPECT_EQ(number, "3.02");
+  // An older plan's id, another run's number and a bad item are refused.
+  EXPECT_EQ(Send("GET", "/api/phased/" + Json::parse(first->body)["plan_id"].get<std::string>() +
+                            "/order/0")->status, 404);
+  EXPECT_EQ(Send("GET", "/api/phased/diff?before=1&after=99")->status, 404);
+  EXPECT_EQ(Send("GET", "/api/phased/diff?before=x&after=1")->status, 422);
+  EXPECT_EQ(Send("PUT", "/api/phased/params", {{"item", "nope"}})->status, 404);
+  EXPECT_EQ(Send("DELETE", "/api/phased/params?item=3.02")->status, 200);
+  EXPECT_EQ(Send("DELETE", "/api/phased/params?item=3.02")->status, 404);
+}
+
+}  // namespace
+}  // namespace mrpcalc::testing

@@ -249,11 +249,11 @@ TEST_P(Phased, ParametersAndCalendarRefuseWhatCannotBePlanned) {
   EXPECT_ERROR(repo::WritePlanningParameters(conn(), p), ErrorCategory::kNotFound, "no item");
   EXPECT_ERROR(repo::ItemIdByNumber(conn(), "no such"), ErrorCategory::kNotFound, "no item");
   db::Transaction tx(conn());
-  repo::WriteWorkingWeekday(conn(), 7, true);
-  for (int d = 1; d <= 6; ++d) repo::WriteWorkingWeekday(conn(), d, false);
-  EXPECT_ERROR(repo::WriteWorkingWeekday(conn(), 7, false), ErrorCategory::kInvalidInput,
+  EXPECT_ERROR(repo::WriteWorkingWeek(conn(), {}), ErrorCategory::kInvalidInput,
                "at least one working weekday");
-  EXPECT_ERROR(repo::WriteWorkingWeekday(conn(), 8, true), ErrorCategory::kInvalidInput, "weekday");
+  repo::WriteWorkingWeek(conn(), {false, false, false, false, false, false, true});
+  EXPECT_EQ(repo::ReadCalendar(conn()).working,
+            (std::array<bool, 7>{false, false, false, false, false, false, true}));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <fmt/core.h>
 
+#include <array>
 #include <iostream>
 #include <nlohmann/json.hpp>
 
@@ -204,6 +205,7 @@ int RunPhasedCalendar(const PhasedOptions& o) {
   auto c = Open(o.dsn);
   {
     db::Transaction tx(*c);
+    std::array<bool, 7> week = repo::ReadCalendar(*c).working;
     for (const std::string& w : o.weekdays) {
       const auto eq = w.find('=');
       int day = 0, working = -1;
@@ -218,8 +220,9 @@ int RunPhasedCalendar(const PhasedOptions& o) {
       if (day < 1 || day > 7 || (working != 0 && working != 1)) {
         ThrowInvalid("--weekday takes DAY=0 or DAY=1, DAY 1 (Monday) to 7, not \"" + w + "\"");
       }
-      repo::WriteWorkingWeekday(*c, day, working == 1);
+      week[size_t(day - 1)] = working == 1;
     }
+    if (!o.weekdays.empty()) repo::WriteWorkingWeek(*c, week);
     for (const std::string& h : o.holidays) repo::AddHoliday(*c, DayFrom(h, "--holiday"));
     for (const std::string& h : o.not_holidays) {
       if (!repo::RemoveHoliday(*c, DayFrom(h, "--working"))) {

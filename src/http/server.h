@@ -82,6 +82,16 @@ struct ServeOptions {
 // object is invalid input; a value of the wrong type throws Json's own
 // type error (the service answers 400).
 mrp::ReportRequest ReadReportRequest(const Json& body, int32_t caller);
+//
+// POST /api/phased takes the same body, with "today" (YYYY-MM-DD, default
+// the server's date) and "save" (keep the run), and answers {"plan_id",
+// "run_id" (null unless saved), "today", "items": T, "orders": T,
+// "actions": T, "messages"}; the service keeps each user's last plan for
+// GET /api/phased/{id}/buckets?item=ID&size=day|week|month and
+// GET /api/phased/{id}/order/{n} (its reasons and pegging). Saved runs:
+// GET /api/phased/runs and GET /api/phased/diff?before=RUN&after=RUN.
+// Parameters: GET, PUT and DELETE /api/phased/params; the working calendar:
+// GET and PUT /api/phased/calendar.
 Json ReportRequestJson(const mrp::ReportRequest& request);
 
 class Service {
@@ -105,6 +115,7 @@ class Service {
 
  private:
   void Routes();
+  void PhasedRoutes();
   Host RequestHost() const;
 
   ServeOptions options_;
@@ -114,6 +125,9 @@ class Service {
   // Each user's last report's pegging, for the rows asked for one by one.
   struct PeggingStore;
   std::unique_ptr<PeggingStore> pegging_;
+  // Each user's last time-phased plan, for its buckets and orders.
+  struct PhasedStore;
+  std::unique_ptr<PhasedStore> phased_;
 };
 
 }  // namespace mrpcalc::http

@@ -79,6 +79,7 @@ struct Item {
   std::vector<Component> components;
   std::string name;
   int32_t supplier = 0;  // the default supplier, 0 for none
+  int32_t unit = 0;
 };
 
 // A rule that shaped a planned order, as data: a code and its figures.

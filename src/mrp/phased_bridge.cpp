@@ -94,6 +94,7 @@ Input FromErp(const mrp::Input& in, const BomIndex& boms, const Sources& sources
     item.number = master && master->number ? *master->number : "id " + std::to_string(id);
     item.name = master && master->name ? *master->name : "";
     item.supplier = master && master->source ? *master->source : 0;
+    item.unit = master && master->unit_id ? *master->unit_id : 0;
     item.made = !per_unit.empty();
     for (const auto& [component, qty] : per_unit) {
       item.components.push_back({component, qty});

@@ -95,14 +95,14 @@ phased::Calendar ReadCalendar(db::Connection& c) {
   return calendar;
 }
 
-void WriteWorkingWeekday(db::Connection& c, int weekday, bool working) {
-  if (weekday < 1 || weekday > 7) ThrowInvalid("a weekday is 1 (Monday) to 7 (Sunday)");
-  c.Execute("delete from mrpcalc_WorkWeek where FWeekday = ?", {weekday});
-  c.Execute("insert into mrpcalc_WorkWeek (FWeekday, FWorking) values (?, ?)",
-            {weekday, working ? 1 : 0});
-  const phased::Calendar calendar = ReadCalendar(c);
-  if (std::none_of(calendar.working.begin(), calendar.working.end(), [](bool w) { return w; })) {
+void WriteWorkingWeek(db::Connection& c, const std::array<bool, 7>& working) {
+  if (std::none_of(working.begin(), working.end(), [](bool w) { return w; })) {
     ThrowInvalid("the calendar needs at least one working weekday");
+  }
+  c.Execute("delete from mrpcalc_WorkWeek");
+  for (int d = 0; d < 7; ++d) {
+    c.Execute("insert into mrpcalc_WorkWeek (FWeekday, FWorking) values (?, ?)",
+              {d + 1, working[size_t(d)] ? 1 : 0});
   }
 }
 
@@ -240,6 +240,14 @@ int32_t ItemIdByNumber(db::Connection& c, const std::string& number) {
 
 int32_t SupplierIdByNumber(db::Connection& c, const std::string& number) {
   return IdByNumber(c, "t_Supplier", "supplier", number);
+}
+
+std::map<int32_t, std::string> SupplierNumbers(db::Connection& c, const std::vector<int32_t>& ids) {
+  std::map<int32_t, std::string> out;
+  if (ids.empty()) return out;
+  db::QueryIn(c, ids, "select FItemID, FNumber from t_Supplier where FItemID in (%IDS%)",
+              [&](std::vector<Variant>& r) { out[r[0].ToLong()] = TextValue(r[1]); });
+  return out;
 }
 
 }  // namespace mrpcalc::repo

@@ -3,7 +3,9 @@
 // order lines and tasks with their dates, and saved runs.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,7 +33,8 @@ bool DeletePlanningParameters(db::Connection& connection, int32_t item, int32_t 
 // The working calendar: Monday to Friday unless mrpcalc_WorkWeek says
 // otherwise, less the holidays.
 phased::Calendar ReadCalendar(db::Connection& connection);
-void WriteWorkingWeekday(db::Connection& connection, int weekday, bool working);  // 1 Monday .. 7
+// The working weekdays, Monday first; invalid input when none is.
+void WriteWorkingWeek(db::Connection& connection, const std::array<bool, 7>& working);
 void AddHoliday(db::Connection& connection, phased::Day day);
 bool RemoveHoliday(db::Connection& connection, phased::Day day);
 
@@ -70,5 +73,8 @@ namespace mrpcalc::repo {
 int32_t ItemIdByNumber(db::Connection& connection, const std::string& number);
 // A supplier's id by its code (t_Supplier), likewise.
 int32_t SupplierIdByNumber(db::Connection& connection, const std::string& number);
+// The codes of the suppliers with these ids (ids without a supplier left out).
+std::map<int32_t, std::string> SupplierNumbers(db::Connection& connection,
+                                               const std::vector<int32_t>& ids);
 
 }  // namespace mrpcalc::repo

@@ -38,22 +38,55 @@ std::string Joined(const std::vector<Reason>& reasons) {
 
 }  // namespace
 
-VectorPtr PlannedOrderRows(const Input& input, const Result& result) {
+VectorPtr PlannedOrderRows(const Input& input, const Result& result, bool with_pegging) {
   static const KeyList keys =
       MakeKeyList({"FItemID", "FItemNumber", "FItemName", "FKind", "FSupplyID", "FQty", "FDue",
-                   "FRelease", "FLate", "FReasons", "FPegging"});
+                   "FRelease", "FLate", "FReasons", "FPegging", "FUnitID"});
   const auto items = ById(input);
   std::vector<std::vector<Variant>> values;
   values.reserve(result.orders.size());
   for (const PlannedOrder& o : result.orders) {
     const Item& item = *items.at(o.item);
     std::string pegs;
-    for (const Requirement& p : o.pegs) {
+    for (const Requirement& p : with_pegging ? o.pegs : std::vector<Requirement>{}) {
       pegs += (pegs.empty() ? "" : "; ") + p.source + " " + FormatDouble(p.qty);
     }
     values.push_back({o.item, item.number, item.name, item.made ? "production" : "purchase",
                       item.supplier, o.qty, DateText(o.due), DateText(o.release),
-                      o.late ? 1 : 0, Joined(o.reasons), pegs});
+                      o.late ? 1 : 0, Joined(o.reasons), pegs, item.unit});
+  }
+  return Rows(keys, std::move(values));
+}
+
+VectorPtr ItemRows(const Input& input, const Result& result,
+                   const std::map<int32_t, std::string>& supplier_numbers) {
+  static const KeyList keys = MakeKeyList(
+      {"FItemID", "FItemNumber", "FItemName", "FKind", "FSupplyID", "FSupplyNumber", "FOnHand",
+       "FSafety", "FOrders", "FQty", "FLate", "FShortage", "FBelowSafety", "FNoSupplier",
+       "FActions"});
+  struct Tally {
+    int orders = 0, late = 0, actions = 0;
+    double qty = 0;
+  };
+  std::unordered_map<int32_t, Tally> tally;
+  for (const PlannedOrder& o : result.orders) {
+    Tally& t = tally[o.item];
+    ++t.orders;
+    t.late += o.late;
+    t.qty += o.qty;
+  }
+  for (const ActionMessage& a : result.actions) ++tally[a.item].actions;
+  std::vector<std::vector<Variant>> values;
+  for (const Item& i : input.items) {
+    const Tally& t = tally[i.id];
+    const auto safety_of = result.safety.find(i.id);
+    const double safety = safety_of == result.safety.end() ? 0 : safety_of->second;
+    const auto supplier = supplier_numbers.find(i.supplier);
+    values.push_back({i.id, i.number, i.name, i.made ? "production" : "purchase", i.supplier,
+                      supplier == supplier_numbers.end() ? "" : supplier->second, i.on_hand, safety,
+                      t.orders, t.qty, t.late, t.orders > 0 ? 1 : 0, i.on_hand < safety ? 1 : 0,
+                      !i.made && t.orders > 0 && supplier == supplier_numbers.end() ? 1 : 0,
+                      t.actions});
   }
   return Rows(keys, std::move(values));
 }

@@ -3,6 +3,7 @@
 // from them.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -15,8 +16,15 @@ namespace mrpcalc::mrp::phased {
 // Planned orders: FItemID, FItemNumber, FItemName, FKind ("purchase" or
 // "production"), FSupplyID, FQty, FDue, FRelease, FLate, FReasons (the
 // rules that shaped it, joined by "; ") and FPegging (the needs it covers:
-// "SO1/2 40; ...").
-VectorPtr PlannedOrderRows(const Input& input, const Result& result);
+// "SO1/2 40; ...", unless left out) and FUnitID.
+VectorPtr PlannedOrderRows(const Input& input, const Result& result, bool with_pegging = true);
+// One row per planned item with what a planner filters on: FItemID,
+// FItemNumber, FItemName, FKind, FSupplyID, FSupplyNumber, FOnHand,
+// FSafety, FOrders, FQty (planned), FLate (orders released late),
+// FShortage (anything to order), FBelowSafety (on hand under safety
+// stock), FNoSupplier (to buy, with no supplier), FActions (messages).
+VectorPtr ItemRows(const Input& input, const Result& result,
+                   const std::map<int32_t, std::string>& supplier_numbers);
 // Action messages: FKind, FItemID, FItemNumber, FReceipt, FDate (its day),
 // FNeeded (the day it is needed; none for a cancel), FQty.
 VectorPtr ActionRows(const Input& input, const Result& result);
