@@ -5,6 +5,15 @@ const TEXTS = {
   zh: {
     workbench: '计划工作台', s1: '1 登录', s2: '2 选择需求', s3: '3 运行 MRP', s4: '4 查看结果',
     s5: '5 确认采购', s6: '6 采购计划', s7: '7 仓库范围', token: '令牌', signin: '登录',
+    s8: '8 分时段计划', asOf: '计划日期', keepRun: '保存本次运行', runPhased: '运行分时段计划',
+    exceptions: '例外', why: '原因与需求来源', bySupplier: '按供应商的计划采购',
+    phPlan: '计划采购转为采购计划', exAll: '全部物料', exLate: '延迟', exShortage: '短缺',
+    exSafety: '低于安全库存', exNoSupplier: '无供应商', exAction: '有行动建议',
+    phDone: '分时段计划完成: ', phRun: ' 已保存为运行 ', phNoPurchase: '没有计划采购',
+    askPhPlan: '将这些计划采购保存为采购计划?', FFrom: '起始', FGross: '毛需求', FScheduled: '预计入库',
+    FProjected: '预计库存', FNet: '净需求', FPlannedReceipts: '计划收货', FPlannedReleases: '计划下达',
+    FDue: '到期', FRelease: '下达', FLate: '延迟', FReasons: '原因', FKind: '类型', FOrders: '订单数',
+    FOnHand: '现有库存', FSafety: '安全库存', FActions: '行动建议', FSource: '来源', FLines: '行数',
     filter: '筛选', warehouses: '仓库', net: '按库存冲减', showStock: '显示库存', form: '表单',
     formPlan: '计划 (毛需求)', formSuggest: '采购建议 (含供应商)', single: '只展开一层',
     runMrp: '运行', pegging: '需求来源', confirmLines: '确认并计价', checkCredit: '检查信用额度',
@@ -45,6 +54,16 @@ const TEXTS = {
   en: {
     workbench: 'planning workbench', s1: '1 Sign in', s2: '2 Pick demand', s3: '3 Run MRP',
     s4: '4 Review', s5: '5 Confirm', s6: '6 Plans', s7: '7 Stock scope', token: 'Token',
+    s8: '8 Time-phased', asOf: 'As of', keepRun: 'Keep this run', runPhased: 'Run the time-phased plan',
+    exceptions: 'Exceptions', why: 'Reasons and pegging', bySupplier: 'Planned purchases by supplier',
+    phPlan: 'Turn the planned purchases into a purchase plan', exAll: 'All items', exLate: 'Late',
+    exShortage: 'Shortage', exSafety: 'Below safety stock', exNoSupplier: 'No supplier',
+    exAction: 'Action message', phDone: 'Time-phased plan done: ', phRun: ' kept as run ',
+    phNoPurchase: 'nothing planned to buy', askPhPlan: 'Save these planned purchases as a purchase plan?',
+    FFrom: 'From', FGross: 'Gross', FScheduled: 'Scheduled', FProjected: 'Projected', FNet: 'Net',
+    FPlannedReceipts: 'Planned receipts', FPlannedReleases: 'Planned releases', FDue: 'Due',
+    FRelease: 'Release', FLate: 'Late', FReasons: 'Reasons', FKind: 'Kind', FOrders: 'Orders',
+    FOnHand: 'On hand', FSafety: 'Safety', FActions: 'Actions', FSource: 'Source', FLines: 'Lines',
     signin: 'Sign in', filter: 'Filter', warehouses: 'Warehouses', net: 'Net against stock',
     showStock: 'Show stock', form: 'Form', formPlan: 'Planning (gross need)',
     formSuggest: 'Purchase suggestion (suppliers)', single: 'One level only', runMrp: 'Run',
@@ -347,6 +366,7 @@ function applyLanguage() {
   if ($('tobuy').innerHTML) renderToBuy();
   if (state.priced.length) renderPriced();
   if (state.planLines.length) renderPlans();
+  renderPhased();
 }
 
 function show(step) {
@@ -820,6 +840,132 @@ async function savePlan() {
   $('plan-no').value = '';
 }
 
+// 8. Time-phased plan: items with their exceptions, an item's weeks and
+// orders, an order's reasons and pegging, planned purchases by supplier.
+const PH_FILTERS = [['', 'exAll'], ['FLate', 'exLate'], ['FShortage', 'exShortage'],
+  ['FBelowSafety', 'exSafety'], ['FNoSupplier', 'exNoSupplier'], ['FActions', 'exAction']];
+const PH_ITEM_COLUMNS = ['FItemNumber', 'FItemName', 'FKind', 'FSupplyNumber', 'FOnHand', 'FSafety',
+  'FOrders', 'FQty', 'FLate', 'FActions'];
+
+function renderPhasedFilter() {
+  const el = $('ph-filter');
+  const chosen = el.value;
+  el.innerHTML = PH_FILTERS.map(([v, k]) => `<option value="${v}" ${v === chosen ? 'selected' : ''}>${t(k)}</option>`).join('');
+}
+
+async function runPhased() {
+  const picks = pickedDemand();
+  const lines = picks.map((d) => ({ type: d.Ftrantype, inter_id: d.FInterID, entry_id: d.FEntryID || 0 }));
+  const switches = {};
+  SWITCHES.forEach((k) => { switches[k] = $(`sw-${k}`).checked; });
+  const body = { lines, switches, warehouses: $('warehouses').value, save: $('ph-save').checked };
+  if ($('ph-today').value) body.today = $('ph-today').value;
+  const answer = await api('POST', '/api/phased', body);
+  state.phased = {
+    id: answer.plan_id, today: answer.today, items: rowsOf(answer.items),
+    orders: rowsOf(answer.orders).map((o, n) => ({ ...o, n })), actions: rowsOf(answer.actions),
+  };
+  state.phPage = 0;
+  state.phItem = null;
+  renderPhased();
+  const run = answer.run_id ? t('phRun') + answer.run_id : '';
+  say('phased-msg', `${t('phDone')}${state.phased.orders.length} ${t('rows')}${run}`);
+}
+
+function phasedItems() {
+  const p = state.phased;
+  if (!p) return [];
+  const key = $('ph-filter').value, text = $('ph-text').value.trim().toLowerCase();
+  return p.items.filter((i) => (!key || Number(i[key]) > 0) &&
+    (!text || `${i.FItemNumber} ${i.FItemName}`.toLowerCase().includes(text)));
+}
+
+function renderPhased() {
+  renderPhasedFilter();
+  const p = state.phased;
+  if (!p) return;
+  const list = phasedItems();
+  const page = paged(list, state.phPage || 0, 'ph-pager', (n) => { state.phPage = n; renderPhased(); });
+  $('ph-count').textContent = `${list.length} ${t('items')}`;
+  table($('ph-items'), page.rows, PH_ITEM_COLUMNS, {
+    focusable: true, index: (r) => r.FItemID,
+    rowClass: (r) => [Number(r.FLate) ? 'late' : '', r.FItemID === state.phItem ? 'chosen' : ''].join(' '),
+  });
+  renderPhasedSuppliers();
+}
+
+async function showPhasedItem(item) {
+  const p = state.phased;
+  state.phItem = item;
+  const row = p.items.find((i) => i.FItemID === item);
+  $('ph-item-title').textContent = row ? `${row.FItemNumber} ${row.FItemName}` : '';
+  const weeks = rowsOf(await api('GET', `/api/phased/${p.id}/buckets?size=week&item=${item}`));
+  // A week's columns across, as planners read the record.
+  const figures = ['FGross', 'FScheduled', 'FProjected', 'FNet', 'FPlannedReceipts', 'FPlannedReleases'];
+  const grid = figures.map((f) => {
+    const r = { figure: t(f) };
+    weeks.forEach((w) => { r[w.FFrom.slice(5)] = w[f]; });
+    return r;
+  });
+  table($('ph-buckets'), grid, ['figure', ...weeks.map((w) => w.FFrom.slice(5))]);
+  table($('ph-orders'), p.orders.filter((o) => o.FItemID === item), ['FQty', 'FDue', 'FRelease', 'FLate', 'FReasons'], {
+    focusable: true, index: (o) => o.n, rowClass: (o) => (Number(o.FLate) ? 'late' : ''),
+  });
+  $('ph-reasons').innerHTML = '';
+  $('ph-pegs').innerHTML = '';
+  renderPhased();
+}
+
+async function showPhasedOrder(n) {
+  const answer = await api('GET', `/api/phased/${state.phased.id}/order/${n}`);
+  $('ph-reasons').innerHTML = answer.reasons.map((r) => `<li>${escapeHtml(r)}</li>`).join('');
+  table($('ph-pegs'), rowsOf(answer.pegs), ['FSource', 'FDate', 'FQty']);
+}
+
+// Planned purchases by the item's default supplier.
+function phasedPurchases() {
+  const p = state.phased;
+  if (!p) return [];
+  const items = new Map(p.items.map((i) => [i.FItemID, i]));
+  return p.orders.filter((o) => o.FKind === 'purchase').map((o) => ({ ...o, item: items.get(o.FItemID) }));
+}
+
+function renderPhasedSuppliers() {
+  const groups = new Map();
+  for (const o of phasedPurchases()) {
+    const code = o.item.FSupplyNumber || '—';
+    const g = groups.get(code) || { FSupplyNumber: code, FLines: 0, FQty: 0, FRelease: o.FRelease, FLate: 0 };
+    g.FLines += 1;
+    g.FQty += Number(o.FQty);
+    if (o.FRelease < g.FRelease) g.FRelease = o.FRelease;
+    g.FLate += Number(o.FLate);
+    groups.set(code, g);
+  }
+  table($('ph-suppliers'), [...groups.values()], ['FSupplyNumber', 'FLines', 'FQty', 'FRelease', 'FLate']);
+}
+
+// The planned purchases saved through the plan stage, due on their due
+// days, each with its release day in the memo; the picked demand is the
+// plan's source.
+async function phasedToPlan() {
+  const buys = phasedPurchases().filter((o) => o.item.FSupplyNumber);
+  if (!buys.length) throw new Error(t('phNoPurchase'));
+  if (!pickedDemand().length) throw new Error(t('noneChosen'));
+  const summary = perSupplier(buys, (o) => o.item.FSupplyNumber, (o) => Number(o.FQty));
+  if (!ask(t('askPhPlan') + '\n' + summary)) return;
+  const lines = buys.map((o) => ({
+    FBomItemID: o.FItemID, FItemNumber: o.FItemNumber, FItemName: o.FItemName, FItemModel: '',
+    FAuxPropID: 0, FAuxProp: '', FSupplyNumber: o.item.FSupplyNumber, FSupplyName: '',
+    FUnitID: o.FUnitID, FUnitName: '', FQty: o.FQty, FMemo: `release ${o.FRelease}`, FDate: o.FDue,
+  }));
+  const sources = pickedDemand().map((d) => ({
+    Ftrantype: d.Ftrantype, FBillNo: d.FBillNo, FInterID: d.FInterID, FEntryID: d.FEntryID, FQty: d.FQty,
+  }));
+  const answer = await write('PurchasePlanUpdate', 'UpdatePurchasePlan', [sources, lines, state.me.user]);
+  state.demand = [];
+  say('phased-msg', t('planSaved') + answer.result);
+}
+
 // 6. Plans.
 const PLAN_COLUMNS = ['FBillNo', 'FKey', 'FItemNumber', 'FItemName', 'FSupplyNumber', 'FQty', 'FPushQty',
   'FPurchaseFinishQty', 'FPrice', 'FClosed', 'FFinishDate', 'FSourceNo'];
@@ -975,6 +1121,18 @@ function wire() {
   $('signout').onclick = signOut;
   $('show-stock').onclick = guarded('pick-msg', showStock);
   $('run-mrp').onclick = guarded('run-msg', runMrp);
+  $('ph-run').onclick = guarded('phased-msg', runPhased);
+  $('ph-filter').onchange = () => { state.phPage = 0; renderPhased(); };
+  $('ph-text').oninput = () => { state.phPage = 0; renderPhased(); };
+  $('ph-items').onclick = (e) => {
+    const tr = e.target.closest('tbody tr');
+    if (tr) guarded('phased-msg', () => showPhasedItem(Number(tr.dataset.i)))();
+  };
+  $('ph-orders').onclick = (e) => {
+    const tr = e.target.closest('tbody tr');
+    if (tr) guarded('phased-msg', () => showPhasedOrder(Number(tr.dataset.i)))();
+  };
+  $('ph-plan').onclick = guarded('phased-msg', phasedToPlan);
   $('report-filter').oninput = () => { state.page = 0; renderReport(); };
   $('act-only').onchange = () => { state.page = 0; renderReport(); };
   $('class-filter').onchange = () => { state.page = 0; renderReport(); };

@@ -287,6 +287,29 @@ try {
   expect('one picked line runs one line', onePegs.length > 0 &&
     onePegs.every(([bill, line]) => bill === 'SEORD000001' && line === '2'), JSON.stringify(onePegs));
 
+  // The same line planned by date: the items to order, one item's weeks,
+  // one order's reasons and the demand behind it.
+  await page.click('nav a[data-step="phased"]');
+  await page.$eval('#ph-today', (el) => { el.value = '2026-11-30'; });
+  await page.click('#ph-run');
+  await page.waitForSelector('#ph-items tbody tr');
+  await page.select('#ph-filter', 'FShortage');
+  const toOrder = await page.$$eval('#ph-items tbody tr', (rows) => rows.map((r) => r.children[6].textContent));
+  expect('the shortage filter keeps items with orders', toOrder.length > 0 && toOrder.every((n) => Number(n) > 0), toOrder.join(' | '));
+  await page.click('#ph-items tbody tr');
+  await page.waitForSelector('#ph-buckets tbody tr');
+  const figures = await page.$$eval('#ph-buckets tbody tr', (rows) => rows.map((r) => r.children[0].textContent));
+  expect('an item shows its record by week', figures.length === 6 && figures[0] === 'Gross', figures.join(' | '));
+  await page.waitForSelector('#ph-orders tbody tr');
+  await page.click('#ph-orders tbody tr');
+  await page.waitForSelector('#ph-reasons li');
+  const reasons = await page.$$eval('#ph-reasons li', (l) => l.map((x) => x.textContent));
+  expect('an order says why', reasons.length > 0 && reasons[0].startsWith('net requirement'), reasons.join(' | '));
+  const sources = await page.$$eval('#ph-pegs tbody tr', (rows) => rows.map((r) => r.children[0].textContent));
+  expect('its pegging goes back to the picked line', sources.length > 0 &&
+    sources.every((p) => p === 'SEORD000001/2' || p.startsWith('planned ')), sources.join(' | '));
+  await shot('time-phased');
+
   // A revoked token signs the page out, in the page's language.
   execFileSync(binary, ['token', 'revoke', '--dsn', dsn, '--token', token], { stdio: 'ignore' });
   await page.click('nav a[data-step="plans"]');
