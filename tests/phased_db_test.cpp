@@ -149,13 +149,14 @@ TEST_P(Phased, ParametersAndCalendarShapeTheOrdersAsWorkedOutByHand) {
   for (const auto& o : plan.result.orders) {
     if (o.item == bolts) orders.push_back(&o);
   }
+  const auto pegs = phased::Pegs(plan.input, plan.result, bolts);
   ASSERT_GE(orders.size(), 2u);
   EXPECT_DOUBLE_EQ(orders[0]->qty, 100);
   EXPECT_EQ(orders[0]->due, D("2026-12-01"));
   EXPECT_EQ(orders[0]->release, D("2026-11-23"));
   EXPECT_TRUE(orders[0]->late);
   std::string reasons;
-  for (const auto& r : orders[0]->reasons) reasons += r.text() + "; ";
+  for (const auto& r : phased::Reasons(plan.input, plan.result, *orders[0])) reasons += r.text() + "; ";
   EXPECT_EQ(reasons,
             "net requirement 80; raised to the minimum 100; lead time 5 working days; 7 days "
             "late; ");
@@ -163,7 +164,7 @@ TEST_P(Phased, ParametersAndCalendarShapeTheOrdersAsWorkedOutByHand) {
   EXPECT_EQ(orders[1]->due, D("2026-12-04"));
   EXPECT_EQ(orders[1]->release, D("2026-11-26"));
   double pegged = 0;
-  for (const auto& peg : orders[0]->pegs) pegged += peg.qty;
+  for (const auto& peg : pegs.at(0)) pegged += peg.qty;
   EXPECT_NEAR(pegged, 100, 1e-9);  // 80 now, and 20 of the next need
 
   bool deferred = false;

@@ -137,7 +137,7 @@ void PrintRows(const VectorPtr& rows, const std::string& format, const std::vect
   if (!out_path.empty() && (format == "csv" || format == "json")) {
     std::ofstream file(out_path, std::ios::binary);
     if (format == "csv") {
-      file << ToCsv(shown);
+      WriteCsv(shown, [&](std::string_view piece) { file.write(piece.data(), std::streamsize(piece.size())); });
     } else {
       CheckJsonText(Variant(shown));
       JsonWriter out([&](std::string_view chunk) { file.write(chunk.data(), chunk.size()); });
@@ -159,27 +159,35 @@ void PrintRows(const VectorPtr& rows, const std::string& format, const std::vect
     std::fflush(stdout);
     return;
   }
+  // Rows not built yet are printed from their source, one at a time.
+  const RowSource* source = shown->source();
+  auto each_row = [&](const std::function<void(const Dictionary&)>& print) {
+    if (source) {
+      for (size_t i = 0; i < source->size(); ++i) print(*source->Row(i));
+    } else {
+      for (const auto& row : shown->rows()) print(*row);
+    }
+  };
   if (format == "csv") {
     if (shown->Count()) {
-      const Dictionary& first = *shown->Item(1);
-      for (size_t i = 0; i < first.size(); ++i) std::cout << (i ? "," : "") << first.key(i);
+      const DictionaryPtr first = source ? source->Row(0) : shown->Item(1);
+      for (size_t i = 0; i < first->size(); ++i) std::cout << (i ? "," : "") << first->key(i);
     }
     std::cout << "\n";
-    for (const auto& row : shown->rows()) {
-      for (size_t i = 0; i < row->size(); ++i)
-        std::cout << (i ? "," : "") << CsvField(row->value(i));
+    each_row([](const Dictionary& row) {
+      for (size_t i = 0; i < row.size(); ++i) std::cout << (i ? "," : "") << CsvField(row.value(i));
       std::cout << "\n";
-    }
+    });
     return;
   }
   std::string line;
   for (const auto& c : table) line += Pad(c.header, c.width) + "  ";
   std::cout << Trim(line) << "\n";
-  for (const auto& row : shown->rows()) {
+  each_row([&](const Dictionary& row) {
     line.clear();
-    for (const auto& c : table) line += Pad(Show(row->Get(c.key)), c.width) + "  ";
+    for (const auto& c : table) line += Pad(Show(row.Get(c.key)), c.width) + "  ";
     std::cout << line.substr(0, line.find_last_not_of(' ') + 1) << "\n";
-  }
+  });
 }
 
 VectorPtr ReadRowsFile(const std::string& path) {

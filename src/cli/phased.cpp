@@ -61,18 +61,19 @@ int32_t PlannedItem(const phased::Input& input, const std::string& number) {
 int RunPhased(const Host& host, const PhasedOptions& o) {
   const phased::Day today = Today(o.today);
   MrpDataInfo info(host);
-  const auto plan = info.GetPhasedPlanFor(o.dsn, o.report, today);
+  const auto plan = std::make_shared<const MrpDataInfo::PhasedPlan>(
+      info.GetPhasedPlanFor(o.dsn, o.report, today));
   for (const auto& m : host.messages->messages()) std::cerr << m << "\n";
   if (o.save) {
     auto c = Open(o.dsn);
     db::Transaction tx(*c);
     const int32_t id = repo::SaveRun(*c, o.report.user, Settings(o, today),
-                                     phased::OrdersToSave(plan.input, plan.result));
+                                     phased::OrdersToSave(plan->input, plan->result));
     tx.Commit();
     std::cerr << "saved as run " << id << "\n";
   }
   if (o.actions) {
-    PrintRows(phased::ActionRows(plan.input, plan.result), o.format,
+    PrintRows(phased::ActionRows(plan->input, plan->result), o.format,
               {{"action", "FKind", -8},
                {"item", "FItemNumber", -8},
                {"receipt", "FReceipt", -16},
@@ -82,8 +83,8 @@ int RunPhased(const Host& host, const PhasedOptions& o) {
     return 0;
   }
   if (!o.bucket.empty()) {
-    const int32_t item = o.item.empty() ? 0 : PlannedItem(plan.input, o.item);
-    PrintRows(phased::BucketRows(plan.input, plan.result, o.bucket, item), o.format,
+    const int32_t item = o.item.empty() ? 0 : PlannedItem(plan->input, o.item);
+    PrintRows(phased::BucketRows(plan, o.bucket, item), o.format,
               {{"item", "FItemNumber", -8},
                {"from", "FFrom", -10},
                {"gross", "FGross", 10},
@@ -94,7 +95,7 @@ int RunPhased(const Host& host, const PhasedOptions& o) {
                {"releases", "FPlannedReleases", 10}});
     return 0;
   }
-  PrintRows(phased::PlannedOrderRows(plan.input, plan.result), o.format,
+  PrintRows(phased::PlannedOrderRows(plan), o.format,
             {{"item", "FItemNumber", -8},
              {"name", "FItemName", -12},
              {"kind", "FKind", -10},

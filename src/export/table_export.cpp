@@ -26,19 +26,32 @@ std::string CsvField(const Variant& v) {
 
 std::string ToCsv(const VectorPtr& rows) {
   std::string out;
-  if (!rows || rows->Count() == 0) return "\n";
-  const Dictionary& first = *rows->Item(1);
-  for (size_t i = 0; i < first.size(); ++i) out += (i ? "," : "") + first.key(i);
-  out += "\n";
-  for (const auto& row : rows->rows()) {
-    for (size_t i = 0; i < first.size(); ++i) {
-      if (i) out += ",";
-      const Variant* v = row->Find(first.key(i));
-      if (v) out += CsvField(*v);
-    }
-    out += "\n";
-  }
+  WriteCsv(rows, [&](std::string_view piece) { out += piece; });
   return out;
+}
+
+void WriteCsv(const VectorPtr& rows, const std::function<void(std::string_view)>& write) {
+  if (!rows || rows->Count() == 0) return write("\n");
+  const RowSource* source = rows->source();
+  const DictionaryPtr first = source ? source->Row(0) : rows->Item(1);
+  std::string line;
+  for (size_t i = 0; i < first->size(); ++i) line += (i ? "," : "") + first->key(i);
+  write(line + "\n");
+  auto one = [&](const Dictionary& row) {
+    line.clear();
+    for (size_t i = 0; i < first->size(); ++i) {
+      if (i) line += ",";
+      const Variant* v = row.Find(first->key(i));
+      if (v) line += CsvField(*v);
+    }
+    line += "\n";
+    write(line);
+  };
+  if (source) {
+    for (size_t i = 0; i < source->size(); ++i) one(*source->Row(i));
+  } else {
+    for (const auto& row : rows->rows()) one(*row);
+  }
 }
 
 }  // namespace mrpcalc

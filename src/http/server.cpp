@@ -149,7 +149,53 @@ void DemandLineValues(JsonWriter& w, const mrp::DemandLine& d) {
 
 // Rows of one shape as arrays of their values, the names once ahead:
 // {"columns": [...], "rows": [[...], ...]}, without blanks.
+// Cells of rows made as they are written, each written as it comes.
+class CompactCells final : public CellVisitor {
+ public:
+  explicit CompactCells(JsonWriter& w) : w_(w) {}
+  void Start() { first_ = true; }
+  void Null() override { Next(Variant::Null()); }
+  void Long(int32_t value) override { Next(Variant(value)); }
+  void Double(double value) override { Next(Variant(value)); }
+  void Text(std::string_view value) override {
+    Separate();
+    w_.String(value);
+  }
+  void DateValue(const Date& value) override { Next(Variant(value)); }
+
+ private:
+  void Separate() {
+    if (!first_) w_.Raw(",");
+    first_ = false;
+  }
+  void Next(const Variant& v) {
+    Separate();
+    w_.Value(v, 0);
+  }
+  JsonWriter& w_;
+  bool first_ = true;
+};
+
 void CompactRows(JsonWriter& w, const VectorPtr& rows) {
+  if (const RowSource* source = rows ? rows->source() : nullptr) {
+    // Rows not built yet are written from their source, never built.
+    w.Raw("{\"columns\":[");
+    const KeyList& keys = source->keys();
+    for (size_t k = 0; keys && k < keys->size(); ++k) {
+      if (k) w.Raw(",");
+      w.String((*keys)[k]);
+    }
+    w.Raw("],\"rows\":[");
+    CompactCells cells(w);
+    for (size_t i = 0; i < source->size(); ++i) {
+      w.Raw(i ? ",[" : "[");
+      cells.Start();
+      source->Visit(i, cells);
+      w.Raw("]");
+    }
+    w.Raw("]}");
+    return;
+  }
   w.Raw("{\"columns\":[");
   const auto& list = rows ? rows->rows() : std::vector<DictionaryPtr>{};
   if (!list.empty()) {
@@ -246,7 +292,7 @@ struct Service::PeggingStore {
 struct Service::PhasedStore {
   struct Entry {
     std::string id;
-    MrpDataInfo::PhasedPlan plan;
+    std::shared_ptr<const MrpDataInfo::PhasedPlan> plan;
   };
   std::mutex mutex;
   std::map<int32_t, std::shared_ptr<const Entry>> by_user;
@@ -731,9 +777,10 @@ void Service::PhasedRoutes() {
                                                    : DayParam(today_text, "today");
       MrpDataInfo info(host);
       auto entry = std::make_shared<PhasedStore::Entry>();
-      entry->plan = info.GetPhasedPlanFor(options_.dsn, request, today);
-      const phased::Input& in = entry->plan.input;
-      const phased::Result& result = entry->plan.result;
+      entry->plan = std::make_shared<const MrpDataInfo::PhasedPlan>(
+          info.GetPhasedPlanFor(options_.dsn, request, today));
+      const phased::Input& in = entry->plan->input;
+      const phased::Result& result = entry->plan->result;
       PooledSession c(*pool_, options_.dsn);
       std::vector<int32_t> suppliers;
       for (const phased::Item& i : in.items) {
@@ -763,9 +810,9 @@ void Service::PhasedRoutes() {
       w.Raw(",\"today\":");
       w.String(phased::DateOf(today).ToDateString());
       w.Raw(",\"items\":");
-      CompactRows(w, phased::ItemRows(in, result, numbers));
+      CompactRows(w, phased::ItemRows(entry->plan, numbers));
       w.Raw(",\"orders\":");
-      CompactRows(w, phased::PlannedOrderRows(in, result, false));
+      CompactRows(w, phased::PlannedOrderRows(entry->plan, false));
       w.Raw(",\"actions\":");
       CompactRows(w, phased::ActionRows(in, result));
       w.Raw(",\"messages\":");
@@ -781,8 +828,7 @@ void Service::PhasedRoutes() {
           guarded(res, [&] {
             const auto entry = last_plan(req.matches[1].str());
             const std::string size = req.has_param("size") ? req.get_param_value("size") : "week";
-            AnswerTable(res, phased::BucketRows(entry->plan.input, entry->plan.result, size,
-                                                IntParam(req, "item")));
+            AnswerTable(res, phased::BucketRows(entry->plan, size, IntParam(req, "item")));
           });
         });
 
@@ -791,14 +837,23 @@ void Service::PhasedRoutes() {
           guarded(res, [&] {
             const auto entry = last_plan(req.matches[1].str());
             const size_t n = std::stoul(req.matches[2].str());
-            const auto& orders = entry->plan.result.orders;
+            const phased::Input& in = entry->plan->input;
+            const phased::Result& result = entry->plan->result;
+            const auto& orders = result.orders;
             if (n >= orders.size()) {
               throw Error(ErrorCategory::kNotFound, "the plan has no order " + std::to_string(n));
             }
             Json reasons = Json::array(), pegs = Json::array();
-            for (const phased::Reason& r : orders[n].reasons) reasons.push_back(r.text());
-            for (const phased::Requirement& p : orders[n].pegs) {
-              pegs.push_back({p.source, phased::DateOf(p.day).ToDateString(), p.qty});
+            for (const phased::Reason& r : phased::Reasons(in, result, orders[n])) {
+              reasons.push_back(r.text());
+            }
+            // The order's place among its item's orders.
+            size_t first = n;
+            while (first > 0 && orders[first - 1].item == orders[n].item) --first;
+            const auto item_pegs = phased::Pegs(in, result, orders[n].item);
+            for (const phased::Requirement& p : item_pegs.at(n - first)) {
+              pegs.push_back({phased::SourceText(in, result, p), phased::DateOf(p.day).ToDateString(),
+                              p.qty});
             }
             Answer(res, 200,
                    Json{{"reasons", reasons},

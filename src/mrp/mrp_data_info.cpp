@@ -395,6 +395,9 @@ MrpDataInfo::PhasedPlan MrpDataInfo::GetPhasedPlanFor(const std::string& dsn,
         sources.supply = repo::ReadOpenSupply(c);
         sources.today = today;
         plan.input = mrp::phased::FromErp(in, boms, sources);
+        // The report's input has served: its memory goes before the plan
+        // takes its own (nothing reads the input or its index after).
+        { mrp::Input spent = std::move(in); }
         plan.result = mrp::phased::Plan(plan.input);
       };
   Report(dsn, a.lines, a.filter, request.warehouses, request.user, request.form, nullptr, nullptr,

@@ -10,6 +10,7 @@
 #include <map>
 #include <tuple>
 #include <type_traits>
+#include <unordered_map>
 
 #include "record/error.h"
 
@@ -25,49 +26,72 @@ std::string Figure(double v) {
   return text;
 }
 
-// Deepest level of each item below the top, parents before components.
-std::map<int32_t, int> LowLevelCodes(const std::map<int32_t, const Item*>& items) {
-  std::map<int32_t, int> level;
-  std::map<int32_t, int> state;  // 1 on the path, 2 done
-  std::function<void(int32_t, int)> visit = [&](int32_t id, int depth) {
-    auto it = items.find(id);
-    if (it == items.end()) {
-      ThrowInvalid("a bill names item " + std::to_string(id) + ", which is not planned");
-    }
-    if (state[id] == 1) {
-      ThrowInvalid("the bills of item " + it->second->number + " lead back to it");
-    }
-    if (level.count(id) && level[id] >= depth && state[id] == 2) return;
-    level[id] = std::max(level.count(id) ? level[id] : 0, depth);
-    state[id] = 1;
-    for (const Component& c : it->second->components) visit(c.item, depth + 1);
-    state[id] = 2;
-  };
-  for (const auto& [id, item] : items) {
-    if (!level.count(id)) visit(id, 0);
-  }
-  return level;
-}
-
 // An order's quantity after the lot rules, with the rules that applied.
-double ApplyLotRules(double need, const Parameters& p, std::vector<Reason>& reasons) {
+double ApplyLotRules(double need, const Parameters& p, uint8_t& rules) {
   double qty = need;
   if (p.min_qty > 0 && qty < p.min_qty - kTolerance) {
     qty = p.min_qty;
-    reasons.push_back({"minimum", p.min_qty, 0});
+    rules |= kMinimumRule;
   }
   if (p.multiple > 0) {
     const double rounded = std::ceil(qty / p.multiple - kTolerance) * p.multiple;
-    if (rounded > qty + kTolerance) reasons.push_back({"multiple", p.multiple, 0});
+    if (rounded > qty + kTolerance) rules |= kMultipleRule;
     qty = rounded;
   }
   return qty;
 }
 
+// Working days over a span, for lead times in constant time: the k-th
+// working day of the span and, per day, how many fall on or before it.
+// Days outside the span ask the calendar.
+class WorkingDays {
+ public:
+  WorkingDays(const Calendar& calendar, Day from, Day to) : calendar_(calendar), from_(from) {
+    if (to < from) return;
+    upto_.resize(size_t(to - from + 1));
+    for (Day d = from; d <= to; ++d) {
+      if (calendar.IsWorking(d)) days_.push_back(d);
+      upto_[size_t(d - from)] = int32_t(days_.size());
+    }
+  }
+  Day Before(Day day, int n) const {
+    if (day >= from_ && day - from_ < Day(upto_.size())) {
+      const int32_t k = upto_[size_t(day - from_)] - 1 - n;  // the working day on or before, then n back
+      if (upto_[size_t(day - from_)] > 0 && k >= 0) return days_[size_t(k)];
+    }
+    return calendar_.WorkingDaysBefore(day, n);
+  }
+
+ private:
+  const Calendar& calendar_;
+  Day from_;
+  std::vector<int32_t> upto_;
+  std::vector<Day> days_;
+};
+
 struct Supply {
   Day day;
   double qty;
 };
+
+// The orders of one item: neighbours, by low-level code, then item.
+std::pair<std::vector<PlannedOrder>::const_iterator, std::vector<PlannedOrder>::const_iterator>
+OrdersOf(const Result& result, int32_t item) {
+  const auto level = result.low_level.find(item);
+  const int lev = level == result.low_level.end() ? 0 : level->second;
+  auto key = [&](const PlannedOrder& o) {
+    auto l = result.low_level.find(o.item);
+    return std::pair(l == result.low_level.end() ? 0 : l->second, o.item);
+  };
+  return std::equal_range(result.orders.begin(), result.orders.end(), std::pair(lev, item),
+                          [&](const auto& a, const auto& b) {
+                            if constexpr (std::is_same_v<std::decay_t<decltype(a)>, PlannedOrder>) {
+                              return key(a) < b;
+                            } else {
+                              return a < key(b);
+                            }
+                          });
+}
 
 }  // namespace
 
@@ -142,18 +166,7 @@ std::vector<Bucket> Buckets(const Input& input, const Result& result, int32_t it
   for (size_t k = 1; k < bounds.size(); ++k) {
     if (bounds[k] <= bounds[k - 1]) ThrowInvalid("a bucket is at least one day");
   }
-  const Item* it = nullptr;
-  const bool by_id = std::is_sorted(input.items.begin(), input.items.end(),
-                                    [](const Item& a, const Item& b) { return a.id < b.id; });
-  if (by_id) {
-    auto found = std::lower_bound(input.items.begin(), input.items.end(), item,
-                                  [](const Item& i, int32_t id) { return i.id < id; });
-    if (found != input.items.end() && found->id == item) it = &*found;
-  } else {
-    for (const Item& i : input.items) {
-      if (i.id == item) it = &i;
-    }
-  }
+  const Item* it = FindItem(input, item);
   if (!it) throw Error(ErrorCategory::kNotFound, "no planned item " + std::to_string(item));
   static const std::vector<Requirement> no_needs;
   static const std::vector<Receipt> no_receipts;
@@ -161,22 +174,7 @@ std::vector<Bucket> Buckets(const Input& input, const Result& result, int32_t it
   const auto& needs = g == result.gross.end() ? no_needs : g->second;
   const auto sc = result.scheduled.find(item);
   const auto& receipts = sc == result.scheduled.end() ? no_receipts : sc->second;
-  // The item's orders are neighbours: by low-level code, then item.
-  const auto level = result.low_level.find(item);
-  const int lev = level == result.low_level.end() ? 0 : level->second;
-  auto key = [&](const PlannedOrder& o) {
-    auto l = result.low_level.find(o.item);
-    return std::pair(l == result.low_level.end() ? 0 : l->second, o.item);
-  };
-  auto [first_order, last_order] = std::equal_range(
-      result.orders.begin(), result.orders.end(), std::pair(lev, item),
-      [&](const auto& a, const auto& b) {
-        if constexpr (std::is_same_v<std::decay_t<decltype(a)>, PlannedOrder>) {
-          return key(a) < b;
-        } else {
-          return a < key(b);
-        }
-      });
+  const auto [first_order, last_order] = OrdersOf(result, item);
   std::vector<Bucket> out;
   if (bounds.size() < 2) return out;
   const size_t count = bounds.size() - 1;
@@ -217,22 +215,99 @@ std::vector<Bucket> Buckets(const Input& input, const Result& result, int32_t it
   return out;
 }
 
+const Item* FindItem(const Input& input, int32_t id) {
+  auto found = std::lower_bound(input.items.begin(), input.items.end(), id,
+                                [](const Item& i, int32_t v) { return i.id < v; });
+  if (found != input.items.end() && found->id == id) return &*found;
+  // Items not in id order are looked through.
+  for (const Item& i : input.items) {
+    if (i.id == id) return &i;
+  }
+  return nullptr;
+}
+
 Result Plan(const Input& input) {
   Result result;
-  std::map<int32_t, const Item*> items;
-  for (const Item& item : input.items) items[item.id] = &item;
-  result.low_level = LowLevelCodes(items);
-  std::vector<const Item*> order;
-  for (const auto& [id, item] : items) order.push_back(item);
-  std::stable_sort(order.begin(), order.end(), [&](const Item* a, const Item* b) {
-    return result.low_level[a->id] < result.low_level[b->id];
+  const size_t n = input.items.size();
+  // Items by position; ids to positions.
+  std::unordered_map<int32_t, uint32_t> position;
+  position.reserve(n);
+  for (size_t k = 0; k < n; ++k) position[input.items[k].id] = uint32_t(k);
+  auto position_of = [&](int32_t id) {
+    auto it = position.find(id);
+    if (it == position.end()) {
+      ThrowInvalid("a bill names item " + std::to_string(id) + ", which is not planned");
+    }
+    return it->second;
+  };
+
+  // Low-level codes: the deepest level of each item below the top, by a
+  // walk that finds the items in an order where parents come first.
+  std::vector<std::vector<uint32_t>> children(n);
+  std::vector<uint32_t> parents_left(n, 0);
+  for (size_t k = 0; k < n; ++k) {
+    for (const Component& c : input.items[k].components) {
+      const uint32_t child = position_of(c.item);
+      children[k].push_back(child);
+      ++parents_left[child];
+    }
+  }
+  std::vector<int> level(n, 0);
+  std::vector<uint32_t> ready, topological;
+  topological.reserve(n);
+  for (uint32_t k = 0; k < n; ++k) {
+    if (parents_left[k] == 0) ready.push_back(k);
+  }
+  while (!ready.empty()) {
+    const uint32_t k = ready.back();
+    ready.pop_back();
+    topological.push_back(k);
+    for (uint32_t child : children[k]) {
+      level[child] = std::max(level[child], level[k] + 1);
+      if (--parents_left[child] == 0) ready.push_back(child);
+    }
+  }
+  if (topological.size() != n) {
+    for (uint32_t k = 0; k < n; ++k) {
+      if (parents_left[k] > 0) {
+        ThrowInvalid("the bills of item " + input.items[k].number + " lead back to it");
+      }
+    }
+  }
+  for (size_t k = 0; k < n; ++k) result.low_level.emplace_hint(result.low_level.end(), input.items[k].id, level[k]);
+  std::vector<uint32_t> order(n);
+  for (uint32_t k = 0; k < n; ++k) order[k] = k;
+  std::sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
+    return std::pair(level[a], input.items[a].id) < std::pair(level[b], input.items[b].id);
   });
 
-  std::map<int32_t, std::vector<Requirement>> dependent;
-  for (const Item* item : order) {
+  // The span lead times work in: every day named, well widened.
+  Day first = input.today, last = input.today;
+  for (const Item& item : input.items) {
+    for (const Requirement& r : item.demand) {
+      first = std::min(first, r.day);
+      last = std::max(last, r.day);
+    }
+    for (const Receipt& r : item.receipts) {
+      first = std::min(first, r.day);
+      last = std::max(last, r.day);
+    }
+  }
+  const WorkingDays working(input.calendar, first - 1500, last + 30);
+  const Day fence_base = input.today;
+
+  std::vector<std::vector<Requirement>> dependent(n);
+  std::vector<Supply> supply;
+  for (const uint32_t k : order) {
+    const Item* item = &input.items[k];
     const Parameters& p = item->parameters;
-    std::vector<Requirement> needs = item->demand;
-    for (const Requirement& r : dependent[item->id]) needs.push_back(r);
+    // Its own demand first, then its parents' orders: on one day they are
+    // covered in that order.
+    std::vector<Requirement> needs;
+    needs.reserve(item->demand.size() + dependent[k].size());
+    needs.insert(needs.end(), item->demand.begin(), item->demand.end());
+    needs.insert(needs.end(), dependent[k].begin(), dependent[k].end());
+    std::vector<Requirement>().swap(dependent[k]);
     std::stable_sort(needs.begin(), needs.end(),
                      [](const Requirement& a, const Requirement& b) { return a.day < b.day; });
     // Days of cover: the average need per day from today (or the first
@@ -241,22 +316,23 @@ Result Plan(const Input& input) {
     if (p.safety_days > 0 && !needs.empty()) {
       double total = 0;
       for (const Requirement& r : needs) total += r.qty;
-      const Day first = std::min(input.today, needs.front().day);
-      safety_stock += p.safety_days * total / (needs.back().day - first + 1);
+      const Day from = std::min(input.today, needs.front().day);
+      safety_stock += p.safety_days * total / (needs.back().day - from + 1);
     }
-    result.safety[item->id] = safety_stock;
+    if (safety_stock != 0) result.safety[item->id] = safety_stock;
     std::vector<Receipt> receipts = item->receipts;
     std::stable_sort(receipts.begin(), receipts.end(),
                      [](const Receipt& a, const Receipt& b) { return a.day < b.day; });
 
     // Each open receipt against the day it is first needed: the day the
     // needs outrun the stock above safety and the receipts before it.
-    std::vector<Supply> supply;
+    supply.clear();
     double available = item->on_hand - safety_stock;
     size_t next_need = 0;
     double needed_so_far = 0;
     for (const Receipt& receipt : receipts) {
-      while (next_need < needs.size() && needed_so_far + needs[next_need].qty <= available + kTolerance) {
+      while (next_need < needs.size() &&
+             needed_so_far + needs[next_need].qty <= available + kTolerance) {
         needed_so_far += needs[next_need].qty;
         ++next_need;
       }
@@ -276,11 +352,10 @@ Result Plan(const Input& input) {
       available += receipt.qty;
     }
 
-    result.gross[item->id] = needs;
     // Netting day by day; a shortage becomes planned orders due that day.
     double projected = item->on_hand;
     size_t next_supply = 0;
-    std::vector<size_t> planned_here;
+    const size_t first_order = result.orders.size();
     for (size_t i = 0; i < needs.size();) {
       const Day day = needs[i].day;
       while (next_supply < supply.size() && supply[next_supply].day <= day) {
@@ -290,91 +365,132 @@ Result Plan(const Input& input) {
       for (; i < needs.size() && needs[i].day == day; ++i) gross += needs[i].qty;
       projected -= gross;
       if (projected >= safety_stock - kTolerance) continue;
-      std::vector<Reason> reasons;
+      uint8_t rules = 0;
       double need = safety_stock - projected;
       const double uncovered = std::max(0.0, -projected);  // demand the stock does not cover
-      reasons.push_back({"net", uncovered, day});
-      if (need - uncovered > kTolerance) reasons.push_back({"safety", safety_stock, day});
+      if (need - uncovered > kTolerance) rules |= kSafetyRule;
       // The demand of the order period rides on this order.
       if (p.order_period > 0) {
         double ahead = 0;
-        size_t k = i;
-        for (; k < needs.size() && needs[k].day < day + p.order_period; ++k) ahead += needs[k].qty;
-        for (size_t s = next_supply; s < supply.size() && supply[s].day < day + p.order_period; ++s) {
-          ahead -= supply[s].qty;
+        for (size_t k2 = i; k2 < needs.size() && needs[k2].day < day + p.order_period; ++k2) {
+          ahead += needs[k2].qty;
+        }
+        for (size_t s2 = next_supply; s2 < supply.size() && supply[s2].day < day + p.order_period;
+             ++s2) {
+          ahead -= supply[s2].qty;
         }
         if (ahead > kTolerance) {
           need += ahead;
-          reasons.push_back({"period", static_cast<double>(p.order_period), day});
+          rules |= kPeriodRule;
         }
       }
-      double qty = ApplyLotRules(need, p, reasons);
+      double qty = ApplyLotRules(need, p, rules);
       // The maximum splits the order; it does not cap it.
-      std::vector<double> pieces;
-      if (p.max_qty > 0 && qty > p.max_qty + kTolerance) {
-        reasons.push_back({"maximum", p.max_qty, day});
-        for (double left = qty; left > kTolerance; left -= p.max_qty) {
-          pieces.push_back(std::min(left, p.max_qty));
-        }
-      } else {
-        pieces.push_back(qty);
-      }
-      for (double piece : pieces) {
+      const bool split = p.max_qty > 0 && qty > p.max_qty + kTolerance;
+      if (split) rules |= kMaximumRule;
+      for (double left = qty; left > kTolerance; left -= split ? p.max_qty : left) {
+        const double piece = split ? std::min(left, p.max_qty) : left;
         PlannedOrder o;
         o.item = item->id;
         o.qty = piece;
         o.due = day;
-        const int lead = p.lead_time + static_cast<int>(std::ceil(p.lead_time_per_unit * piece - kTolerance));
-        o.release = input.calendar.WorkingDaysBefore(day, lead);
-        o.reasons = reasons;
-        if (lead > 0) o.reasons.push_back({"lead", static_cast<double>(lead), o.release});
-        if (o.release < input.today) {
-          o.late = true;
-          o.reasons.push_back({"late", static_cast<double>(input.today - o.release), o.release});
-        }
-        if (p.firm_fence > 0 && o.due < input.calendar.WorkingDaysAfter(input.today, p.firm_fence)) {
-          o.reasons.push_back({"fence", static_cast<double>(p.firm_fence), o.due});
+        o.net = uncovered;
+        o.rules = rules;
+        o.lead = p.lead_time + static_cast<int>(std::ceil(p.lead_time_per_unit * piece - kTolerance));
+        o.release = working.Before(day, o.lead);
+        o.late = o.release < input.today;
+        if (p.firm_fence > 0 &&
+            o.due < input.calendar.WorkingDaysAfter(fence_base, p.firm_fence)) {
+          o.rules |= kFenceRule;
         }
         projected += piece;
-        planned_here.push_back(result.orders.size());
-        result.orders.push_back(std::move(o));
+        result.orders.push_back(o);
+        if (!split) break;
       }
     }
 
-    // Pegging: stock, receipts and then the planned orders cover the needs
-    // first come, first served; what an order covers is its pegs.
-    double free = item->on_hand;
-    for (const Supply& s : supply) free += s.qty;
-    std::vector<std::pair<const Requirement*, double>> open;
-    for (const Requirement& r : needs) {
-      const double taken = std::min(free, r.qty);
-      free -= taken;
-      if (r.qty - taken > kTolerance) open.push_back({&r, r.qty - taken});
-    }
-    size_t next_open = 0;
-    for (size_t index : planned_here) {
-      PlannedOrder& o = result.orders[index];
-      double left = o.qty;
-      while (left > kTolerance && next_open < open.size()) {
-        auto& [r, qty] = open[next_open];
-        const double taken = std::min(left, qty);
-        o.pegs.push_back({r->day, taken, r->source});
-        left -= taken;
-        qty -= taken;
-        if (qty <= kTolerance) ++next_open;
-      }
-      // What this item's order needs of its components, when it starts.
-      for (const Component& c : item->components) {
-        dependent[c.item].push_back({o.release, o.qty * c.qty_per,
-                                     "planned " + item->number + " due " + DateOf(o.due).ToDateString()});
+    // What this item's orders need of their components, when they start;
+    // each need names its order.
+    for (size_t index = first_order; index < result.orders.size(); ++index) {
+      const PlannedOrder& o = result.orders[index];
+      for (size_t c = 0; c < item->components.size(); ++c) {
+        dependent[children[k][c]].push_back(
+            {o.release, -static_cast<int32_t>(index) - 1, o.qty * item->components[c].qty_per});
       }
     }
+    result.gross.emplace(item->id, std::move(needs));
   }
   std::stable_sort(result.actions.begin(), result.actions.end(),
                    [](const ActionMessage& x, const ActionMessage& y) {
                      return std::tie(x.item, x.from) < std::tie(y.item, y.from);
                    });
   return result;
+}
+
+std::vector<Reason> Reasons(const Input& input, const Result& result, const PlannedOrder& o) {
+  const Item* item = FindItem(input, o.item);
+  if (!item) throw Error(ErrorCategory::kNotFound, "no planned item " + std::to_string(o.item));
+  const Parameters& p = item->parameters;
+  std::vector<Reason> out;
+  out.push_back({"net", o.net, o.due});
+  if (o.rules & kSafetyRule) {
+    const auto safety = result.safety.find(o.item);
+    out.push_back({"safety", safety == result.safety.end() ? 0 : safety->second, o.due});
+  }
+  if (o.rules & kPeriodRule) out.push_back({"period", double(p.order_period), o.due});
+  if (o.rules & kMinimumRule) out.push_back({"minimum", p.min_qty, 0});
+  if (o.rules & kMultipleRule) out.push_back({"multiple", p.multiple, 0});
+  if (o.rules & kMaximumRule) out.push_back({"maximum", p.max_qty, o.due});
+  if (o.lead > 0) out.push_back({"lead", double(o.lead), o.release});
+  if (o.late) out.push_back({"late", double(input.today - o.release), o.release});
+  if (o.rules & kFenceRule) out.push_back({"fence", double(p.firm_fence), o.due});
+  return out;
+}
+
+std::vector<std::vector<Requirement>> Pegs(const Input& input, const Result& result, int32_t id) {
+  const Item* item = FindItem(input, id);
+  if (!item) throw Error(ErrorCategory::kNotFound, "no planned item " + std::to_string(id));
+  double free = item->on_hand;
+  if (auto s = result.scheduled.find(id); s != result.scheduled.end()) {
+    for (const Receipt& r : s->second) free += r.qty;
+  }
+  std::vector<std::pair<const Requirement*, double>> open;
+  if (auto g = result.gross.find(id); g != result.gross.end()) {
+    for (const Requirement& r : g->second) {
+      const double taken = std::min(free, r.qty);
+      free -= taken;
+      if (r.qty - taken > kTolerance) open.push_back({&r, r.qty - taken});
+    }
+  }
+  std::vector<std::vector<Requirement>> out;
+  size_t next_open = 0;
+  const auto [first, last] = OrdersOf(result, id);
+  for (auto it = first; it != last; ++it) {
+    const PlannedOrder& o = *it;
+    std::vector<Requirement>& pegs = out.emplace_back();
+    double left = o.qty;
+    while (left > kTolerance && next_open < open.size()) {
+      auto& [r, qty] = open[next_open];
+      const double taken = std::min(left, qty);
+      pegs.push_back({r->day, r->source, taken});
+      left -= taken;
+      qty -= taken;
+      if (qty <= kTolerance) ++next_open;
+    }
+  }
+  return out;
+}
+
+std::string SourceText(const Input& input, const Result& result, const Requirement& need) {
+  if (need.source >= 0) {
+    return size_t(need.source) < input.sources.size() ? input.sources[size_t(need.source)] : "";
+  }
+  const size_t index = size_t(-(need.source + 1));
+  if (index >= result.orders.size()) return "";
+  const PlannedOrder& parent = result.orders[index];
+  const Item* item = FindItem(input, parent.item);
+  return "planned " + (item ? item->number : std::to_string(parent.item)) + " due " +
+         DateOf(parent.due).ToDateString();
 }
 
 std::vector<Change> Compare(const std::vector<PlannedOrder>& before,

@@ -12,6 +12,7 @@
 
 #include <array>
 #include <cstdint>
+#include <utility>
 #include <map>
 #include <set>
 #include <string>
@@ -49,11 +50,12 @@ struct Parameters {
   double safety_days = 0;              // safety stock as days of the average daily need, added
 };
 
-// One need of an item on a day: a demand line, or a parent's planned order.
+// One need of an item on a day: a demand line (its text in
+// Input::sources), or a parent's planned order.
 struct Requirement {
   Day day = 0;
+  int32_t source = 0;  // >= 0: Input::sources[source]; < 0: the planned order -source - 1
   double qty = 0;
-  std::string source;  // "SEORD000001/1", or the parent's planned order
 };
 
 // Open supply of an item: a purchase order line or production task.
@@ -84,19 +86,32 @@ struct Item {
 
 // A rule that shaped a planned order, as data: a code and its figures.
 struct Reason {
-  std::string code;  // "net", "safety", "minimum", "multiple", "maximum", "period", "lead", "late"
+  const char* code = "";  // "net", "safety", "minimum", "multiple", "maximum", "period", "lead", "late", "fence"
   double value = 0;
   Day day = 0;
   std::string text() const;
 };
 
+// The rules an order met beyond its net requirement and lead time.
+enum Rule : uint8_t {
+  kSafetyRule = 1,
+  kMinimumRule = 2,
+  kMultipleRule = 4,
+  kMaximumRule = 8,
+  kPeriodRule = 16,
+  kFenceRule = 32,
+};
+
+// A planned order, kept small (a factory plans hundreds of thousands):
+// its reasons and pegging are worked out when asked for (Reasons, Pegs).
 struct PlannedOrder {
   int32_t item = 0;
-  double qty = 0;
   Day due = 0, release = 0;
+  int32_t lead = 0;  // working days from release to due
+  double qty = 0;
+  double net = 0;     // the need on its due day the stock did not cover
+  uint8_t rules = 0;  // Rule bits
   bool late = false;  // its release day is before today
-  std::vector<Reason> reasons;
-  std::vector<Requirement> pegs;  // the needs it covers, with the quantities taken
 };
 
 struct ActionMessage {
@@ -109,6 +124,7 @@ struct ActionMessage {
 
 struct Input {
   std::vector<Item> items;
+  std::vector<std::string> sources;  // what Requirement::source names: "SEORD000001/2"
   Calendar calendar;
   Day today = 0;
 };
@@ -143,6 +159,19 @@ std::vector<Bucket> Buckets(const Input& input, const Result& result, int32_t it
 // Plans every item, parents before their components. Throws invalid input
 // for a bill that leads back to itself or a component that is no item.
 Result Plan(const Input& input);
+
+// The rules that shaped an order, in the order they applied: its net
+// requirement, safety stock, order period, minimum, multiple, maximum,
+// lead time, lateness and firm time fence.
+std::vector<Reason> Reasons(const Input& input, const Result& result, const PlannedOrder& order);
+// Pegging: stock, open supply and then the planned orders cover an item's
+// needs first come, first served; what an order covers are its pegs. By
+// order of the item, in result.orders' order.
+std::vector<std::vector<Requirement>> Pegs(const Input& input, const Result& result, int32_t item);
+// A need's origin as text: its demand line, or "planned A due 2026-12-08".
+std::string SourceText(const Input& input, const Result& result, const Requirement& need);
+// An item by id; nullptr when the plan has none.
+const Item* FindItem(const Input& input, int32_t item);
 
 // What changed in an item's planned orders from one run to the next. The
 // orders of an item are paired in due order, equal ones first; a pair that

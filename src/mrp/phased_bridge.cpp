@@ -46,8 +46,8 @@ Input FromErp(const mrp::Input& in, const BomIndex& boms, const Sources& sources
   for (const auto& e : in.task_entries) entries_of[e.inter_id].push_back(&e);
   for (const DemandLine& d : in.demand) {
     const Day day = DayOf(d.date);
-    const std::string source =
-        d.entry_id > 0 ? d.bill_no + "/" + std::to_string(d.entry_id) : d.bill_no;
+    const auto source = static_cast<int32_t>(out.sources.size());
+    out.sources.push_back(d.entry_id > 0 ? d.bill_no + "/" + std::to_string(d.entry_id) : d.bill_no);
     if (o.task.code != 0 && d.tran_type == o.task.code) {
       own_tasks.insert(d.inter_id);
       auto task = in.task_headers.find(d.inter_id);
@@ -62,11 +62,11 @@ Input FromErp(const mrp::Input& in, const BomIndex& boms, const Sources& sources
           }
           qty = *e->plan_qty / *task->second.qty * d.qty;
         }
-        if (const OptNum q = Dec(qty)) demand[e->item_id].push_back({day, *q, source});
+        if (const OptNum q = Dec(qty)) demand[e->item_id].push_back({day, source, *q});
       }
       continue;
     }
-    demand[d.item_id].push_back({day, d.qty, source});
+    demand[d.item_id].push_back({day, source, d.qty});
   }
 
   // Every item the demand reaches, with its components.

@@ -2,6 +2,9 @@
 #include "mrp/phased_rows.h"
 
 #include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <functional>
 #include <unordered_map>
 
 #include "record/error.h"
@@ -22,6 +25,22 @@ VectorPtr Rows(const KeyList& keys, std::vector<std::vector<Variant>> values) {
 
 std::string DateText(Day day) { return DateOf(day).ToDateString(); }
 
+// Rows made as they are written: `visit(i, cells)` gives row i's values.
+class LazyRows final : public RowSource {
+ public:
+  using Visitor = std::function<void(size_t, CellVisitor&)>;
+  LazyRows(const KeyList& keys, size_t size, Visitor visit)
+      : keys_(keys), size_(size), visit_(std::move(visit)) {}
+  size_t size() const override { return size_; }
+  const KeyList& keys() const override { return keys_; }
+  void Visit(size_t i, CellVisitor& cells) const override { visit_(i, cells); }
+
+ private:
+  KeyList keys_;
+  size_t size_;
+  Visitor visit_;
+};
+
 // Items by id, for their numbers and names.
 std::unordered_map<int32_t, const Item*> ById(const Input& input) {
   std::unordered_map<int32_t, const Item*> out;
@@ -38,57 +57,95 @@ std::string Joined(const std::vector<Reason>& reasons) {
 
 }  // namespace
 
-VectorPtr PlannedOrderRows(const Input& input, const Result& result, bool with_pegging) {
+VectorPtr PlannedOrderRows(const PlanPtr& plan, bool with_pegging) {
   static const KeyList keys =
       MakeKeyList({"FItemID", "FItemNumber", "FItemName", "FKind", "FSupplyID", "FQty", "FDue",
                    "FRelease", "FLate", "FReasons", "FPegging", "FUnitID"});
-  const auto items = ById(input);
-  std::vector<std::vector<Variant>> values;
-  values.reserve(result.orders.size());
-  for (const PlannedOrder& o : result.orders) {
-    const Item& item = *items.at(o.item);
-    std::string pegs;
-    for (const Requirement& p : with_pegging ? o.pegs : std::vector<Requirement>{}) {
-      pegs += (pegs.empty() ? "" : "; ") + p.source + " " + FormatDouble(p.qty);
-    }
-    values.push_back({o.item, item.number, item.name, item.made ? "production" : "purchase",
-                      item.supplier, o.qty, DateText(o.due), DateText(o.release),
-                      o.late ? 1 : 0, Joined(o.reasons), pegs, item.unit});
-  }
-  return Rows(keys, std::move(values));
+  // Rows are written in order: an item's pegging is worked out once, at
+  // its first order.
+  struct Cache {
+    int32_t item = -1;
+    size_t first = 0;  // the item's first order
+    std::vector<std::vector<Requirement>> pegs;
+  };
+  auto cache = std::make_shared<Cache>();
+  return Vector::Create(std::make_shared<LazyRows>(
+      keys, plan->result.orders.size(), [plan, with_pegging, cache](size_t i, CellVisitor& c) {
+        const Input& in = plan->input;
+        const Result& result = plan->result;
+        const PlannedOrder& o = result.orders[i];
+        const Item& item = *FindItem(in, o.item);
+        c.Long(o.item);
+        c.Text(item.number);
+        c.Text(item.name);
+        c.Text(item.made ? "production" : "purchase");
+        c.Long(item.supplier);
+        c.Double(o.qty);
+        c.Text(DateText(o.due));
+        c.Text(DateText(o.release));
+        c.Long(o.late ? 1 : 0);
+        c.Text(Joined(Reasons(in, result, o)));
+        std::string pegs;
+        if (with_pegging) {
+          if (cache->item != o.item || i < cache->first) {
+            cache->item = o.item;
+            cache->first = i;
+            while (cache->first > 0 && result.orders[cache->first - 1].item == o.item) --cache->first;
+            cache->pegs = Pegs(in, result, o.item);
+          }
+          for (const Requirement& p : cache->pegs.at(i - cache->first)) {
+            pegs += (pegs.empty() ? "" : "; ") + SourceText(in, result, p) + " " + FormatDouble(p.qty);
+          }
+        }
+        c.Text(pegs);
+        c.Long(item.unit);
+      }));
 }
 
-VectorPtr ItemRows(const Input& input, const Result& result,
-                   const std::map<int32_t, std::string>& supplier_numbers) {
+VectorPtr ItemRows(const PlanPtr& plan, std::map<int32_t, std::string> supplier_numbers) {
   static const KeyList keys = MakeKeyList(
       {"FItemID", "FItemNumber", "FItemName", "FKind", "FSupplyID", "FSupplyNumber", "FOnHand",
        "FSafety", "FOrders", "FQty", "FLate", "FShortage", "FBelowSafety", "FNoSupplier",
        "FActions"});
   struct Tally {
-    int orders = 0, late = 0, actions = 0;
+    int32_t orders = 0, late = 0, actions = 0;
     double qty = 0;
   };
-  std::unordered_map<int32_t, Tally> tally;
-  for (const PlannedOrder& o : result.orders) {
-    Tally& t = tally[o.item];
+  auto tally = std::make_shared<std::vector<Tally>>(plan->input.items.size());
+  std::unordered_map<int32_t, size_t> position;
+  for (size_t k = 0; k < plan->input.items.size(); ++k) position[plan->input.items[k].id] = k;
+  for (const PlannedOrder& o : plan->result.orders) {
+    Tally& t = (*tally)[position.at(o.item)];
     ++t.orders;
     t.late += o.late;
     t.qty += o.qty;
   }
-  for (const ActionMessage& a : result.actions) ++tally[a.item].actions;
-  std::vector<std::vector<Variant>> values;
-  for (const Item& i : input.items) {
-    const Tally& t = tally[i.id];
-    const auto safety_of = result.safety.find(i.id);
-    const double safety = safety_of == result.safety.end() ? 0 : safety_of->second;
-    const auto supplier = supplier_numbers.find(i.supplier);
-    values.push_back({i.id, i.number, i.name, i.made ? "production" : "purchase", i.supplier,
-                      supplier == supplier_numbers.end() ? "" : supplier->second, i.on_hand, safety,
-                      t.orders, t.qty, t.late, t.orders > 0 ? 1 : 0, i.on_hand < safety ? 1 : 0,
-                      !i.made && t.orders > 0 && supplier == supplier_numbers.end() ? 1 : 0,
-                      t.actions});
-  }
-  return Rows(keys, std::move(values));
+  for (const ActionMessage& a : plan->result.actions) ++(*tally)[position.at(a.item)].actions;
+  auto numbers = std::make_shared<std::map<int32_t, std::string>>(std::move(supplier_numbers));
+  return Vector::Create(std::make_shared<LazyRows>(
+      keys, plan->input.items.size(), [plan, tally, numbers](size_t k, CellVisitor& c) {
+        const Item& i = plan->input.items[k];
+        const Tally& t = (*tally)[k];
+        const auto safety_of = plan->result.safety.find(i.id);
+        const double safety = safety_of == plan->result.safety.end() ? 0 : safety_of->second;
+        const auto supplier = numbers->find(i.supplier);
+        const bool has_supplier = supplier != numbers->end();
+        c.Long(i.id);
+        c.Text(i.number);
+        c.Text(i.name);
+        c.Text(i.made ? "production" : "purchase");
+        c.Long(i.supplier);
+        c.Text(has_supplier ? supplier->second : "");
+        c.Double(i.on_hand);
+        c.Double(safety);
+        c.Long(t.orders);
+        c.Double(t.qty);
+        c.Long(t.late);
+        c.Long(t.orders > 0 ? 1 : 0);
+        c.Long(i.on_hand < safety ? 1 : 0);
+        c.Long(!i.made && t.orders > 0 && !has_supplier ? 1 : 0);
+        c.Long(t.actions);
+      }));
 }
 
 VectorPtr ActionRows(const Input& input, const Result& result) {
@@ -150,27 +207,54 @@ std::pair<Day, Day> Horizon(const Input& input, const Result& result) {
   return {from, to};
 }
 
-VectorPtr BucketRows(const Input& input, const Result& result, const std::string& size,
-                     int32_t item) {
+VectorPtr BucketRows(const PlanPtr& plan, const std::string& size, int32_t item) {
   static const KeyList keys =
       MakeKeyList({"FItemID", "FItemNumber", "FFrom", "FGross", "FScheduled", "FProjected", "FNet",
                    "FPlannedReceipts", "FPlannedReleases"});
-  const auto [from, to] = Horizon(input, result);
-  const std::vector<Day> bounds = BucketBounds(size, from, to);
-  std::vector<std::vector<Variant>> values;
-  bool found = item == 0;
-  for (const Item& i : input.items) {
-    if (item != 0 && i.id != item) continue;
-    found = true;
-    const bool active = result.gross.count(i.id) || result.scheduled.count(i.id) || i.on_hand != 0;
-    if (item == 0 && !active) continue;
-    for (const Bucket& b : Buckets(input, result, i.id, bounds)) {
-      values.push_back({i.id, i.number, DateText(b.from), b.gross, b.scheduled, b.projected, b.net,
-                        b.planned_receipts, b.planned_releases});
+  const Input& in = plan->input;
+  const Result& result = plan->result;
+  const auto [from, to] = Horizon(in, result);
+  auto bounds = std::make_shared<const std::vector<Day>>(BucketBounds(size, from, to));
+  // The items shown: one, or each with anything needed, scheduled or on hand.
+  auto shown = std::make_shared<std::vector<const Item*>>();
+  if (item != 0) {
+    const Item* one = FindItem(in, item);
+    if (!one) throw Error(ErrorCategory::kNotFound, "no planned item " + std::to_string(item));
+    shown->push_back(one);
+  } else {
+    for (const Item& i : in.items) {
+      const auto g = result.gross.find(i.id);
+      if ((g != result.gross.end() && !g->second.empty()) || result.scheduled.count(i.id) ||
+          i.on_hand != 0) {
+        shown->push_back(&i);
+      }
     }
   }
-  if (!found) throw Error(ErrorCategory::kNotFound, "no planned item " + std::to_string(item));
-  return Rows(keys, std::move(values));
+  const size_t per_item = bounds->size() - 1;
+  // Rows are written in order: each item's buckets are worked out once.
+  struct Cache {
+    size_t item = SIZE_MAX;
+    std::vector<Bucket> buckets;
+  };
+  auto cache = std::make_shared<Cache>();
+  return Vector::Create(std::make_shared<LazyRows>(
+      keys, shown->size() * per_item,
+      [plan, bounds, shown, per_item, cache](size_t row, CellVisitor& c) {
+        const size_t k = row / per_item;
+        const Item& i = *(*shown)[k];
+        if (cache->item != k) {
+          cache->item = k;
+          cache->buckets = Buckets(plan->input, plan->result, i.id, *bounds);
+        }
+        const Bucket& b = cache->buckets[row % per_item];
+        c.Long(i.id);
+        c.Text(i.number);
+        c.Text(DateText(b.from));
+        for (double v : {b.gross, b.scheduled, b.projected, b.net, b.planned_receipts,
+                         b.planned_releases}) {
+          c.Double(v);
+        }
+      }));
 }
 
 std::vector<repo::SavedOrder> OrdersToSave(const Input& input, const Result& result) {
@@ -179,7 +263,7 @@ std::vector<repo::SavedOrder> OrdersToSave(const Input& input, const Result& res
   out.reserve(result.orders.size());
   for (const PlannedOrder& o : result.orders) {
     out.push_back({o.item, items.at(o.item)->number, o.qty, o.due, o.release, o.late,
-                   Joined(o.reasons)});
+                   Joined(Reasons(input, result, o))});
   }
   return out;
 }

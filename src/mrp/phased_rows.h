@@ -4,6 +4,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,18 +14,21 @@
 
 namespace mrpcalc::mrp::phased {
 
+// A plan shared by the rows made from it: the large tables are rows made
+// when written, never held all at once.
+using PlanPtr = std::shared_ptr<const MrpDataInfo::PhasedPlan>;
+
 // Planned orders: FItemID, FItemNumber, FItemName, FKind ("purchase" or
 // "production"), FSupplyID, FQty, FDue, FRelease, FLate, FReasons (the
 // rules that shaped it, joined by "; ") and FPegging (the needs it covers:
 // "SO1/2 40; ...", unless left out) and FUnitID.
-VectorPtr PlannedOrderRows(const Input& input, const Result& result, bool with_pegging = true);
+VectorPtr PlannedOrderRows(const PlanPtr& plan, bool with_pegging = true);
 // One row per planned item with what a planner filters on: FItemID,
 // FItemNumber, FItemName, FKind, FSupplyID, FSupplyNumber, FOnHand,
 // FSafety, FOrders, FQty (planned), FLate (orders released late),
 // FShortage (anything to order), FBelowSafety (on hand under safety
 // stock), FNoSupplier (to buy, with no supplier), FActions (messages).
-VectorPtr ItemRows(const Input& input, const Result& result,
-                   const std::map<int32_t, std::string>& supplier_numbers);
+VectorPtr ItemRows(const PlanPtr& plan, std::map<int32_t, std::string> supplier_numbers);
 // Action messages: FKind, FItemID, FItemNumber, FReceipt, FDate (its day),
 // FNeeded (the day it is needed; none for a cancel), FQty.
 VectorPtr ActionRows(const Input& input, const Result& result);
@@ -37,8 +41,7 @@ std::pair<Day, Day> Horizon(const Input& input, const Result& result);
 // The record of each item with anything planned, needed or scheduled (or
 // only `item`, by id): FItemID, FItemNumber, FFrom, FGross, FScheduled,
 // FProjected, FNet, FPlannedReceipts, FPlannedReleases.
-VectorPtr BucketRows(const Input& input, const Result& result, const std::string& size,
-                     int32_t item = 0);
+VectorPtr BucketRows(const PlanPtr& plan, const std::string& size, int32_t item = 0);
 
 // The orders as a run keeps them.
 std::vector<repo::SavedOrder> OrdersToSave(const Input& input, const Result& result);
