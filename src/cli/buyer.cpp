@@ -174,10 +174,22 @@ void PrintRows(const VectorPtr& rows, const std::string& format, const std::vect
       for (size_t i = 0; i < first->size(); ++i) std::cout << (i ? "," : "") << first->key(i);
     }
     std::cout << "\n";
-    each_row([](const Dictionary& row) {
-      for (size_t i = 0; i < row.size(); ++i) std::cout << (i ? "," : "") << CsvField(row.value(i));
-      std::cout << "\n";
+    std::cout.flush();
+    // Lines gathered and written a block at a time.
+    std::string block;
+    each_row([&](const Dictionary& row) {
+      for (size_t i = 0; i < row.size(); ++i) {
+        if (i) block += ',';
+        block += CsvField(row.value(i));
+      }
+      block += '\n';
+      if (block.size() >= (64u << 10)) {
+        std::fwrite(block.data(), 1, block.size(), stdout);
+        block.clear();
+      }
     });
+    std::fwrite(block.data(), 1, block.size(), stdout);
+    std::fflush(stdout);
     return;
   }
   std::string line;

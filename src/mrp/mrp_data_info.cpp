@@ -384,16 +384,44 @@ MrpDataInfo::PhasedPlan MrpDataInfo::GetPhasedPlanFor(const std::string& dsn,
   request.single_level = false;  // the plan explodes every level
   const mrp::ReportArguments a = DemandOf(*this, dsn, request);
   PhasedPlan plan;
+  // What the plan reads beside the report's input depends on nothing the
+  // report loads: for a large demand a second session reads it meanwhile
+  // (every parameter row, which the demand then mostly reaches). Where
+  // that fails (our tables not made yet, say), this session reads it.
+  auto read_sources = [today](db::Connection& c, const std::vector<int32_t>& items) {
+    mrp::phased::Sources sources;
+    sources.parameters = repo::ReadPlanningParameters(c, items);
+    sources.calendar = repo::ReadCalendar(c);
+    sources.supply = repo::ReadOpenSupply(c);
+    sources.today = today;
+    return sources;
+  };
+  std::future<mrp::phased::Sources> side;
+  if (a.lines->Count() >= kLinesForSideReads) {
+    if (auto open_reader = context_->ReaderOpener()) {
+      side = std::async(std::launch::async, [open_reader, read_sources] {
+        db::ConnectionPtr reader = open_reader();
+        return read_sources(*reader, {});
+      });
+    }
+  }
   const std::function<void(db::Connection&, mrp::Input&, const mrp::BomIndex&)> phased =
       [&](db::Connection& c, mrp::Input& in, const mrp::BomIndex& boms) {
-        mrp::phased::Sources sources;
-        std::vector<int32_t> items;  // every item the bills name
-        for (const auto& [id, item] : in.items) items.push_back(id);
-        std::sort(items.begin(), items.end());
-        sources.parameters = repo::ReadPlanningParameters(c, items);
-        sources.calendar = repo::ReadCalendar(c);
-        sources.supply = repo::ReadOpenSupply(c);
-        sources.today = today;
+        std::optional<mrp::phased::Sources> read;
+        if (side.valid()) {
+          try {
+            read = side.get();
+          } catch (const std::exception&) {
+            read.reset();
+          }
+        }
+        if (!read) {
+          std::vector<int32_t> items;  // every item the bills name
+          for (const auto& [id, item] : in.items) items.push_back(id);
+          std::sort(items.begin(), items.end());
+          read = read_sources(c, items);
+        }
+        const mrp::phased::Sources& sources = *read;
         plan.input = mrp::phased::FromErp(in, boms, sources);
         // The report's input has served: its memory goes before the plan
         // takes its own (nothing reads the input or its index after).

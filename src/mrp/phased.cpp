@@ -294,9 +294,18 @@ Result Plan(const Input& input) {
     }
   }
   const WorkingDays working(input.calendar, first - 1500, last + 30);
-  const Day fence_base = input.today;
 
-  std::vector<std::vector<Requirement>> dependent(n);
+  std::vector<std::vector<Requirement>> dependent(n), gross(n);
+  std::vector<double> safety(n, 0.0);
+  // The end of each firm time fence, from today, worked out once per length.
+  std::vector<Day> fence_end;
+  auto fence = [&](int days) {
+    while (fence_end.size() <= size_t(days)) {
+      fence_end.push_back(fence_end.empty() ? input.today
+                                            : input.calendar.WorkingDaysAfter(fence_end.back(), 1));
+    }
+    return fence_end[size_t(days)];
+  };
   std::vector<Supply> supply;
   for (const uint32_t k : order) {
     const Item* item = &input.items[k];
@@ -319,7 +328,7 @@ Result Plan(const Input& input) {
       const Day from = std::min(input.today, needs.front().day);
       safety_stock += p.safety_days * total / (needs.back().day - from + 1);
     }
-    if (safety_stock != 0) result.safety[item->id] = safety_stock;
+    safety[k] = safety_stock;
     std::vector<Receipt> receipts = item->receipts;
     std::stable_sort(receipts.begin(), receipts.end(),
                      [](const Receipt& a, const Receipt& b) { return a.day < b.day; });
@@ -399,8 +408,7 @@ Result Plan(const Input& input) {
         o.lead = p.lead_time + static_cast<int>(std::ceil(p.lead_time_per_unit * piece - kTolerance));
         o.release = working.Before(day, o.lead);
         o.late = o.release < input.today;
-        if (p.firm_fence > 0 &&
-            o.due < input.calendar.WorkingDaysAfter(fence_base, p.firm_fence)) {
+        if (p.firm_fence > 0 && o.due < fence(p.firm_fence)) {
           o.rules |= kFenceRule;
         }
         projected += piece;
@@ -418,7 +426,12 @@ Result Plan(const Input& input) {
             {o.release, -static_cast<int32_t>(index) - 1, o.qty * item->components[c].qty_per});
       }
     }
-    result.gross.emplace(item->id, std::move(needs));
+    gross[k] = std::move(needs);
+  }
+  // Into the maps in the items' order (by id, as the bridge gives them).
+  for (size_t k = 0; k < n; ++k) {
+    result.gross.emplace_hint(result.gross.end(), input.items[k].id, std::move(gross[k]));
+    if (safety[k] != 0) result.safety.emplace_hint(result.safety.end(), input.items[k].id, safety[k]);
   }
   std::stable_sort(result.actions.begin(), result.actions.end(),
                    [](const ActionMessage& x, const ActionMessage& y) {

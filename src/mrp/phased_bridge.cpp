@@ -20,12 +20,19 @@ bool IsMadeClass(const mrp::Item* item) {
 // A bill's lines as quantities per unit of its product, added up per
 // component (two lines of one component are one need).
 void AddLines(const BomIndex& boms, int bom_type, const BomHeader& bill,
-              std::map<int32_t, double>& per_unit) {
+              std::vector<Component>& per_unit) {
   const int32_t position = boms.Position(bill.inter_id);
   if (position < 0) return;
   for (const auto& line : boms.LinesAt(position)) {
     const OptNum qty = LineQty(bom_type, 1.0, line, bill.qty, bill.inter_id);
-    if (qty) per_unit[line.item_id] += *qty;
+    if (!qty) continue;
+    auto same = std::find_if(per_unit.begin(), per_unit.end(),
+                             [&](const Component& c) { return c.item == line.item_id; });
+    if (same == per_unit.end()) {
+      per_unit.push_back({line.item_id, *qty});
+    } else {
+      same->qty_per += *qty;
+    }
   }
 }
 
@@ -40,7 +47,7 @@ Input FromErp(const mrp::Input& in, const BomIndex& boms, const Sources& sources
 
   // Independent demand: the lines, a task of the demand's kind as its
   // material plan prorated to the line.
-  std::map<int32_t, std::vector<Requirement>> demand;
+  std::unordered_map<int32_t, std::vector<Requirement>> demand;
   std::set<int32_t> own_tasks;
   std::unordered_map<int32_t, std::vector<const TaskEntry*>> entries_of;
   for (const auto& e : in.task_entries) entries_of[e.inter_id].push_back(&e);
@@ -70,12 +77,13 @@ Input FromErp(const mrp::Input& in, const BomIndex& boms, const Sources& sources
   }
 
   // Every item the demand reaches, with its components.
-  std::map<int32_t, Item> items;
+  std::unordered_map<int32_t, Item> items;
+  items.reserve(in.items.size());
   std::vector<int32_t> todo;
   auto reach = [&](int32_t id) {
-    if (items.count(id)) return;
-    Item& item = items[id];
-    item.id = id;
+    auto [it, added] = items.try_emplace(id);
+    if (!added) return;
+    it->second.id = id;
     todo.push_back(id);
   };
   for (const auto& [id, needs] : demand) reach(id);
@@ -83,7 +91,7 @@ Input FromErp(const mrp::Input& in, const BomIndex& boms, const Sources& sources
     const int32_t id = todo.back();
     todo.pop_back();
     const mrp::Item* master = boms.FindItem(id);
-    std::map<int32_t, double> per_unit;
+    std::vector<Component> per_unit;
     const auto& in_use = boms.InUse(id);
     if (demand.count(id) && !in_use.empty()) {
       for (const BomHeader* bill : in_use) AddLines(boms, o.bom_type, *bill, per_unit);
@@ -96,21 +104,25 @@ Input FromErp(const mrp::Input& in, const BomIndex& boms, const Sources& sources
     item.supplier = master && master->source ? *master->source : 0;
     item.unit = master && master->unit_id ? *master->unit_id : 0;
     item.made = !per_unit.empty();
-    for (const auto& [component, qty] : per_unit) {
-      item.components.push_back({component, qty});
-      reach(component);
-    }
+    std::sort(per_unit.begin(), per_unit.end(),
+              [](const Component& a, const Component& b) { return a.item < b.item; });
+    item.components = std::move(per_unit);
+    for (const Component& c : item.components) reach(c.item);
   }
 
   // Parameters: the item's row for its default supplier, else its row for
   // any supplier.
-  std::map<std::pair<int32_t, int32_t>, const PlanningParameters*> rows;
-  for (const PlanningParameters& p : sources.parameters) rows[{p.item, p.supplier}] = &p;
+  auto key = [](int32_t item, int32_t supplier) {
+    return (uint64_t(uint32_t(item)) << 32) | uint32_t(supplier);
+  };
+  std::unordered_map<uint64_t, const PlanningParameters*> rows;
+  rows.reserve(sources.parameters.size());
+  for (const PlanningParameters& p : sources.parameters) rows[key(p.item, p.supplier)] = &p;
   for (auto& [id, item] : items) {
     const PlanningParameters* row = nullptr;
-    if (auto it = rows.find({id, item.supplier}); item.supplier != 0 && it != rows.end()) {
+    if (auto it = rows.find(key(id, item.supplier)); item.supplier != 0 && it != rows.end()) {
       row = it->second;
-    } else if (auto any = rows.find({id, 0}); any != rows.end()) {
+    } else if (auto any = rows.find(key(id, 0)); any != rows.end()) {
       row = any->second;
     }
     Parameters& p = item.parameters;
@@ -155,8 +167,13 @@ Input FromErp(const mrp::Input& in, const BomIndex& boms, const Sources& sources
     item.receipts.push_back({s.id, day, s.qty});
   }
 
+  // In id order, as the plan and its readers look items up.
+  std::vector<int32_t> ids;
+  ids.reserve(items.size());
+  for (const auto& [id, item] : items) ids.push_back(id);
+  std::sort(ids.begin(), ids.end());
   out.items.reserve(items.size());
-  for (auto& [id, item] : items) out.items.push_back(std::move(item));
+  for (int32_t id : ids) out.items.push_back(std::move(items.at(id)));
   return out;
 }
 

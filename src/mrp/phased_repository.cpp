@@ -19,23 +19,6 @@ constexpr const char* kParameterColumns =
 double Number(const Variant& v) { return v.IsNull() ? 0 : v.ToDouble(); }
 int32_t Whole(const Variant& v) { return v.IsNull() ? 0 : v.ToLong(); }
 
-PlanningParameters ParametersOf(const Row& r) {
-  PlanningParameters p;
-  p.item = Whole(r[0]);
-  p.supplier = Whole(r[1]);
-  p.lead_time = Whole(r[2]);
-  p.production_lead_time = Whole(r[3]);
-  p.production_lead_per_unit = Number(r[4]);
-  p.safety_qty = Number(r[5]);
-  p.safety_days = Number(r[6]);
-  p.min_qty = Number(r[7]);
-  p.multiple = Number(r[8]);
-  p.max_qty = Number(r[9]);
-  p.order_period = Whole(r[10]);
-  p.firm_fence = Whole(r[11]);
-  return p;
-}
-
 Variant DateValue(phased::Day day) { return Variant(phased::DateOf(day)); }
 
 }  // namespace
@@ -43,10 +26,41 @@ Variant DateValue(phased::Day day) { return Variant(phased::DateOf(day)); }
 std::vector<PlanningParameters> ReadPlanningParameters(db::Connection& c,
                                                        const std::vector<int32_t>& items) {
   std::vector<PlanningParameters> out;
-  auto each = [&](Row& r) { out.push_back(ParametersOf(r)); };
+  // Read in place: a factory has a row for most of its items.
+  auto each = [&](const db::RowView& r) {
+    using Kind = db::RowView::Kind;
+    auto number = [&](int k) {
+      switch (r.kind(k)) {
+        case Kind::kNull:
+          return 0.0;
+        case Kind::kInteger:
+        case Kind::kFloat:
+          return r.number(k);
+        default:
+          return r.value(k).ToDouble();
+      }
+    };
+    auto whole = [&](int k) {
+      return r.kind(k) == Kind::kInteger ? int32_t(r.integer(k)) : int32_t(number(k));
+    };
+    PlanningParameters p;
+    p.item = whole(0);
+    p.supplier = whole(1);
+    p.lead_time = whole(2);
+    p.production_lead_time = whole(3);
+    p.production_lead_per_unit = number(4);
+    p.safety_qty = number(5);
+    p.safety_days = number(6);
+    p.min_qty = number(7);
+    p.multiple = number(8);
+    p.max_qty = number(9);
+    p.order_period = whole(10);
+    p.firm_fence = whole(11);
+    out.push_back(p);
+  };
   const std::string select = std::string("select ") + kParameterColumns + " from mrpcalc_PlanParam";
   if (items.empty()) {
-    c.QueryRows(select, {}, each);
+    c.QueryView(select, {}, each);
   } else {
     db::QueryIn(c, items, select + " where FItemID in (%IDS%)", each);
   }
