@@ -609,12 +609,18 @@ TEST_P(HttpPhased, PlansKeepsRunsAndExplainsEachOrder) {
   ASSERT_EQ(second->status, 200) << second->body;
   const Json plan = Json::parse(second->body);
   EXPECT_EQ(plan["run_id"].get<int>(), Json::parse(first->body)["run_id"].get<int>() + 1);
-  const Json items = Column(plan["orders"], "FItemNumber");
-  const size_t n = size_t(std::find(items.begin(), items.end(), "3.02") - items.begin());
-  ASSERT_LT(n, items.size());
-  EXPECT_EQ(Column(plan["orders"], "FQty")[n], 100);
-  EXPECT_EQ(Column(plan["orders"], "FLate")[n], 1);
+  const Json numbers = Column(plan["items"], "FItemNumber");
+  const size_t k = size_t(std::find(numbers.begin(), numbers.end(), "3.02") - numbers.begin());
+  ASSERT_LT(k, numbers.size());
+  const int32_t bolts = Column(plan["items"], "FItemID")[k];
+  EXPECT_EQ(Column(plan["items"], "FLate")[k], 2);  // both its orders are released late
   const std::string id = plan["plan_id"];
+  r = Send("GET", "/api/phased/" + id + "/orders?item=" + std::to_string(bolts));
+  ASSERT_EQ(r->status, 200) << r->body;
+  const Json orders = Json::parse(r->body);
+  EXPECT_EQ(Column(orders, "FQty")[0], 100);
+  EXPECT_EQ(Column(orders, "FLate")[0], 1);
+  const int n = Column(orders, "FOrder")[0];
   r = Send("GET", "/api/phased/" + id + "/order/" + std::to_string(n));
   ASSERT_EQ(r->status, 200) << r->body;
   const Json order = Json::parse(r->body);
@@ -622,7 +628,6 @@ TEST_P(HttpPhased, PlansKeepsRunsAndExplainsEachOrder) {
   EXPECT_EQ(order["reasons"][3], "7 days late");
   EXPECT_FALSE(order["pegs"]["rows"].empty());
 
-  const int32_t bolts = Column(plan["orders"], "FItemID")[n];
   r = Send("GET", "/api/phased/" + id + "/buckets?size=week&item=" + std::to_string(bolts));
   ASSERT_EQ(r->status, 200) << r->body;
   const Json weeks = Json::parse(r->body);
@@ -630,9 +635,18 @@ TEST_P(HttpPhased, PlansKeepsRunsAndExplainsEachOrder) {
   double releases = 0;
   for (const auto& q : Column(weeks, "FPlannedReleases")) releases += q.get<double>();
   double planned = 0;
-  const Json qty = Column(plan["orders"], "FQty"), ids = Column(plan["orders"], "FItemID");
-  for (size_t k = 0; k < qty.size(); ++k) planned += ids[k] == bolts ? qty[k].get<double>() : 0;
+  for (const auto& q : Column(orders, "FQty")) planned += q.get<double>();
   EXPECT_NEAR(releases, planned, 1e-9);
+  EXPECT_NEAR(Column(plan["items"], "FQty")[k].get<double>(), planned, 1e-9);
+  // Every planned purchase is in its supplier's line.
+  r = Send("GET", "/api/phased/" + id + "/orders?kind=purchase");
+  ASSERT_EQ(r->status, 200) << r->body;
+  double bought = 0, by_supplier = 0;
+  for (const auto& q : Column(Json::parse(r->body), "FQty")) bought += q.get<double>();
+  for (const auto& q : Column(plan["suppliers"], "FQty")) by_supplier += q.get<double>();
+  EXPECT_GT(bought, 0);
+  EXPECT_NEAR(bought, by_supplier, 1e-6);
+  EXPECT_EQ(Send("GET", "/api/phased/" + id + "/orders?kind=other")->status, 422);
 
   r = Send("GET", "/api/phased/diff?before=" + std::to_string(plan["run_id"].get<int>() - 1) +
                       "&after=" + std::to_string(plan["run_id"].get<int>()));

@@ -14,6 +14,7 @@ const TEXTS = {
     FProjected: '预计库存', FNet: '净需求', FPlannedReceipts: '计划收货', FPlannedReleases: '计划下达',
     FDue: '到期', FRelease: '下达', FLate: '延迟', FReasons: '原因', FKind: '类型', FOrders: '订单数',
     FOnHand: '现有库存', FSafety: '安全库存', FActions: '行动建议', FSource: '来源', FLines: '行数',
+    figure: '项目', orders: '张计划订单', purchase: '采购', production: '生产',
     filter: '筛选', warehouses: '仓库', net: '按库存冲减', showStock: '显示库存', form: '表单',
     formPlan: '计划 (毛需求)', formSuggest: '采购建议 (含供应商)', single: '只展开一层',
     runMrp: '运行', pegging: '需求来源', confirmLines: '确认并计价', checkCredit: '检查信用额度',
@@ -64,6 +65,7 @@ const TEXTS = {
     FPlannedReceipts: 'Planned receipts', FPlannedReleases: 'Planned releases', FDue: 'Due',
     FRelease: 'Release', FLate: 'Late', FReasons: 'Reasons', FKind: 'Kind', FOrders: 'Orders',
     FOnHand: 'On hand', FSafety: 'Safety', FActions: 'Actions', FSource: 'Source', FLines: 'Lines',
+    figure: 'Figure', orders: 'planned orders', purchase: 'purchase', production: 'production',
     signin: 'Sign in', filter: 'Filter', warehouses: 'Warehouses', net: 'Net against stock',
     showStock: 'Show stock', form: 'Form', formPlan: 'Planning (gross need)',
     formSuggest: 'Purchase suggestion (suppliers)', single: 'One level only', runMrp: 'Run',
@@ -284,7 +286,7 @@ function perSupplier(lines, supplierOf, valueOf) {
 // Ids, codes and states print as they are; quantities in the item's own
 // decimals (its FQtyDecimal) and prices with two, grouped by thousands as
 // the page's language groups them.
-const PLAIN = new Set(['FInterID', 'FEntryID', 'FItemID', 'FTranType', 'FSupplyID', 'FClosed',
+const PLAIN = new Set(['FOrders', 'FLate', 'FActions', 'FLines', 'FOrder', 'FInterID', 'FEntryID', 'FItemID', 'FTranType', 'FSupplyID', 'FClosed',
   'Succeed', 'FQtyDecimal', 'FPriceDecimal', 'FItemPropID', 'FAuxPropID', 'FUnitID']);
 const QUANTITIES = new Set(['FNeedQty', 'FCurrentQty', 'FSaveQty', 'FMovingQty', 'FUnStockQty',
   'FProducingQty', 'FProducQty', 'FMidStockQty', 'FSuggestQty', 'FQty', 'FAuxQty', 'FPushQty',
@@ -299,6 +301,7 @@ function fmt(v, key, row) {
   if (v === null || v === undefined) return '';
   if (key === 'FClosed' && [0, 1, 2].includes(v)) return t(`closed${v}`);  // a state, in words
   if ((key === 'kind' || key === 'FTranType') && [81, 85, 91].includes(v)) return t(`kind${v}`);  // a document kind
+  if (key === 'FKind' && (v === 'purchase' || v === 'production')) return t(v);
   if (key === 'FItemProp' && row) return t([1, 2, 3].includes(row.FItemPropID) ? `class${row.FItemPropID}` : 'classOther');
 
   if (typeof v === 'number') {
@@ -863,13 +866,14 @@ async function runPhased() {
   const answer = await api('POST', '/api/phased', body);
   state.phased = {
     id: answer.plan_id, today: answer.today, items: rowsOf(answer.items),
-    orders: rowsOf(answer.orders).map((o, n) => ({ ...o, n })), actions: rowsOf(answer.actions),
+    suppliers: rowsOf(answer.suppliers), actions: rowsOf(answer.actions),
   };
   state.phPage = 0;
   state.phItem = null;
   renderPhased();
   const run = answer.run_id ? t('phRun') + answer.run_id : '';
-  say('phased-msg', `${t('phDone')}${state.phased.orders.length} ${t('rows')}${run}`);
+  const orders = state.phased.items.reduce((n, i) => n + Number(i.FOrders), 0);
+  say('phased-msg', `${t('phDone')}${orders} ${t('orders')}${run}`);
 }
 
 function phasedItems() {
@@ -908,8 +912,9 @@ async function showPhasedItem(item) {
     return r;
   });
   table($('ph-buckets'), grid, ['figure', ...weeks.map((w) => w.FFrom.slice(5))]);
-  table($('ph-orders'), p.orders.filter((o) => o.FItemID === item), ['FQty', 'FDue', 'FRelease', 'FLate', 'FReasons'], {
-    focusable: true, index: (o) => o.n, rowClass: (o) => (Number(o.FLate) ? 'late' : ''),
+  const orders = rowsOf(await api('GET', `/api/phased/${p.id}/orders?item=${item}`));
+  table($('ph-orders'), orders, ['FQty', 'FDue', 'FRelease', 'FLate', 'FReasons'], {
+    focusable: true, index: (o) => o.FOrder, rowClass: (o) => (Number(o.FLate) ? 'late' : ''),
   });
   $('ph-reasons').innerHTML = '';
   $('ph-pegs').innerHTML = '';
@@ -922,35 +927,23 @@ async function showPhasedOrder(n) {
   table($('ph-pegs'), rowsOf(answer.pegs), ['FSource', 'FDate', 'FQty']);
 }
 
-// Planned purchases by the item's default supplier.
-function phasedPurchases() {
-  const p = state.phased;
-  if (!p) return [];
-  const items = new Map(p.items.map((i) => [i.FItemID, i]));
-  return p.orders.filter((o) => o.FKind === 'purchase').map((o) => ({ ...o, item: items.get(o.FItemID) }));
-}
-
 function renderPhasedSuppliers() {
-  const groups = new Map();
-  for (const o of phasedPurchases()) {
-    const code = o.item.FSupplyNumber || '—';
-    const g = groups.get(code) || { FSupplyNumber: code, FLines: 0, FQty: 0, FRelease: o.FRelease, FLate: 0 };
-    g.FLines += 1;
-    g.FQty += Number(o.FQty);
-    if (o.FRelease < g.FRelease) g.FRelease = o.FRelease;
-    g.FLate += Number(o.FLate);
-    groups.set(code, g);
-  }
-  table($('ph-suppliers'), [...groups.values()], ['FSupplyNumber', 'FLines', 'FQty', 'FRelease', 'FLate']);
+  const rows = (state.phased?.suppliers || []).map((g) => ({ ...g, FSupplyNumber: g.FSupplyNumber || '—' }));
+  table($('ph-suppliers'), rows, ['FSupplyNumber', 'FLines', 'FQty', 'FRelease', 'FLate']);
 }
 
 // The planned purchases saved through the plan stage, due on their due
 // days, each with its release day in the memo; the picked demand is the
 // plan's source.
 async function phasedToPlan() {
-  const buys = phasedPurchases().filter((o) => o.item.FSupplyNumber);
-  if (!buys.length) throw new Error(t('phNoPurchase'));
+  const p = state.phased;
+  if (!p) throw new Error(t('noneChosen'));
   if (!pickedDemand().length) throw new Error(t('noneChosen'));
+  const numbers = new Map(p.suppliers.map((g) => [g.FSupplyID, g.FSupplyNumber]));
+  const buys = rowsOf(await api('GET', `/api/phased/${p.id}/orders?kind=purchase`))
+    .map((o) => ({ ...o, item: { FSupplyNumber: numbers.get(o.FSupplyID) || '' } }))
+    .filter((o) => o.item.FSupplyNumber);
+  if (!buys.length) throw new Error(t('phNoPurchase'));
   const summary = perSupplier(buys, (o) => o.item.FSupplyNumber, (o) => Number(o.FQty));
   if (!ask(t('askPhPlan') + '\n' + summary)) return;
   const lines = buys.map((o) => ({

@@ -775,6 +775,11 @@ void Service::PhasedRoutes() {
       const std::string today_text = body.value("today", std::string());
       const phased::Day today = today_text.empty() ? phased::DayOf(Date::Now().StartOfDay())
                                                    : DayParam(today_text, "today");
+      {
+        // The last plan goes before the next is made.
+        std::lock_guard<std::mutex> lock(phased_->mutex);
+        phased_->by_user.erase(request_user);
+      }
       MrpDataInfo info(host);
       auto entry = std::make_shared<PhasedStore::Entry>();
       entry->plan = std::make_shared<const MrpDataInfo::PhasedPlan>(
@@ -811,8 +816,8 @@ void Service::PhasedRoutes() {
       w.String(phased::DateOf(today).ToDateString());
       w.Raw(",\"items\":");
       CompactRows(w, phased::ItemRows(entry->plan, numbers));
-      w.Raw(",\"orders\":");
-      CompactRows(w, phased::PlannedOrderRows(entry->plan, false));
+      w.Raw(",\"suppliers\":");
+      CompactRows(w, phased::SupplierRows(entry->plan, numbers));
       w.Raw(",\"actions\":");
       CompactRows(w, phased::ActionRows(in, result));
       w.Raw(",\"messages\":");
@@ -820,6 +825,8 @@ void Service::PhasedRoutes() {
       w.Raw("}");
       w.Flush();
       out.Send(res);
+      // What the plan was made from goes back to the system; the plan stays.
+      if (in.items.size() > kLargeReportRows) malloc_trim(0);
     });
   });
 
@@ -829,6 +836,15 @@ void Service::PhasedRoutes() {
             const auto entry = last_plan(req.matches[1].str());
             const std::string size = req.has_param("size") ? req.get_param_value("size") : "week";
             AnswerTable(res, phased::BucketRows(entry->plan, size, IntParam(req, "item")));
+          });
+        });
+
+  s.Get(R"(/api/phased/(\d+)/orders)",
+        [guarded, last_plan](const httplib::Request& req, httplib::Response& res) {
+          guarded(res, [&] {
+            const auto entry = last_plan(req.matches[1].str());
+            const int32_t item = req.has_param("item") ? IntParam(req, "item") : 0;
+            AnswerTable(res, phased::OrderRowsOf(entry->plan, item, req.get_param_value("kind")));
           });
         });
 

@@ -85,8 +85,10 @@ mrp::ReportRequest ReadReportRequest(const Json& body, int32_t caller);
 //
 // POST /api/phased takes the same body, with "today" (YYYY-MM-DD, default
 // the server's date) and "save" (keep the run), and answers {"plan_id",
-// "run_id" (null unless saved), "today", "items": T, "orders": T,
-// "actions": T, "messages"}; the service keeps each user's last plan for
+// "run_id" (null unless saved), "today", "items": T, "suppliers": T
+// (planned purchases per supplier), "actions": T, "messages"}; the service
+// keeps each user's last plan for GET /api/phased/{id}/orders?item=ID or
+// ?kind=purchase (the orders, each with its place FOrder),
 // GET /api/phased/{id}/buckets?item=ID&size=day|week|month and
 // GET /api/phased/{id}/order/{n} (its reasons and pegging). Saved runs:
 // GET /api/phased/runs and GET /api/phased/diff?before=RUN&after=RUN.

@@ -433,6 +433,25 @@ Result Plan(const Input& input) {
     result.gross.emplace_hint(result.gross.end(), input.items[k].id, std::move(gross[k]));
     if (safety[k] != 0) result.safety.emplace_hint(result.safety.end(), input.items[k].id, safety[k]);
   }
+  // The horizon: every need, receipt as planned, due and release day.
+  result.first_day = result.last_day = input.today;
+  auto widen = [&](Day d) {
+    result.first_day = std::min(result.first_day, d);
+    result.last_day = std::max(result.last_day, d);
+  };
+  for (const auto& [id, needs] : result.gross) {
+    if (!needs.empty()) {
+      widen(needs.front().day);
+      widen(needs.back().day);
+    }
+  }
+  for (const auto& [id, receipts] : result.scheduled) {
+    for (const Receipt& r : receipts) widen(r.day);
+  }
+  for (const PlannedOrder& o : result.orders) {
+    widen(o.due);
+    widen(o.release);
+  }
   std::stable_sort(result.actions.begin(), result.actions.end(),
                    [](const ActionMessage& x, const ActionMessage& y) {
                      return std::tie(x.item, x.from) < std::tie(y.item, y.from);

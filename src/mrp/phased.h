@@ -136,6 +136,7 @@ struct Result {
   std::map<int32_t, std::vector<Requirement>> gross;  // item -> every need, by day
   std::map<int32_t, std::vector<Receipt>> scheduled;  // item -> open supply, on the day planned
   std::map<int32_t, double> safety;  // item -> safety stock kept, days of cover worked out
+  Day first_day = 0, last_day = 0;   // the first and last day the plan touches, today among them
 };
 
 // The textbook record of one item over buckets of `days` days from

@@ -148,6 +148,60 @@ VectorPtr ItemRows(const PlanPtr& plan, std::map<int32_t, std::string> supplier_
       }));
 }
 
+VectorPtr OrderRowsOf(const PlanPtr& plan, int32_t item, const std::string& kind) {
+  static const KeyList keys =
+      MakeKeyList({"FOrder", "FItemID", "FItemNumber", "FItemName", "FKind", "FSupplyID", "FQty",
+                   "FDue", "FRelease", "FLate", "FReasons", "FUnitID"});
+  if (!kind.empty() && kind != "purchase" && kind != "production") {
+    ThrowInvalid("an order's kind is \"purchase\" or \"production\", not \"" + kind + "\"");
+  }
+  const Input& in = plan->input;
+  const Result& result = plan->result;
+  if (item != 0 && !FindItem(in, item)) {
+    throw Error(ErrorCategory::kNotFound, "no planned item " + std::to_string(item));
+  }
+  std::vector<std::vector<Variant>> values;
+  for (size_t n = 0; n < result.orders.size(); ++n) {
+    const PlannedOrder& o = result.orders[n];
+    if (item != 0 && o.item != item) continue;
+    const Item& i = *FindItem(in, o.item);
+    const char* made = i.made ? "production" : "purchase";
+    if (!kind.empty() && kind != made) continue;
+    values.push_back({int32_t(n), o.item, i.number, i.name, made, i.supplier, o.qty,
+                      DateText(o.due), DateText(o.release), o.late ? 1 : 0,
+                      Joined(Reasons(in, result, o)), i.unit});
+  }
+  return Rows(keys, std::move(values));
+}
+
+VectorPtr SupplierRows(const PlanPtr& plan, const std::map<int32_t, std::string>& supplier_numbers) {
+  static const KeyList keys =
+      MakeKeyList({"FSupplyID", "FSupplyNumber", "FLines", "FQty", "FRelease", "FLate"});
+  struct Group {
+    int32_t lines = 0, late = 0;
+    double qty = 0;
+    Day release = 0;
+  };
+  std::map<int32_t, Group> groups;
+  for (const PlannedOrder& o : plan->result.orders) {
+    const Item& i = *FindItem(plan->input, o.item);
+    if (i.made) continue;
+    const int32_t supplier = supplier_numbers.count(i.supplier) ? i.supplier : 0;
+    Group& g = groups[supplier];
+    g.release = g.lines == 0 ? o.release : std::min(g.release, o.release);
+    ++g.lines;
+    g.late += o.late;
+    g.qty += o.qty;
+  }
+  std::vector<std::vector<Variant>> values;
+  for (const auto& [supplier, g] : groups) {
+    const auto number = supplier_numbers.find(supplier);
+    values.push_back({supplier, number == supplier_numbers.end() ? "" : number->second, g.lines,
+                      g.qty, DateText(g.release), g.late});
+  }
+  return Rows(keys, std::move(values));
+}
+
 VectorPtr ActionRows(const Input& input, const Result& result) {
   static const KeyList keys = MakeKeyList(
       {"FKind", "FItemID", "FItemNumber", "FReceipt", "FDate", "FNeeded", "FQty"});
@@ -188,23 +242,8 @@ std::vector<Day> BucketBounds(const std::string& size, Day from, Day to) {
   ThrowInvalid("a bucket is \"day\", \"week\" or \"month\", not \"" + size + "\"");
 }
 
-std::pair<Day, Day> Horizon(const Input& input, const Result& result) {
-  Day from = input.today, to = input.today;
-  auto widen = [&](Day d) {
-    from = std::min(from, d);
-    to = std::max(to, d);
-  };
-  for (const auto& [item, needs] : result.gross) {
-    for (const Requirement& r : needs) widen(r.day);
-  }
-  for (const PlannedOrder& o : result.orders) {
-    widen(o.due);
-    widen(o.release);
-  }
-  for (const auto& [item, receipts] : result.scheduled) {
-    for (const Receipt& r : receipts) widen(r.day);
-  }
-  return {from, to};
+std::pair<Day, Day> Horizon(const Input&, const Result& result) {
+  return {result.first_day, result.last_day};
 }
 
 VectorPtr BucketRows(const PlanPtr& plan, const std::string& size, int32_t item) {

@@ -29,6 +29,13 @@ VectorPtr PlannedOrderRows(const PlanPtr& plan, bool with_pegging = true);
 // FShortage (anything to order), FBelowSafety (on hand under safety
 // stock), FNoSupplier (to buy, with no supplier), FActions (messages).
 VectorPtr ItemRows(const PlanPtr& plan, std::map<int32_t, std::string> supplier_numbers);
+// The planned orders of one item (0: every item), or of one kind
+// ("purchase", "production"; empty: both), with FOrder, each order's place
+// in the plan, first.
+VectorPtr OrderRowsOf(const PlanPtr& plan, int32_t item, const std::string& kind);
+// Planned purchases per supplier: FSupplyID, FSupplyNumber, FLines, FQty,
+// FRelease (the earliest), FLate (lines released late).
+VectorPtr SupplierRows(const PlanPtr& plan, const std::map<int32_t, std::string>& supplier_numbers);
 // Action messages: FKind, FItemID, FItemNumber, FReceipt, FDate (its day),
 // FNeeded (the day it is needed; none for a cancel), FQty.
 VectorPtr ActionRows(const Input& input, const Result& result);
