@@ -67,7 +67,9 @@ class Command : public ::testing::TestWithParam<std::string> {
     ASSERT_EQ(upgrade.status, 0) << upgrade.out;
     if (GetParam() == "erp") {
       EXPECT_EQ(upgrade.out.rfind("created mrpcalc_InteriorID, mrpcalc_BillNumber, mrpcalc_Lock, "
-                                  "mrpcalc_Token, mrpcalc_Request in ",
+                                  "mrpcalc_Token, mrpcalc_Request, mrpcalc_PlanParam, "
+                                  "mrpcalc_WorkWeek, mrpcalc_Holiday, mrpcalc_PhasedRun, "
+                                  "mrpcalc_PhasedOrder in ",
                                   0),
                 0u)
           << upgrade.out;
@@ -339,6 +341,72 @@ TEST_P(Command, PlanStageFromSaveToARefusedDeletion) {
   EXPECT_NE(r.out.find("该采购计划单已与采购订单"), std::string::npos) << r.out;
   r = Cli("plan close" + db + " --lines 1000-1");
   EXPECT_NE(r.status, 0);
+}
+
+// Time-phased planning through the commands: parameters and a holiday set,
+// two runs kept and compared, an item's weeks, a workbook, and refusals.
+TEST_P(Command, PhasedPlanRunsKeptAndCompared) {
+  const std::string db = " --dsn '" + dsn_ + "'";
+  const std::string as_of = " --today 2026-11-30";
+  Outcome r = Cli("phased" + db + as_of + " --save --format json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("saved as run 1"), std::string::npos) << r.out;
+  r = Cli("phased param set" + db + " --item 3.02 --min 100 --multiple 50 --lead-time 5");
+  ASSERT_EQ(r.status, 0) << r.out;
+  r = Cli("phased calendar" + db + " --holiday 2026-11-27");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("working weekdays: Mon Tue Wed Thu Fri"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("holidays: 2026-11-27"), std::string::npos) << r.out;
+  r = Cli("phased" + db + as_of + " --save --format csv");
+  ASSERT_EQ(r.status, 0) << r.out;
+  EXPECT_NE(r.out.find("raised to the minimum 100; lead time 5 working days; 7 days late"),
+            std::string::npos)
+      << r.out;
+  r = Cli("phased runs" + db + " --format json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  const Json runs = Json::parse(r.out);
+  ASSERT_EQ(runs.size(), 2u);
+  EXPECT_EQ(runs[0].at("FRunID"), 2);  // newest first
+  EXPECT_EQ(Json::parse(runs[0].at("FSettings").get<std::string>()).at("today"), "2026-11-30");
+  r = Cli("phased diff" + db + " 1 2 --format json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  const Json changes = Json::parse(r.out);
+  ASSERT_FALSE(changes.empty());
+  for (const auto& c : changes) EXPECT_EQ(c.at("FItemNumber"), "3.02") << c.dump();
+  r = Cli("phased diff" + db + " 2 2");
+  EXPECT_NE(r.out.find("no planned order changed"), std::string::npos) << r.out;
+  // The bolts' weeks: what is released adds up to what is planned.
+  r = Cli("phased" + db + as_of + " --bucket week --item 3.02 --format json");
+  ASSERT_EQ(r.status, 0) << r.out;
+  double releases = 0, receipts = 0;
+  for (const auto& w : Json::parse(r.out)) {
+    releases += w.at("FPlannedReleases").get<double>();
+    receipts += w.at("FPlannedReceipts").get<double>();
+  }
+  EXPECT_GT(releases, 400);
+  EXPECT_DOUBLE_EQ(releases, receipts);
+  const std::string book = (dir_ / "orders.xlsx").string();
+  r = Cli("phased" + db + as_of + " --format xlsx --out " + book);
+  ASSERT_EQ(r.status, 0) << r.out;
+  const auto sheet = ReadWorkbook(book);
+  ASSERT_GT(sheet.size(), 10u);
+  EXPECT_EQ(sheet[0][0], "FItemID");
+  r = Cli("phased param list" + db + " --item 3.02 --format json");
+  EXPECT_EQ(Json::parse(r.out)[0].at("FMinQty"), 100) << r.out;
+  EXPECT_EQ(Cli("phased param delete" + db + " --item 3.02").status, 0);
+  // Refusals: an unknown run, item or bucket, a bad day, a calendar without
+  // a working weekday; nothing changes.
+  EXPECT_NE(Cli("phased diff" + db + " 1 9").status, 0);
+  EXPECT_NE(Cli("phased param delete" + db + " --item 3.02").status, 0);
+  EXPECT_NE(Cli("phased param set" + db + " --item 3.02 --min -1").status, 0);
+  EXPECT_NE(Cli("phased" + db + " --today 2026-13-01").status, 0);
+  EXPECT_NE(Cli("phased" + db + as_of + " --bucket week --item nope").status, 0);
+  r = Cli("phased calendar" + db +
+          " --weekday 1=0 --weekday 2=0 --weekday 3=0 --weekday 4=0 --weekday 5=0");
+  EXPECT_NE(r.status, 0);
+  EXPECT_NE(r.out.find("at least one working weekday"), std::string::npos) << r.out;
+  EXPECT_NE(Cli("phased" + db + " --bucket fortnight").status, 0);
+  EXPECT_NE(Cli("phased calendar" + db).out.find("Mon Tue Wed Thu Fri"), std::string::npos);
 }
 
 // Inputs meant to crash the command line get a JSON error and exit 1:
