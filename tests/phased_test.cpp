@@ -8,6 +8,7 @@
 
 #include "expect_error.h"
 #include "mrp/phased.h"
+#include "mrp/phased_rows.h"
 
 namespace mrpcalc::mrp::phased {
 namespace {
@@ -268,6 +269,69 @@ TEST(Phased, PropertiesOnRandomFactories) {
       }
     }
   }
+}
+
+}  // namespace
+}  // namespace mrpcalc::mrp::phased
+
+namespace mrpcalc::mrp::phased {
+namespace {
+
+// Safety stock as days of cover, bucket bounds by week and month, and what
+// changed between two runs.
+TEST(Phased, DaysOfCoverBoundsAndChanges) {
+  Input in;
+  in.today = D(0);
+  in.sources = {"SO"};
+  Item x{1, "X", false, {}, 0, {}, {}, {}};
+  for (int d = 0; d < 10; ++d) x.demand.push_back({D(d), 0, 10});
+  x.parameters.safety_days = 2;  // 100 over ten days: 20
+  x.parameters.max_qty = 0;
+  in.items = {x};
+  const Result r = Plan(in);
+  EXPECT_DOUBLE_EQ(r.safety.at(1), 20);
+  ASSERT_FALSE(r.orders.empty());
+  EXPECT_DOUBLE_EQ(r.orders[0].qty, 30);  // the day's 10 and the 20 of cover
+  EXPECT_EQ(Reasons(in, r, r.orders[0])[1].text(), "safety stock 20");
+  double planned = 0;
+  for (const auto& o : r.orders) planned += o.qty;
+  EXPECT_DOUBLE_EQ(planned, 120);
+
+  // Weeks start on Monday; months on the first.
+  const Day wednesday = DayOf(Date::FromParts(2026, 12, 2));
+  const auto weeks = BucketBounds("week", wednesday, wednesday + 6);
+  ASSERT_EQ(weeks.size(), 3u);
+  EXPECT_EQ(DateOf(weeks[0]).ToDateString(), "2026-11-30");
+  EXPECT_EQ(DateOf(weeks[2]).ToDateString(), "2026-12-14");
+  const auto months = BucketBounds("month", DayOf(Date::FromParts(2026, 11, 15)),
+                                   DayOf(Date::FromParts(2027, 1, 3)));
+  std::vector<std::string> firsts;
+  for (Day d : months) firsts.push_back(DateOf(d).ToDateString());
+  EXPECT_EQ(firsts, (std::vector<std::string>{"2026-11-01", "2026-12-01", "2027-01-01", "2027-02-01"}));
+  const auto bucket_row = Buckets(in, r, 1, months);
+  double gross = 0;
+  for (const auto& b : bucket_row) gross += b.gross;
+  EXPECT_DOUBLE_EQ(gross, 100);
+  EXPECT_ERROR(BucketBounds("fortnight", 0, 1), ErrorCategory::kInvalidInput, "fortnight");
+
+  auto order = [](int32_t item, int due, double qty) {
+    PlannedOrder o;
+    o.item = item;
+    o.due = D(due);
+    o.qty = qty;
+    return o;
+  };
+  const std::vector<PlannedOrder> before = {order(1, 1, 10), order(1, 5, 10), order(2, 3, 5),
+                                            order(4, 2, 7)};
+  const std::vector<PlannedOrder> after = {order(1, 6, 10), order(1, 1, 10), order(2, 4, 8),
+                                           order(3, 2, 1)};
+  std::vector<std::string> seen;
+  for (const Change& c : Compare(before, after)) {
+    seen.push_back(std::to_string(c.item) + " " + c.kind);
+  }
+  EXPECT_EQ(seen, (std::vector<std::string>{"1 moved", "2 moved and resized", "3 added",
+                                            "4 removed"}));
+  EXPECT_TRUE(Compare(after, after).empty());
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ const TEXTS = {
     FProjected: '预计库存', FNet: '净需求', FPlannedReceipts: '计划收货', FPlannedReleases: '计划下达',
     FDue: '到期', FRelease: '下达', FLate: '延迟', FReasons: '原因', FKind: '类型', FOrders: '订单数',
     FOnHand: '现有库存', FSafety: '安全库存', FActions: '行动建议', FSource: '来源', FLines: '行数',
-    figure: '项目', orders: '张计划订单', purchase: '采购', production: '生产',
+    figure: '项目', orders: '张计划订单', runAgain: '如需重新计划，请再次运行分时段计划。', purchase: '采购', production: '生产',
     filter: '筛选', warehouses: '仓库', net: '按库存冲减', showStock: '显示库存', form: '表单',
     formPlan: '计划 (毛需求)', formSuggest: '采购建议 (含供应商)', single: '只展开一层',
     runMrp: '运行', pegging: '需求来源', confirmLines: '确认并计价', checkCredit: '检查信用额度',
@@ -65,7 +65,7 @@ const TEXTS = {
     FPlannedReceipts: 'Planned receipts', FPlannedReleases: 'Planned releases', FDue: 'Due',
     FRelease: 'Release', FLate: 'Late', FReasons: 'Reasons', FKind: 'Kind', FOrders: 'Orders',
     FOnHand: 'On hand', FSafety: 'Safety', FActions: 'Actions', FSource: 'Source', FLines: 'Lines',
-    figure: 'Figure', orders: 'planned orders', purchase: 'purchase', production: 'production',
+    figure: 'Figure', orders: 'planned orders', runAgain: 'Run the time-phased plan again to plan anew.', purchase: 'purchase', production: 'production',
     signin: 'Sign in', filter: 'Filter', warehouses: 'Warehouses', net: 'Net against stock',
     showStock: 'Show stock', form: 'Form', formPlan: 'Planning (gross need)',
     formSuggest: 'Purchase suggestion (suppliers)', single: 'One level only', runMrp: 'Run',
@@ -260,6 +260,10 @@ function updateActions() {
   setAction('plan-close', none || (ticked.some((l) => l.FClosed === 0) ? '' : t('noOpenLine')));
   setAction('plan-reopen', none || (ticked.some((l) => l.FClosed === 2) ? '' : t('noClosedByHand')));
   setAction('plan-delete', none);
+  const p = state.phased;
+  setAction('ph-plan', !p ? t('noneChosen') :
+    p.planned ? `${t('alreadyPlanned')}${p.planned} ${t('runAgain')}` :
+      (p.suppliers.some((g) => g.FSupplyNumber) ? '' : t('phNoPurchase')));
 }
 
 // Asks before a write that buys or destroys; false when the planner says no.
@@ -871,6 +875,7 @@ async function runPhased() {
   state.phPage = 0;
   state.phItem = null;
   renderPhased();
+  updateActions();
   const run = answer.run_id ? t('phRun') + answer.run_id : '';
   const orders = state.phased.items.reduce((n, i) => n + Number(i.FOrders), 0);
   say('phased-msg', `${t('phDone')}${orders} ${t('orders')}${run}`);
@@ -939,6 +944,8 @@ async function phasedToPlan() {
   const p = state.phased;
   if (!p) throw new Error(t('noneChosen'));
   if (!pickedDemand().length) throw new Error(t('noneChosen'));
+  // A plan's purchases are planned once: a new run plans anew.
+  if (p.planned) throw new Error(`${t('alreadyPlanned')}${p.planned} ${t('runAgain')}`);
   const numbers = new Map(p.suppliers.map((g) => [g.FSupplyID, g.FSupplyNumber]));
   const buys = rowsOf(await api('GET', `/api/phased/${p.id}/orders?kind=purchase`))
     .map((o) => ({ ...o, item: { FSupplyNumber: numbers.get(o.FSupplyID) || '' } }))
@@ -955,6 +962,8 @@ async function phasedToPlan() {
     Ftrantype: d.Ftrantype, FBillNo: d.FBillNo, FInterID: d.FInterID, FEntryID: d.FEntryID, FQty: d.FQty,
   }));
   const answer = await write('PurchasePlanUpdate', 'UpdatePurchasePlan', [sources, lines, state.me.user]);
+  p.planned = answer.result;
+  updateActions();
   state.demand = [];
   say('phased-msg', t('planSaved') + answer.result);
 }

@@ -309,6 +309,15 @@ try {
   expect('its pegging goes back to the picked line', sources.length > 0 &&
     sources.every((p) => p === 'SEORD000001/2' || p.startsWith('planned ')), sources.join(' | '));
   await shot('time-phased');
+  // Its planned purchases with a supplier become a purchase plan, asked first.
+  const asked = questions.length;
+  await page.click('#ph-plan');
+  await waitText('#phased-msg', 'Purchase plan saved');
+  expect('the planned purchases became a plan, asked first', questions.length === asked + 1 &&
+    questions[asked].includes('S003'), questions.slice(asked).join(' | '));
+  const again = await page.$eval('#ph-plan', (b) => [b.disabled, b.title]);
+  expect('the same purchases are not planned twice: the button says why', again[0] &&
+    again[1].includes('Run the time-phased plan again'), again.join(' / '));
 
   // A revoked token signs the page out, in the page's language.
   execFileSync(binary, ['token', 'revoke', '--dsn', dsn, '--token', token], { stdio: 'ignore' });
