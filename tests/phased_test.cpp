@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <random>
 
 #include "expect_error.h"
+#include "record/json.h"
+#include "record/text.h"
 #include "mrp/phased.h"
 #include "mrp/phased_rows.h"
 
@@ -17,26 +20,75 @@ namespace {
 // holiday.
 Day D(int offset) { return DayOf(Date::FromParts(2026, 11, 30)) + offset; }
 
-// Three levels: A is made of 2 B and 1 C, B of 3 C. A: 10 on hand, two
-// working days to make. B: 15 on hand, safety stock 5, made in fifties,
-// one working day; a task of 30 due today. C: 40 on hand, bought at 100 at
-// least, three working days; an order of 160 due in ten days. D: an order
-// of 25 and no need of it.
+// The textbook example, worked out by hand, pinned in
+// tests/scenarios/phased_textbook.json: its input and the plan expected.
+Json Scenario() {
+  std::ifstream file(std::string(MRPCALC_TEST_DATA_DIR) + "/scenarios/phased_textbook.json");
+  return Json::parse(file);
+}
+
+Day DayText(const Json& text) { return DayOf(*Date::Parse(text.get<std::string>())); }
+
 Input Textbook() {
+  const Json s = Scenario();
   Input in;
-  in.today = D(0);
-  in.calendar.holidays = {D(3)};
-  in.sources = {"SO-1/1", "SO-2/1", "SO-3/1"};
-  Item a{1, "A", true, {}, 10, {}, {{D(1), 0, 15}, {D(8), 1, 20}}, {{2, 2}, {3, 1}}};
-  a.parameters.lead_time = 2;
-  Item b{2, "B", true, {}, 15, {{"MO-1", D(0), 30}}, {}, {{3, 3}}};
-  b.parameters = {1, 0, 5, 0, 50, 0, 0, 0};
-  Item c{3, "C", false, {}, 40, {{"PO-1", D(10), 160}}, {{D(9), 2, 60}}, {}};
-  c.parameters.lead_time = 3;
-  c.parameters.min_qty = 100;
-  Item d{4, "D", false, {}, 0, {{"PO-3", D(5), 25}}, {}, {}};
-  in.items = {a, b, c, d};
+  in.today = DayText(s["today"]);
+  for (size_t d = 0; d < 7; ++d) in.calendar.working[d] = s["working"][d];
+  for (const auto& h : s["holidays"]) in.calendar.holidays.insert(DayText(h));
+  in.sources = s["sources"].get<std::vector<std::string>>();
+  for (const auto& j : s["items"]) {
+    Item item;
+    item.id = j["id"];
+    item.number = j["number"];
+    item.made = j["made"];
+    item.on_hand = j["on_hand"];
+    Parameters& p = item.parameters;
+    p.lead_time = j.value("lead_time", 0);
+    p.safety_stock = j.value("safety_stock", 0.0);
+    p.min_qty = j.value("min_qty", 0.0);
+    p.multiple = j.value("multiple", 0.0);
+    for (const auto& d : j.value("demand", Json::array()))
+      item.demand.push_back({DayText(d["day"]), d["source"], d["qty"]});
+    for (const auto& r : j.value("receipts", Json::array()))
+      item.receipts.push_back({r["id"], DayText(r["day"]), r["qty"]});
+    for (const auto& c : j.value("components", Json::array()))
+      item.components.push_back({c["item"], c["qty_per"]});
+    in.items.push_back(std::move(item));
+  }
   return in;
+}
+
+// The whole plan of the example as the scenario expects it: every order
+// with its reasons and pegging, every action message.
+TEST(Phased, TheTextbookScenarioFile) {
+  const Input in = Textbook();
+  const Result r = Plan(in);
+  const Json want = Scenario()["expect"];
+  Json orders = Json::array();
+  for (size_t k = 0; k < r.orders.size(); ++k) {
+    const PlannedOrder& o = r.orders[k];
+    Json reasons = Json::array(), pegs = Json::array();
+    for (const Reason& x : Reasons(in, r, o)) reasons.push_back(x.text());
+    size_t first = k;
+    while (first > 0 && r.orders[first - 1].item == o.item) --first;
+    const auto item_pegs = Pegs(in, r, o.item);
+    for (const Requirement& p : item_pegs.at(k - first))
+      pegs.push_back(SourceText(in, r, p) + " " + FormatDouble(p.qty));
+    orders.push_back({{"item", FindItem(in, o.item)->number}, {"qty", o.qty},
+                      {"due", DateOf(o.due).ToDateString()},
+                      {"release", DateOf(o.release).ToDateString()}, {"late", o.late},
+                      {"reasons", reasons}, {"pegs", pegs}});
+  }
+  EXPECT_EQ(orders, want["orders"]) << orders.dump(1);
+  Json actions = Json::array();
+  for (const ActionMessage& a : r.actions) {
+    Json one = {{"kind", a.kind}, {"item", FindItem(in, a.item)->number}, {"receipt", a.receipt},
+                {"from", DateOf(a.from).ToDateString()}};
+    if (a.kind != "cancel") one["to"] = DateOf(a.to).ToDateString();
+    one["qty"] = a.qty;
+    actions.push_back(one);
+  }
+  EXPECT_EQ(actions, want["actions"]) << actions.dump(1);
 }
 
 std::vector<std::string> Codes(const Input& in, const Result& r, const PlannedOrder& o) {
