@@ -14,6 +14,13 @@ const TEXTS = {
     FProjected: '预计库存', FNet: '净需求', FPlannedReceipts: '计划收货', FPlannedReleases: '计划下达',
     FDue: '到期', FRelease: '下达', FLate: '延迟', FReasons: '原因', FKind: '类型', FOrders: '订单数',
     FOnHand: '现有库存', FSafety: '安全库存', FActions: '行动建议', FSource: '来源', FLines: '行数',
+    calendar: '工作日历', holiday: '假日', addHoliday: '设为假日', removeHoliday: '设为工作日',
+    saveWeek: '保存工作日', saveParams: '保存计划参数', pLead: '采购提前期 (工作日)',
+    pMake: '生产提前期 (工作日)', pPerUnit: '每件生产天数', pSafety: '安全库存', pSafetyDays: '安全库存天数',
+    pMin: '最小订购量', pMultiple: '订购倍数', pMax: '最大订购量 (拆分)', pPeriod: '合并天数',
+    pFence: '冻结期 (工作日)', paramsSaved: '已保存计划参数, 重新运行后生效: ', calendarSaved: '已保存工作日历',
+    weekdays: ['一', '二', '三', '四', '五', '六', '日'], holidays: '假日: ', noHolidays: '无假日',
+    chooseDay: '请先选择日期。',
     figure: '项目', orders: '张计划订单', runAgain: '如需重新计划，请再次运行分时段计划。', purchase: '采购', production: '生产',
     filter: '筛选', warehouses: '仓库', net: '按库存冲减', showStock: '显示库存', form: '表单',
     formPlan: '计划 (毛需求)', formSuggest: '采购建议 (含供应商)', single: '只展开一层',
@@ -65,6 +72,15 @@ const TEXTS = {
     FPlannedReceipts: 'Planned receipts', FPlannedReleases: 'Planned releases', FDue: 'Due',
     FRelease: 'Release', FLate: 'Late', FReasons: 'Reasons', FKind: 'Kind', FOrders: 'Orders',
     FOnHand: 'On hand', FSafety: 'Safety', FActions: 'Actions', FSource: 'Source', FLines: 'Lines',
+    calendar: 'Working calendar', holiday: 'Holiday', addHoliday: 'Make it a holiday',
+    removeHoliday: 'Make it a working day', saveWeek: 'Save the working week',
+    saveParams: 'Save the planning parameters', pLead: 'Purchase lead time (working days)',
+    pMake: 'Production lead time (working days)', pPerUnit: 'Working days per unit made',
+    pSafety: 'Safety stock', pSafetyDays: 'Safety stock in days of need', pMin: 'Minimum order',
+    pMultiple: 'Order multiple', pMax: 'Maximum order (splits)', pPeriod: 'Days grouped into one order',
+    pFence: 'Firm time fence (working days)', paramsSaved: 'Planning parameters saved; run again to use them: ',
+    calendarSaved: 'Working calendar saved', weekdays: ['Mon', 'Tue', 'Wed', 'Thu', 'Fri', 'Sat', 'Sun'],
+    holidays: 'Holidays: ', noHolidays: 'no holidays', chooseDay: 'Choose a day first.',
     figure: 'Figure', orders: 'planned orders', runAgain: 'Run the time-phased plan again to plan anew.', purchase: 'purchase', production: 'production',
     signin: 'Sign in', filter: 'Filter', warehouses: 'Warehouses', net: 'Net against stock',
     showStock: 'Show stock', form: 'Form', formPlan: 'Planning (gross need)',
@@ -374,6 +390,7 @@ function applyLanguage() {
   if (state.priced.length) renderPriced();
   if (state.planLines.length) renderPlans();
   renderPhased();
+  if (state.calendar) renderCalendar(state.calendar);
 }
 
 function show(step) {
@@ -387,6 +404,7 @@ function show(step) {
   if (step === 'pick' && state.me && !state.demand.length) guarded('pick-msg', loadDemand)();
   if (step === 'confirm') renderToBuy();
   if (step === 'scope' && state.me) guarded('scope-msg', loadScope)();
+  if (step === 'phased' && state.me) guarded('phased-msg', loadCalendar)();
 }
 
 // 1. Sign in.
@@ -908,6 +926,7 @@ async function showPhasedItem(item) {
   state.phItem = item;
   const row = p.items.find((i) => i.FItemID === item);
   $('ph-item-title').textContent = row ? `${row.FItemNumber} ${row.FItemName}` : '';
+  if (row) await showParams(row.FItemNumber);
   const weeks = rowsOf(await api('GET', `/api/phased/${p.id}/buckets?size=week&item=${item}`));
   // A week's columns across, as planners read the record.
   const figures = ['FGross', 'FScheduled', 'FProjected', 'FNet', 'FPlannedReceipts', 'FPlannedReleases'];
@@ -930,6 +949,58 @@ async function showPhasedOrder(n) {
   const answer = await api('GET', `/api/phased/${state.phased.id}/order/${n}`);
   $('ph-reasons').innerHTML = answer.reasons.map((r) => `<li>${escapeHtml(r)}</li>`).join('');
   table($('ph-pegs'), rowsOf(answer.pegs), ['FSource', 'FDate', 'FQty']);
+}
+
+// An item's planning parameters, shown with its record and saved whole
+// (a figure left empty is 0, which changes nothing).
+const PARAM_LABELS = {
+  lead_time: 'pLead', make_time: 'pMake', make_time_per_unit: 'pPerUnit', safety: 'pSafety',
+  safety_days: 'pSafetyDays', min: 'pMin', multiple: 'pMultiple', max: 'pMax', period: 'pPeriod', fence: 'pFence',
+};
+const PARAM_FIELDS = Object.keys(PARAM_LABELS);
+
+async function showParams(number) {
+  const rows = await api('GET', `/api/phased/params?item=${encodeURIComponent(number)}`);
+  const own = rows.find((r) => r.supplier === 0) || {};
+  const form = $('ph-params');
+  PARAM_FIELDS.forEach((f) => { form.elements[f].value = own[f] ?? 0; });
+  form.dataset.item = number;
+  form.hidden = false;
+}
+
+async function saveParams() {
+  const form = $('ph-params');
+  const body = { item: form.dataset.item };
+  for (const f of PARAM_FIELDS) {
+    const v = form.elements[f].value === '' ? 0 : Number(form.elements[f].value);
+    if (!(v >= 0)) throw new Error(`${t(PARAM_LABELS[f])} ≥ 0`);
+    body[f] = v;
+  }
+  await api('PUT', '/api/phased/params', body);
+  say('phased-msg', t('paramsSaved') + form.dataset.item);
+}
+
+// The working calendar: weekdays ticked are worked; holidays by day.
+async function loadCalendar() {
+  renderCalendar(await api('GET', '/api/phased/calendar'));
+}
+
+function renderCalendar(calendar) {
+  state.calendar = calendar;
+  $('ph-weekdays').innerHTML = t('weekdays').map((d, i) =>
+    `<label><input type="checkbox" class="weekday" data-i="${i}" ${calendar.working[i] ? 'checked' : ''}> ${d}</label>`).join(' ');
+  $('ph-holidays').textContent = calendar.holidays.length ? t('holidays') + calendar.holidays.join(', ') : t('noHolidays');
+}
+
+async function changeCalendar(body) {
+  renderCalendar(await api('PUT', '/api/phased/calendar', body));
+  say('phased-msg', t('calendarSaved'));
+}
+
+function holidayChosen() {
+  const day = $('ph-holiday').value;
+  if (!day) throw new Error(t('chooseDay'));
+  return day;
 }
 
 function renderPhasedSuppliers() {
@@ -1135,6 +1206,12 @@ function wire() {
     if (tr) guarded('phased-msg', () => showPhasedOrder(Number(tr.dataset.i)))();
   };
   $('ph-plan').onclick = guarded('phased-msg', phasedToPlan);
+  $('ph-params-save').onclick = guarded('phased-msg', saveParams);
+  $('ph-week-save').onclick = guarded('phased-msg', () => changeCalendar({
+    working: [...document.querySelectorAll('#ph-weekdays input.weekday')].map((b) => b.checked),
+  }));
+  $('ph-holiday-add').onclick = guarded('phased-msg', () => changeCalendar({ add: [holidayChosen()] }));
+  $('ph-holiday-remove').onclick = guarded('phased-msg', () => changeCalendar({ remove: [holidayChosen()] }));
   $('report-filter').oninput = () => { state.page = 0; renderReport(); };
   $('act-only').onchange = () => { state.page = 0; renderReport(); };
   $('class-filter').onchange = () => { state.page = 0; renderReport(); };

@@ -308,6 +308,25 @@ try {
   const sources = await page.$$eval('#ph-pegs tbody tr', (rows) => rows.map((r) => r.children[0].textContent));
   expect('its pegging goes back to the picked line', sources.length > 0 &&
     sources.every((p) => p === 'SEORD000001/2' || p.startsWith('planned ')), sources.join(' | '));
+  // The item's parameters and a holiday, set in the page, shape the next run.
+  await page.waitForFunction(() => !document.querySelector('#ph-params').hidden);
+  const item = await page.$eval('#ph-item-title', (el) => el.textContent.split(' ')[0]);
+  await page.$eval('#ph-params input[name="min"]', (el) => { el.value = '40'; });
+  await page.click('#ph-params-save');
+  await waitText('#phased-msg', 'Planning parameters saved');
+  await page.$eval('#ph-holiday', (el) => { el.value = '2026-12-04'; });
+  await page.click('#ph-holiday-add');
+  await waitText('#ph-holidays', '2026-12-04');
+  await page.click('#ph-run');
+  await waitText('#phased-msg', 'Time-phased plan done');
+  await page.evaluate(() => { document.querySelector('#ph-orders').innerHTML = ''; });
+  await page.$$eval('#ph-items tbody tr', (rows, n) => rows.find((r) => r.children[0].textContent === n).click(), item);
+  await page.waitForSelector('#ph-orders tbody tr');
+  const why = await page.$eval('#ph-orders tbody tr', (r) => [...r.children].map((c) => c.textContent).join(' | '));
+  expect('the minimum set in the page raises the order, released before the holiday',
+    why.includes('raised to the minimum 40') && why.includes('2026-12-03'), why);
+  await page.click('#ph-holiday-remove');
+  await waitText('#ph-holidays', 'no holidays');
   await shot('time-phased');
   // Its planned purchases with a supplier become a purchase plan, asked first.
   const asked = questions.length;
