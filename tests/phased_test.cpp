@@ -302,6 +302,15 @@ TEST(Phased, PropertiesOnRandomFactories) {
     }
     for (const Item& item : in.items) {
       SCOPED_TRACE("round " + std::to_string(round) + ", item " + std::to_string(item.id));
+      // The pegs of the item's orders add up to the need that stock and
+      // open supply leave uncovered, taken first come, first served.
+      double need = 0, covered = item.on_hand, pegged = 0;
+      for (const auto& n : r.gross.at(item.id)) need += n.qty;
+      for (const auto& rc : item.receipts) covered += rc.qty;
+      for (const auto& order_pegs : pegs[item.id]) {
+        for (const auto& p : order_pegs) pegged += p.qty;
+      }
+      EXPECT_NEAR(pegged, std::max(0.0, need - std::max(0.0, covered)), 1e-6);
       // Day by day: stock, open supply as planned and planned receipts
       // against every need, never under safety stock where something is needed.
       std::map<Day, double> flow;
