@@ -21,6 +21,10 @@ const TEXTS = {
     pFence: '冻结期 (工作日)', paramsSaved: '已保存计划参数, 重新运行后生效: ', calendarSaved: '已保存工作日历',
     weekdays: ['一', '二', '三', '四', '五', '六', '日'], holidays: '假日: ', noHolidays: '无假日',
     chooseDay: '请先选择日期。',
+    runs: '已保存的运行', runBefore: '较早', runAfter: '较晚', compare: '比较',
+    noChange: '两次运行的计划订单没有变化', FDueBefore: '原到期', FDueAfter: '现到期', FQtyBefore: '原数量',
+    FQtyAfter: '现数量', added: '新增', removed: '删除', moved: '改期', resized: '改量',
+    'moved and resized': '改期并改量', twoRuns: '请选择两次运行。',
     figure: '项目', orders: '张计划订单', runAgain: '如需重新计划，请再次运行分时段计划。', purchase: '采购', production: '生产',
     filter: '筛选', warehouses: '仓库', net: '按库存冲减', showStock: '显示库存', form: '表单',
     formPlan: '计划 (毛需求)', formSuggest: '采购建议 (含供应商)', single: '只展开一层',
@@ -81,6 +85,11 @@ const TEXTS = {
     pFence: 'Firm time fence (working days)', paramsSaved: 'Planning parameters saved; run again to use them: ',
     calendarSaved: 'Working calendar saved', weekdays: ['Mon', 'Tue', 'Wed', 'Thu', 'Fri', 'Sat', 'Sun'],
     holidays: 'Holidays: ', noHolidays: 'no holidays', chooseDay: 'Choose a day first.',
+    runs: 'Saved runs', runBefore: 'Earlier', runAfter: 'Later', compare: 'Compare',
+    noChange: 'No planned order changed between the two runs', FDueBefore: 'Due before',
+    FDueAfter: 'Due now', FQtyBefore: 'Qty before', FQtyAfter: 'Qty now', added: 'added',
+    removed: 'removed', moved: 'moved', resized: 'resized', 'moved and resized': 'moved and resized',
+    twoRuns: 'Choose two runs.',
     figure: 'Figure', orders: 'planned orders', runAgain: 'Run the time-phased plan again to plan anew.', purchase: 'purchase', production: 'production',
     signin: 'Sign in', filter: 'Filter', warehouses: 'Warehouses', net: 'Net against stock',
     showStock: 'Show stock', form: 'Form', formPlan: 'Planning (gross need)',
@@ -404,7 +413,7 @@ function show(step) {
   if (step === 'pick' && state.me && !state.demand.length) guarded('pick-msg', loadDemand)();
   if (step === 'confirm') renderToBuy();
   if (step === 'scope' && state.me) guarded('scope-msg', loadScope)();
-  if (step === 'phased' && state.me) guarded('phased-msg', loadCalendar)();
+  if (step === 'phased' && state.me) guarded('phased-msg', async () => { await loadCalendar(); await loadRuns(); })();
 }
 
 // 1. Sign in.
@@ -895,6 +904,7 @@ async function runPhased() {
   renderPhased();
   updateActions();
   const run = answer.run_id ? t('phRun') + answer.run_id : '';
+  if (answer.run_id) await loadRuns();
   const orders = state.phased.items.reduce((n, i) => n + Number(i.FOrders), 0);
   say('phased-msg', `${t('phDone')}${orders} ${t('orders')}${run}`);
 }
@@ -1001,6 +1011,24 @@ function holidayChosen() {
   const day = $('ph-holiday').value;
   if (!day) throw new Error(t('chooseDay'));
   return day;
+}
+
+// Saved runs, and what changed from one to another.
+async function loadRuns() {
+  const runs = rowsOf(await api('GET', '/api/phased/runs'));
+  const options = runs.map((r) => `<option value="${r.FRunID}">${r.FRunID} (${escapeHtml(r.FCreated)})</option>`).join('');
+  $('ph-before').innerHTML = options;
+  $('ph-after').innerHTML = options;
+  if (runs.length > 1) $('ph-before').selectedIndex = 1;  // the one before the newest
+}
+
+async function compareRuns() {
+  const before = $('ph-before').value, after = $('ph-after').value;
+  if (!before || !after) throw new Error(t('twoRuns'));
+  const changes = rowsOf(await api('GET', `/api/phased/diff?before=${before}&after=${after}`));
+  table($('ph-changes'), changes.map((c) => ({ ...c, FKind: t(c.FKind) })),
+    ['FKind', 'FItemNumber', 'FDueBefore', 'FDueAfter', 'FQtyBefore', 'FQtyAfter']);
+  say('phased-msg', changes.length ? `${changes.length} ${t('rows')}` : t('noChange'));
 }
 
 function renderPhasedSuppliers() {
@@ -1207,6 +1235,7 @@ function wire() {
   };
   $('ph-plan').onclick = guarded('phased-msg', phasedToPlan);
   $('ph-params-save').onclick = guarded('phased-msg', saveParams);
+  $('ph-compare').onclick = guarded('phased-msg', compareRuns);
   $('ph-week-save').onclick = guarded('phased-msg', () => changeCalendar({
     working: [...document.querySelectorAll('#ph-weekdays input.weekday')].map((b) => b.checked),
   }));

@@ -291,6 +291,7 @@ try {
   // one order's reasons and the demand behind it.
   await page.click('nav a[data-step="phased"]');
   await page.$eval('#ph-today', (el) => { el.value = '2026-11-30'; });
+  await page.click('#ph-save');  // this run and the next are kept
   await page.click('#ph-run');
   await page.waitForSelector('#ph-items tbody tr');
   await page.select('#ph-filter', 'FShortage');
@@ -327,6 +328,11 @@ try {
     why.includes('raised to the minimum 40') && why.includes('2026-12-03'), why);
   await page.click('#ph-holiday-remove');
   await waitText('#ph-holidays', 'no holidays');
+  // The two runs kept compare: the item whose minimum was set is resized.
+  await page.click('#ph-compare');
+  await page.waitForSelector('#ph-changes tbody tr');
+  const changes = await page.$$eval('#ph-changes tbody tr', (rows) => rows.map((r) => `${r.children[1].textContent} ${r.children[0].textContent}`));
+  expect('the runs compare: the item is resized', changes.some((c) => c.startsWith(item) && c.includes('resized')), changes.join(' | '));
   await shot('time-phased');
   // Its planned purchases with a supplier become a purchase plan, asked first.
   const asked = questions.length;
