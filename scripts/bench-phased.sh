@@ -8,19 +8,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 runs=${1:-11}
-scripts/install-deps.sh
-if ! command -v sqlite3 >/dev/null || [[ ! -x /usr/bin/time ]]; then
-  sudo_cmd=(); [[ $(id -u) -ne 0 ]] && sudo_cmd=(sudo)
-  "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends sqlite3 time
-fi
-cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DMRPCALC_BUILD_TESTS=OFF >/dev/null
-cmake --build build-release -j"$(nproc)" >/dev/null
-mrpcalc=build-release/src/mrpcalc
-work=$(mktemp -d /tmp/mrpcalc-bench-phased.XXXXXX)
-trap 'rm -rf "$work"' EXIT
+source scripts/bench-common.sh
 
-median() { sort -g | awk '{v[NR]=$1} END {print (NR%2 ? v[(NR+1)/2] : (v[NR/2]+v[NR/2+1])/2)}'; }
-# Wall milliseconds of one run, its peak RSS appended to $2.
+# Wall milliseconds of one run (the command after $1), its peak RSS appended to $1.
 timed() {
   local peaks=$1; shift
   local start; start=$(date +%s%N)

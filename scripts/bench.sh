@@ -7,22 +7,11 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 runs=${1:-7}
-scripts/install-deps.sh
-if ! command -v sqlite3 >/dev/null || [[ ! -x /usr/bin/time ]]; then
-  sudo_cmd=(); [[ $(id -u) -ne 0 ]] && sudo_cmd=(sudo)
-  "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends sqlite3 time
-fi
-cmake -S . -B build-release -DCMAKE_BUILD_TYPE=Release -DMRPCALC_BUILD_TESTS=OFF >/dev/null
-cmake --build build-release -j"$(nproc)" >/dev/null
-mrpcalc=build-release/src/mrpcalc
-work=$(mktemp -d /tmp/mrpcalc-bench.XXXXXX)
-trap 'rm -rf "$work"' EXIT
+source scripts/bench-common.sh
 tables="ICBOM ICBOMChild t_ICItem t_MeasureUnit t_AuxItem t_SubMessage SEOrder SEOrderEntry
         ICMO ICMOEntry ICOutMO ICOutMOEntry ICStockBill ICStockBillEntry ICInventory t_Stock
         POOrder POOrderEntry t_SystemProfile"
 for t in $tables; do echo "select * from $t;"; done >"$work/read.sql"
-
-median() { sort -g | awk '{v[NR]=$1} END {print (NR%2 ? v[(NR+1)/2] : (v[NR/2]+v[NR/2+1])/2)}'; }
 
 printf '| scale | demand lines | result rows | whole call (median) | peak RSS | sqlite3 shell reading the tables | call / read (median of pairs) |\n'
 printf '|---|---|---|---|---|---|---|\n'

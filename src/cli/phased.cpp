@@ -21,14 +21,8 @@ namespace {
 
 namespace phased = mrp::phased;
 
-phased::Day DayFrom(const std::string& text, const char* what) {
-  const auto date = Date::Parse(text);
-  if (!date) ThrowInvalid(std::string(what) + " \"" + text + "\" is not a date (YYYY-MM-DD)");
-  return phased::DayOf(*date);
-}
-
 phased::Day Today(const std::string& text) {
-  return text.empty() ? phased::DayOf(Date::Now().StartOfDay()) : DayFrom(text, "--today");
+  return text.empty() ? phased::DayOf(Date::Now().StartOfDay()) : phased::ParseDay(text, "--today");
 }
 
 // A session on the database with our own tables in place.
@@ -109,15 +103,7 @@ int RunPhased(const Host& host, const PhasedOptions& o) {
 
 int RunPhasedRuns(const PhasedOptions& o) {
   auto c = Open(o.dsn);
-  auto rows = Vector::Create();
-  for (const repo::SavedRun& r : repo::ReadRuns(*c)) {
-    auto row = Dictionary::Create();
-    row->Set("FRunID", r.id);
-    row->Set("FCreated", r.created.ToString());
-    row->Set("FUserID", r.user);
-    row->Set("FSettings", r.settings);
-    rows->Add(row);
-  }
+  const VectorPtr rows = phased::RunRows(repo::ReadRuns(*c));
   PrintRows(rows, o.format,
             {{"run", "FRunID", 5}, {"created", "FCreated", -19}, {"user", "FUserID", 5},
              {"settings", "FSettings", -60}});
@@ -224,9 +210,9 @@ int RunPhasedCalendar(const PhasedOptions& o) {
       week[size_t(day - 1)] = working == 1;
     }
     if (!o.weekdays.empty()) repo::WriteWorkingWeek(*c, week);
-    for (const std::string& h : o.holidays) repo::AddHoliday(*c, DayFrom(h, "--holiday"));
+    for (const std::string& h : o.holidays) repo::AddHoliday(*c, phased::ParseDay(h, "--holiday"));
     for (const std::string& h : o.not_holidays) {
-      if (!repo::RemoveHoliday(*c, DayFrom(h, "--working"))) {
+      if (!repo::RemoveHoliday(*c, phased::ParseDay(h, "--working"))) {
         throw Error(ErrorCategory::kNotFound, h + " is not a holiday");
       }
     }

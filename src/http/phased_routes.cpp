@@ -24,12 +24,6 @@ namespace {
 
 namespace phased = mrp::phased;
 
-phased::Day DayParam(const std::string& text, const char* what) {
-  const auto date = Date::Parse(text);
-  if (!date) ThrowInvalid(std::string(what) + " \"" + text + "\" is not a date (YYYY-MM-DD)");
-  return phased::DayOf(*date);
-}
-
 int32_t IntParam(const httplib::Request& req, const char* name) {
   const std::string text = req.get_param_value(name);
   const std::vector<int32_t> ids = db::ParseIdList(text, name);
@@ -77,7 +71,7 @@ void Service::PhasedRoutes() {
       EnsureMayActFor(host, "user", request.user);
       const std::string today_text = body.value("today", std::string());
       const phased::Day today = today_text.empty() ? phased::DayOf(Date::Now().StartOfDay())
-                                                   : DayParam(today_text, "today");
+                                                   : phased::ParseDay(today_text, "today");
       {
         // The last plan goes before the next is made.
         std::lock_guard<std::mutex> lock(phased_->mutex);
@@ -184,16 +178,7 @@ void Service::PhasedRoutes() {
   s.Get("/api/phased/runs", [this, guarded](const httplib::Request&, httplib::Response& res) {
     guarded(res, [&] {
       PooledSession c(*pool_, options_.dsn);
-      auto rows = Vector::Create();
-      for (const repo::SavedRun& r : repo::ReadRuns(*c)) {
-        auto row = Dictionary::Create();
-        row->Set("FRunID", r.id);
-        row->Set("FCreated", r.created.ToString());
-        row->Set("FUserID", r.user);
-        row->Set("FSettings", r.settings);
-        rows->Add(row);
-      }
-      AnswerTable(res, rows);
+      AnswerTable(res, phased::RunRows(repo::ReadRuns(*c)));
     });
   });
 
@@ -304,10 +289,10 @@ void Service::PhasedRoutes() {
               repo::WriteWorkingWeek(*c, week);
             }
             for (const auto& h : body.value("add", Json::array())) {
-              repo::AddHoliday(*c, DayParam(h.get<std::string>(), "add"));
+              repo::AddHoliday(*c, phased::ParseDay(h.get<std::string>(), "add"));
             }
             for (const auto& h : body.value("remove", Json::array())) {
-              repo::RemoveHoliday(*c, DayParam(h.get<std::string>(), "remove"));
+              repo::RemoveHoliday(*c, phased::ParseDay(h.get<std::string>(), "remove"));
             }
             tx.Commit();
             Answer(res, 200, calendar_json(repo::ReadCalendar(*c)));

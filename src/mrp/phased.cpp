@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <functional>
 #include <map>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <unordered_map>
@@ -141,6 +142,8 @@ Day Calendar::WorkingDaysBefore(Day day, int n) const {
 }
 
 std::string Reason::text() const {
+  // The code's text, not its address: a code may come from another unit.
+  const std::string_view code = this->code;
   if (code == "net") return "net requirement " + Figure(value);
   if (code == "safety") return "safety stock " + Figure(value);
   if (code == "minimum") return "raised to the minimum " + Figure(value);
@@ -150,7 +153,7 @@ std::string Reason::text() const {
   if (code == "lead") return "lead time " + Figure(value) + " working days";
   if (code == "late") return Figure(value) + " days late";
   if (code == "fence") return "inside the firm time fence";
-  return code;
+  return std::string(code);
 }
 
 std::vector<Bucket> Buckets(const Input& input, const Result& result, int32_t item, Day first,

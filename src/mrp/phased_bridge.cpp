@@ -2,7 +2,7 @@
 #include "mrp/phased_bridge.h"
 
 #include <algorithm>
-#include <map>
+#include <cmath>
 #include <set>
 #include <unordered_map>
 

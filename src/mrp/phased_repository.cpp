@@ -189,25 +189,28 @@ int32_t SaveRun(db::Connection& c, int32_t user, const std::string& settings,
   return id;
 }
 
+namespace {
+
+constexpr const char* kRunColumns =
+    "select FRunID, FCreated, FUserID, FSettings from mrpcalc_PhasedRun";
+
+SavedRun RunOf(const Row& r) {
+  return {Whole(r[0]), r[1].IsNull() ? Date() : r[1].ToDate(), Whole(r[2]), TextValue(r[3])};
+}
+
+}  // namespace
+
 std::vector<SavedRun> ReadRuns(db::Connection& c) {
   std::vector<SavedRun> out;
-  c.QueryRows("select FRunID, FCreated, FUserID, FSettings from mrpcalc_PhasedRun"
-              " order by FRunID desc",
-              {}, [&](Row& r) {
-                out.push_back({Whole(r[0]), r[1].IsNull() ? Date() : r[1].ToDate(), Whole(r[2]),
-                               TextValue(r[3])});
-              });
+  c.QueryRows(std::string(kRunColumns) + " order by FRunID desc", {},
+              [&](Row& r) { out.push_back(RunOf(r)); });
   return out;
 }
 
 std::optional<SavedRun> ReadRun(db::Connection& c, int32_t id) {
   std::optional<SavedRun> out;
-  c.QueryRows("select FRunID, FCreated, FUserID, FSettings from mrpcalc_PhasedRun"
-              " where FRunID = ?",
-              {id}, [&](Row& r) {
-                out = SavedRun{Whole(r[0]), r[1].IsNull() ? Date() : r[1].ToDate(), Whole(r[2]),
-                               TextValue(r[3])};
-              });
+  c.QueryRows(std::string(kRunColumns) + " where FRunID = ?", {id},
+              [&](Row& r) { out = RunOf(r); });
   return out;
 }
 

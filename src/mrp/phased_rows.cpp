@@ -296,6 +296,19 @@ VectorPtr BucketRows(const PlanPtr& plan, const std::string& size, int32_t item)
       }));
 }
 
+Day ParseDay(const std::string& text, const std::string& what) {
+  const auto date = Date::Parse(text);
+  if (!date) ThrowInvalid(what + " \"" + text + "\" is not a date (YYYY-MM-DD)");
+  return DayOf(*date);
+}
+
+VectorPtr RunRows(const std::vector<repo::SavedRun>& runs) {
+  static const KeyList keys = MakeKeyList({"FRunID", "FCreated", "FUserID", "FSettings"});
+  std::vector<std::vector<Variant>> values;
+  for (const repo::SavedRun& r : runs) values.push_back({r.id, r.created.ToString(), r.user, r.settings});
+  return Rows(keys, std::move(values));
+}
+
 std::vector<repo::SavedOrder> OrdersToSave(const Input& input, const Result& result) {
   const auto items = ById(input);
   std::vector<repo::SavedOrder> out;

@@ -50,6 +50,12 @@ std::pair<Day, Day> Horizon(const Input& input, const Result& result);
 // FProjected, FNet, FPlannedReceipts, FPlannedReleases.
 VectorPtr BucketRows(const PlanPtr& plan, const std::string& size, int32_t item = 0);
 
+// A day given as text (YYYY-MM-DD); invalid input naming `what` otherwise.
+Day ParseDay(const std::string& text, const std::string& what);
+
+// Saved runs: FRunID, FCreated, FUserID, FSettings.
+VectorPtr RunRows(const std::vector<repo::SavedRun>& runs);
+
 // The orders as a run keeps them.
 std::vector<repo::SavedOrder> OrdersToSave(const Input& input, const Result& result);
 // What changed from run to run: FKind, FItemID, FItemNumber, FDueBefore,

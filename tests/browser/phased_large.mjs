@@ -7,39 +7,14 @@
 //
 // The file is a copy of a bench database with planning parameters set
 // (docs/benchmark.md shows how); a user 1 is added to it for the token.
-import { execFileSync } from 'node:child_process';
-import { readFileSync } from 'node:fs';
-import puppeteer from 'puppeteer-core';
-import { startService } from './service.mjs';
+import { openLargeFactory } from './service.mjs';
 
 const [binary, file, runsArg, todayArg] = process.argv.slice(2);
 const runs = Number(runsArg || 3);
 const today = todayArg || '2026-11-24';
-const dsn = `sqlite:${file}`;
-execFileSync('sqlite3', [file, "insert into t_User (FUserID, FName) select 1, 'bench' where not exists (select 1 from t_User where FUserID = 1)"]);
-const { token, server, port } = await startService(binary, dsn, 1);
-const status = () => {
-  const pid = execFileSync('pgrep', ['-f', `mrpcalc-web serve ${dsn}`]).toString().trim().split('\n')[0];
-  return readFileSync(`/proc/${pid}/status`, 'utf8');
-};
-const mb = (field) => Number(status().match(new RegExp(`${field}:\\s+(\\d+)`))[1]) / 1024;
 const painted = (page) => page.evaluate(() => new Promise((r) => requestAnimationFrame(() => requestAnimationFrame(r))));
-
-const browser = await puppeteer.launch({
-  executablePath: process.env.CHROMIUM || '/usr/bin/chromium', headless: true,
-  args: ['--no-sandbox', '--disable-gpu', '--disable-dev-shm-usage'],
-});
+const { page, picked, memoryMb, close } = await openLargeFactory(binary, file);
 try {
-  const page = await browser.newPage();
-  await page.setViewport({ width: 1400, height: 900 });
-  await page.goto(`http://127.0.0.1:${port}/`);
-  await page.type('#token', token);
-  await page.click('#signin-go');
-  await page.waitForFunction(() => document.querySelector('#who').textContent.length > 0);
-  await page.click('nav a[data-step="pick"]');
-  await page.waitForSelector('#demand input.pick', { timeout: 60000 });
-  await page.click('#pick-all');
-  const picked = await page.$eval('#demand-count', (el) => el.textContent);
   await page.click('nav a[data-step="phased"]');
   await page.$eval('#ph-today', (el, d) => { el.value = d; }, today);
   for (let run = 1; run <= runs; ++run) {
@@ -75,9 +50,8 @@ try {
     record.sort((a, b) => a - b);
     console.log(`run ${run}: ${picked}; ${items}; ${message}; run to first page painted ${(ran / 1000).toFixed(2)} s; ` +
       `an item's weeks painted: median ${record[2]} ms (${record[0]}-${record[4]}); ` +
-      `service RSS ${mb('VmRSS').toFixed(0)} MB, peak ${mb('VmHWM').toFixed(0)} MB`);
+      `service RSS ${memoryMb('VmRSS').toFixed(0)} MB, peak ${memoryMb('VmHWM').toFixed(0)} MB`);
   }
 } finally {
-  await browser.close();
-  server.kill();
+  await close();
 }
