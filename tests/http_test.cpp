@@ -570,9 +570,11 @@ namespace {
 
 class HttpPhased : public Http {
  protected:
-  httplib::Result Send(const std::string& method, const std::string& path, const Json& body = {}) {
+  httplib::Result Send(const std::string& method, const std::string& path, const Json& body = {},
+                       const std::string& language = "") {
     httplib::Client client("127.0.0.1", port_);
     httplib::Headers headers = {{"Authorization", "Bearer " + planner_}};
+    if (!language.empty()) headers.emplace("Accept-Language", language);
     if (method == "GET") return client.Get(path, headers);
     if (method == "DELETE") return client.Delete(path, headers);
     if (method == "PUT") return client.Put(path, headers, body.dump(), "application/json");
@@ -621,11 +623,16 @@ TEST_P(HttpPhased, PlansKeepsRunsAndExplainsEachOrder) {
   EXPECT_EQ(Column(orders, "FQty")[0], 100);
   EXPECT_EQ(Column(orders, "FLate")[0], 1);
   const int n = Column(orders, "FOrder")[0];
-  r = Send("GET", "/api/phased/" + id + "/order/" + std::to_string(n));
+  r = Send("GET", "/api/phased/" + id + "/order/" + std::to_string(n), {}, "en");
   ASSERT_EQ(r->status, 200) << r->body;
   const Json order = Json::parse(r->body);
   EXPECT_EQ(order["reasons"][1], "raised to the minimum 100");
   EXPECT_EQ(order["reasons"][3], "7 days late");
+  // The service's language unless the request asks for English.
+  r = Send("GET", "/api/phased/" + id + "/order/" + std::to_string(n));
+  EXPECT_EQ(Json::parse(r->body)["reasons"][1], "提高到最小订购量 100") << r->body;
+  EXPECT_EQ(Json::parse(r->body)["reasons"][3], "延迟 7 天") << r->body;
+  EXPECT_EQ(Column(orders, "FReasons")[0], "净需求 80; 提高到最小订购量 100; 提前期 5 个工作日; 延迟 7 天");
   EXPECT_FALSE(order["pegs"]["rows"].empty());
 
   r = Send("GET", "/api/phased/" + id + "/buckets?size=week&item=" + std::to_string(bolts));

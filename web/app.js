@@ -987,7 +987,7 @@ async function saveParams() {
     body[f] = v;
   }
   await api('PUT', '/api/phased/params', body);
-  say('phased-msg', t('paramsSaved') + form.dataset.item);
+  say('ph-params-msg', t('paramsSaved') + form.dataset.item);
 }
 
 // The working calendar: weekdays ticked are worked; holidays by day.
@@ -1004,7 +1004,7 @@ function renderCalendar(calendar) {
 
 async function changeCalendar(body) {
   renderCalendar(await api('PUT', '/api/phased/calendar', body));
-  say('phased-msg', t('calendarSaved'));
+  say('ph-calendar-msg', t('calendarSaved'));
 }
 
 function holidayChosen() {
@@ -1234,13 +1234,13 @@ function wire() {
     if (tr) guarded('phased-msg', () => showPhasedOrder(Number(tr.dataset.i)))();
   };
   $('ph-plan').onclick = guarded('phased-msg', phasedToPlan);
-  $('ph-params-save').onclick = guarded('phased-msg', saveParams);
+  $('ph-params-save').onclick = guarded('ph-params-msg', saveParams);
   $('ph-compare').onclick = guarded('phased-msg', compareRuns);
-  $('ph-week-save').onclick = guarded('phased-msg', () => changeCalendar({
+  $('ph-week-save').onclick = guarded('ph-calendar-msg', () => changeCalendar({
     working: [...document.querySelectorAll('#ph-weekdays input.weekday')].map((b) => b.checked),
   }));
-  $('ph-holiday-add').onclick = guarded('phased-msg', () => changeCalendar({ add: [holidayChosen()] }));
-  $('ph-holiday-remove').onclick = guarded('phased-msg', () => changeCalendar({ remove: [holidayChosen()] }));
+  $('ph-holiday-add').onclick = guarded('ph-calendar-msg', () => changeCalendar({ add: [holidayChosen()] }));
+  $('ph-holiday-remove').onclick = guarded('ph-calendar-msg', () => changeCalendar({ remove: [holidayChosen()] }));
   $('report-filter').oninput = () => { state.page = 0; renderReport(); };
   $('act-only').onchange = () => { state.page = 0; renderReport(); };
   $('class-filter').onchange = () => { state.page = 0; renderReport(); };

@@ -17,6 +17,7 @@
 #include "mrp/mrp_data_info.h"
 #include "mrp/phased_repository.h"
 #include "mrp/phased_rows.h"
+#include "services/messages.h"
 
 namespace mrpcalc::http {
 
@@ -29,6 +30,12 @@ int32_t IntParam(const httplib::Request& req, const char* name) {
   const std::vector<int32_t> ids = db::ParseIdList(text, name);
   if (ids.size() != 1) ThrowInvalid(std::string("\"") + name + "\" must be one whole number");
   return ids[0];
+}
+
+// The request's language: the reasons of orders are shown in it.
+bool English(const Host& host) {
+  Messages messages(host.login, host.resources);
+  return IsEnglish(messages.Language());
 }
 
 void AnswerTable(httplib::Response& res, const VectorPtr& rows) {
@@ -137,16 +144,17 @@ void Service::PhasedRoutes() {
         });
 
   s.Get(R"(/api/phased/(\d+)/orders)",
-        [guarded, last_plan](const httplib::Request& req, httplib::Response& res) {
+        [this, guarded, last_plan](const httplib::Request& req, httplib::Response& res) {
           guarded(res, [&] {
             const auto entry = last_plan(req.matches[1].str());
             const int32_t item = req.has_param("item") ? IntParam(req, "item") : 0;
-            AnswerTable(res, phased::OrderRowsOf(entry->plan, item, req.get_param_value("kind")));
+            AnswerTable(res, phased::OrderRowsOf(entry->plan, item, req.get_param_value("kind"),
+                                                 English(RequestHost())));
           });
         });
 
   s.Get(R"(/api/phased/(\d+)/order/(\d+))",
-        [guarded, last_plan](const httplib::Request& req, httplib::Response& res) {
+        [this, guarded, last_plan](const httplib::Request& req, httplib::Response& res) {
           guarded(res, [&] {
             const auto entry = last_plan(req.matches[1].str());
             const size_t n = std::stoul(req.matches[2].str());
@@ -158,7 +166,7 @@ void Service::PhasedRoutes() {
             }
             Json reasons = Json::array(), pegs = Json::array();
             for (const phased::Reason& r : phased::Reasons(in, result, orders[n])) {
-              reasons.push_back(r.text());
+              reasons.push_back(r.text(!English(RequestHost())));
             }
             // The order's place among its item's orders.
             size_t first = n;

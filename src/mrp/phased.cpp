@@ -141,17 +141,30 @@ Day Calendar::WorkingDaysBefore(Day day, int n) const {
   return day;
 }
 
-std::string Reason::text() const {
+std::string Reason::text(bool chinese) const {
   // The code's text, not its address: a code may come from another unit.
   const std::string_view code = this->code;
-  if (code == "net") return "net requirement " + Figure(value);
-  if (code == "safety") return "safety stock " + Figure(value);
-  if (code == "minimum") return "raised to the minimum " + Figure(value);
-  if (code == "multiple") return "rounded up to a multiple of " + Figure(value);
-  if (code == "maximum") return "split at the maximum " + Figure(value);
-  if (code == "period") return "demand of " + Figure(value) + " days grouped";
-  if (code == "lead") return "lead time " + Figure(value) + " working days";
-  if (code == "late") return Figure(value) + " days late";
+  const std::string v = Figure(value);
+  if (chinese) {
+    if (code == "net") return "净需求 " + v;
+    if (code == "safety") return "安全库存 " + v;
+    if (code == "minimum") return "提高到最小订购量 " + v;
+    if (code == "multiple") return "按倍数 " + v + " 向上取整";
+    if (code == "maximum") return "按最大订购量 " + v + " 拆分";
+    if (code == "period") return "合并 " + v + " 天的需求";
+    if (code == "lead") return "提前期 " + v + " 个工作日";
+    if (code == "late") return "延迟 " + v + " 天";
+    if (code == "fence") return "在冻结期内";
+    return std::string(code);
+  }
+  if (code == "net") return "net requirement " + v;
+  if (code == "safety") return "safety stock " + v;
+  if (code == "minimum") return "raised to the minimum " + v;
+  if (code == "multiple") return "rounded up to a multiple of " + v;
+  if (code == "maximum") return "split at the maximum " + v;
+  if (code == "period") return "demand of " + v + " days grouped";
+  if (code == "lead") return "lead time " + v + " working days";
+  if (code == "late") return v + " days late";
   if (code == "fence") return "inside the firm time fence";
   return std::string(code);
 }

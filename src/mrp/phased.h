@@ -89,7 +89,8 @@ struct Reason {
   const char* code = "";  // "net", "safety", "minimum", "multiple", "maximum", "period", "lead", "late", "fence"
   double value = 0;
   Day day = 0;
-  std::string text() const;
+  // In English, or in Chinese for the workbench's planners.
+  std::string text(bool chinese = false) const;
 };
 
 // The rules an order met beyond its net requirement and lead time.

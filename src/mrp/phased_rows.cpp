@@ -49,9 +49,9 @@ std::unordered_map<int32_t, const Item*> ById(const Input& input) {
   return out;
 }
 
-std::string Joined(const std::vector<Reason>& reasons) {
+std::string Joined(const std::vector<Reason>& reasons, bool chinese = false) {
   std::string text;
-  for (const Reason& r : reasons) text += (text.empty() ? "" : "; ") + r.text();
+  for (const Reason& r : reasons) text += (text.empty() ? "" : "; ") + r.text(chinese);
   return text;
 }
 
@@ -148,7 +148,7 @@ VectorPtr ItemRows(const PlanPtr& plan, std::map<int32_t, std::string> supplier_
       }));
 }
 
-VectorPtr OrderRowsOf(const PlanPtr& plan, int32_t item, const std::string& kind) {
+VectorPtr OrderRowsOf(const PlanPtr& plan, int32_t item, const std::string& kind, bool english) {
   static const KeyList keys =
       MakeKeyList({"FOrder", "FItemID", "FItemNumber", "FItemName", "FKind", "FSupplyID", "FQty",
                    "FDue", "FRelease", "FLate", "FReasons", "FUnitID"});
@@ -169,7 +169,7 @@ VectorPtr OrderRowsOf(const PlanPtr& plan, int32_t item, const std::string& kind
     if (!kind.empty() && kind != made) continue;
     values.push_back({int32_t(n), o.item, i.number, i.name, made, i.supplier, o.qty,
                       DateText(o.due), DateText(o.release), o.late ? 1 : 0,
-                      Joined(Reasons(in, result, o)), i.unit});
+                      Joined(Reasons(in, result, o), !english), i.unit});
   }
   return Rows(keys, std::move(values));
 }

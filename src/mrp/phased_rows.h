@@ -32,7 +32,8 @@ VectorPtr ItemRows(const PlanPtr& plan, std::map<int32_t, std::string> supplier_
 // The planned orders of one item (0: every item), or of one kind
 // ("purchase", "production"; empty: both), with FOrder, each order's place
 // in the plan, first.
-VectorPtr OrderRowsOf(const PlanPtr& plan, int32_t item, const std::string& kind);
+// FReasons in Chinese unless `english`.
+VectorPtr OrderRowsOf(const PlanPtr& plan, int32_t item, const std::string& kind, bool english);
 // Planned purchases per supplier: FSupplyID, FSupplyNumber, FLines, FQty,
 // FRelease (the earliest), FLate (lines released late).
 VectorPtr SupplierRows(const PlanPtr& plan, const std::map<int32_t, std::string>& supplier_numbers);

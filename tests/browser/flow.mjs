@@ -314,10 +314,11 @@ try {
   const item = await page.$eval('#ph-item-title', (el) => el.textContent.split(' ')[0]);
   await page.$eval('#ph-params input[name="min"]', (el) => { el.value = '40'; });
   await page.click('#ph-params-save');
-  await waitText('#phased-msg', 'Planning parameters saved');
+  await waitText('#ph-params-msg', 'Planning parameters saved');
   await page.$eval('#ph-holiday', (el) => { el.value = '2026-12-04'; });
   await page.click('#ph-holiday-add');
   await waitText('#ph-holidays', '2026-12-04');
+  await page.evaluate(() => { document.querySelector('#phased-msg').textContent = ''; });
   await page.click('#ph-run');
   await waitText('#phased-msg', 'Time-phased plan done');
   await page.evaluate(() => { document.querySelector('#ph-orders').innerHTML = ''; });
